@@ -1,0 +1,85 @@
+// Streaming transfers to and from servers.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+namespace TAVOCloud {
+
+using ProgressFn = int (*)(unsigned long long bytes, unsigned long long);
+using CancelFn = int (*)();
+using ReadSizeFn = long long (*)(unsigned long long bytes);
+
+// One connection to a configured server. The order of the virtual members is
+// part of the interface.
+class Cloud {
+ public:
+  virtual ~Cloud() = default;
+
+  virtual std::string Name() const = 0;      // configured name of the mount
+  virtual bool Connect(std::string* err) = 0;  // false: *err says why in words
+  // Path test: true when the file needs no transfer at all (a file that the
+  // server makes by itself).
+  virtual bool IsIgnoredPath(const std::string& sourcePath) = 0;
+  // Size test: false when the server takes no file of this size; the last
+  // error is set to kErrTooLarge then.
+  virtual bool IsAcceptedSize(std::uint64_t bytes) = 0;
+  virtual int Kind() const = 0;  // 1 FTP family, 2 WebDAV, 3 Dropbox
+  virtual bool Stat(const std::string& serverPath, std::uint64_t* size, bool* folder) = 0;
+  virtual bool MakeFolder(const std::string& serverPath) = 0;
+  virtual bool Remove(const std::string& serverPath) = 0;
+  virtual bool Rename(const std::string& from, const std::string& to) = 0;
+  virtual bool Download(const std::string& serverPath, int fd, std::uint64_t size,
+                        ProgressFn progress, CancelFn cancel, ReadSizeFn readSize) = 0;
+  virtual bool Upload(const std::string& serverPath, int fd, std::uint64_t size,
+                      ProgressFn progress, CancelFn cancel, ReadSizeFn readSize) = 0;
+  // Copies on the server itself.
+  virtual bool CopyOnServer(const std::string& from, const std::string& to) = 0;
+
+  // Whole-file transfers between a server and an open descriptor, or between
+  // two servers through a bounded buffer. `size` is the expected size in bytes.
+  // `progress` (may be null) gets the bytes just moved, `cancel` (may be null)
+  // ends the transfer within a second when it answers non-zero, `readSize` is
+  // asked before each read. False on failure, with the last error set and
+  // GetErrorCode telling why.
+  static bool DownloadFile(Cloud* cloud, const std::string& remotePath, int fd, std::uint64_t size,
+                           ProgressFn progress, CancelFn cancel, ReadSizeFn readSize);
+  static bool UploadFile(Cloud* cloud, const std::string& remotePath, int fd, std::uint64_t size,
+                         ProgressFn progress, CancelFn cancel, ReadSizeFn readSize);
+  static bool CopyFile(Cloud* source, Cloud* dest, const std::string& sourcePath,
+                       const std::string& destPath, std::uint64_t size, ProgressFn progress,
+                       CancelFn cancel, ReadSizeFn readSize);
+
+  static void InitCurlGlobal();
+  static void CleanupCurlGlobal();
+
+  std::string GetServerPathBySharePath(const std::string& remotePath) const;
+  // The server's id, equal to the mount's base URI.
+  std::string GetServerID() const { return serverId_; }
+  // Why the last transfer failed: 0 none, 40 the server will not open one more
+  // connection, other values as the kind gives them.
+  int GetErrorCode() const { return errorCode_; }
+
+ protected:
+  std::string serverId_;
+  int errorCode_ = 0;
+};
+
+class Dropbox {
+ public:
+  // Copies between two accounts by reference. `source` is the object of the
+  // account that holds the file, `dest` that of the other one.
+  static bool CopyFromRef(Cloud* dest, const std::string& sourceServerPath,
+                          const std::string& destServerPath, Cloud* source);
+};
+
+class Utils {
+ public:
+  // A new object for the server behind `uri`, owned by the caller; null when
+  // there is no such mount or the user may not use it.
+  static Cloud* CreateCloudByURI(uid_t uid, const std::string& uri, int configMode);
+};
+
+}  // namespace TAVOCloud

@@ -1,0 +1,89 @@
+// The server's configuration: one TOML file, read once at start-up.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace core {
+
+// One [[share]]: a local folder under a name.
+struct ShareConfig {
+  std::string name;                       // first component of its paths, "/NAME/rest"
+  std::string path;                       // absolute path of the folder
+  std::vector<std::string> read{"*"};     // users, "@group" or "*"
+  std::vector<std::string> write;         // the same; whoever may write may read
+  int restrictions = 0;                   // sum of the Restriction values
+  std::string code_page = "UTF-8";        // character set of names
+};
+
+enum Restriction : int {
+  kNoChange = 1,    // "no-change": what is there may not be replaced
+  kNoDelete = 2,    // "no-delete"
+  kNoDownload = 4,  // "no-download": nothing may be read out
+};
+
+// One [[remote]]: a mount reached over a protocol.
+struct RemoteConfig {
+  std::string name;
+  std::string protocol;  // "sftp", "ftp", "ftps", "webdav", "webdavs", "dropbox"
+  std::string host;
+  int port = 0;  // 0: the protocol's own
+  std::string user;
+  std::string password_file;
+  std::string key_file;
+  std::string token_file;
+  std::string known_hosts;
+  std::string ca_file;
+  std::string path = "/";
+  std::string code_page = "UTF-8";
+  int max_connections = 0;  // 0: the server decides
+  std::string mount = "auto";
+  std::vector<std::string> users{"*"};
+};
+
+struct ServerConfig {
+  std::string listen = "127.0.0.1:5050";
+  std::string state;            // absolute path of the state folder
+  std::string auth = "single";  // or "pam"
+  std::string certificate;      // with `key`: TLS
+  std::string key;
+};
+
+struct Config {
+  ServerConfig server;
+  std::vector<ShareConfig> shares;
+  std::vector<RemoteConfig> remotes;
+  std::uint64_t bandwidth_default = 0;  // bytes a second and user; 0: no limit
+  // Settings of [copymove] as texts, by key, for TavoConf.
+  std::vector<std::pair<std::string, std::string>> copymove;
+  int finished_tasks_hours = 24;
+};
+
+// Reads and checks a configuration file. Unknown keys, wrong types, bad values,
+// doubled and reserved names ("home") are errors. False on failure, and *err
+// says file, line and key in words.
+[[nodiscard]] bool LoadConfig(const std::string& file, Config* out, std::string* err);
+
+// The checks of LoadConfig alone, for a configuration put together from the
+// command line.
+[[nodiscard]] bool CheckConfig(const Config& config, std::string* err);
+
+// Reads an amount such as "20MB", "1.5 GiB", "512k", "0" as bytes.
+[[nodiscard]] bool ParseByteAmount(const std::string& text, std::uint64_t* out);
+
+// The process's configuration. SetConfig is called once, before any thread or
+// child is started; CurrentConfig is an empty configuration before that.
+void SetConfig(Config config);
+const Config& CurrentConfig();
+
+// Folder that holds one user's records, index, log and accounting:
+// STATE/users/NAME, mode 0700, owned by that user. Empty when the name cannot
+// be a file name.
+std::string UserStateFolder(const std::string& user);
+
+// Makes that folder (and STATE/users) when missing. As root it is given to
+// uid:gid; otherwise it belongs to the caller. False with errno set on failure.
+[[nodiscard]] bool EnsureUserStateFolder(const std::string& user, unsigned uid, unsigned gid);
+
+}  // namespace core

@@ -1,0 +1,66 @@
+// All process-wide state of the module, in one place. Nothing here is locked:
+// one process serves one request, and a worker is a process of its own.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <json/value.h>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cloud/cloud.h"
+#include "fileop/copy.h"
+#include "prepare/entry_records.h"
+#include "tasks/task.h"
+
+// Exported under these names.
+extern std::map<std::string, COPY_PARM> _mapCopyParam;  // by remote base path
+extern COPY_PARM _destCopyParam;
+
+namespace Fennox {
+
+// Record of the task in hand; deleted by the handler's destructor.
+extern KVX::Task* _task;
+// The record's "data" as the worker found it, to repair a lost one.
+extern Json::Value _taskDataSnapshot;
+
+extern std::vector<PathInfo> _srcPathInfos;
+extern PathInfo _destPathInfo;
+
+// Bytes of each top-level source, by real path; filled under accurate progress.
+extern std::map<std::string, unsigned long long> _dirSizeCache;
+
+extern std::string _processingPath;
+extern bool _accurateProgress;
+extern bool _notStarted;
+extern bool _hadFailure;
+
+// Set to 1 by the worker's signal handler, never reset.
+extern std::atomic<int> _cancelRequested;
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler writes it");
+
+// Progress counters. _totalAmount is bytes under accurate progress, else entries.
+extern std::uint64_t _processedBytes;
+extern std::uint64_t _lastChunkBytes;
+extern std::uint64_t _totalAmount;
+extern std::uint64_t _processedNum;
+extern std::int64_t _lastWriteTime;
+extern std::uint64_t _bytesAtLastWrite;
+extern timespec _lastRateClock;
+extern std::uint64_t _foundDirNum;
+extern std::uint64_t _foundFileNum;
+extern std::uint64_t _foundFileSize;
+
+// Copier set-up of the running action loop.
+extern TAVOCOPYOPTIONS _copyOptions;
+extern _TAVOCOPYARGSEX* _copyArgs;
+extern int _destFsType;
+extern int _srcFsType;
+
+// Made on first need, deleted at the worker's end.
+extern TAVOCloud::Cloud* _srcCloud;
+extern TAVOCloud::Cloud* _destCloud;
+
+}  // namespace Fennox

@@ -2,8 +2,8 @@
 // own them.
 #pragma once
 
-#include <cstdint>
 #include <json/value.h>
+#include <cstdint>
 #include <string>
 #include <vector>
 

@@ -2,11 +2,13 @@
 // implemented by the folder that its section names.
 #pragma once
 
+#include <json/value.h>
 #include <map>
 #include <string>
 
 #include "fileop/copy.h"
 #include "prepare/entry_records.h"
+#include "webapi/export.h"
 
 namespace Fennox {
 
@@ -14,8 +16,14 @@ namespace Fennox {
 // writes progress into the record. 0, or -1 when the record's data is lost.
 int MVCPUpdateProgress(unsigned long long bytes, unsigned long long unused);
 
-// prepare/: bytes of the regular files below a folder, hidden names left out.
-// Changes the working directory while it runs.
+// task/: reloads the record in hand and reads its "data", an object. Lost data
+// is written back from the snapshot. False when there is nothing to go on with;
+// logged under `number` unless a stop was asked for, whose record goes away.
+[[nodiscard]] bool LoadTaskData(int number, Json::Value& data);
+
+// prepare/: bytes of the regular files below a folder, links followed, hidden
+// names left out; adds what it finds to the found counters. 0 with the last
+// error set when the folder cannot be entered.
 long long MVCPScanDirectory(const char* path);
 
 // engine/: the cancel check of the copier.
@@ -45,16 +53,16 @@ int MVCPCopyFileFd(const char* src, const char* dst, long size, TAVOCopyProgress
 extern "C" {
 
 // transfer/: moves one file's data between local, remote and cloud paths.
-int MVCPReadWriteData(const char* src, const char* dst, int* srcFd, int* dstFd, long size,
-                      TAVOCopyProgress progress, TAVOCopyCancel cancel,
-                      const _TAVOCOPYARGSEX* args);
-int MVCPReadWriteDataEx(const char* src, const char* dst, int* srcFd, int* dstFd, long size,
-                        TAVOCopyProgress progress, TAVOCopyCancel cancel,
-                        const _TAVOCOPYARGSEX* args, bool eaCall);
+FENNOX_EXPORT int MVCPReadWriteData(const char* src, const char* dst, int* srcFd, int* dstFd,
+                                    long size, TAVOCopyProgress progress, TAVOCopyCancel cancel,
+                                    const _TAVOCOPYARGSEX* args);
+FENNOX_EXPORT int MVCPReadWriteDataEx(const char* src, const char* dst, int* srcFd, int* dstFd,
+                                      long size, TAVOCopyProgress progress, TAVOCopyCancel cancel,
+                                      const _TAVOCOPYARGSEX* args, bool eaCall);
 
 // engine/: moves `entries` by rename in two threads; returns when both ended.
-int MoveThreadMain(MOVE_THREAD_INFO (&records)[2],
-                   std::map<std::string, Fennox::ENTRY_STAT>& entries,
-                   const std::string& destFolder, const std::string& destCodePage,
-                   const std::string& destParam, int overwritePolicy, bool isDirMap);
+FENNOX_EXPORT int MoveThreadMain(MOVE_THREAD_INFO (&records)[2],
+                                 std::map<std::string, Fennox::ENTRY_STAT>& entries,
+                                 const std::string& destFolder, const std::string& destCodePage,
+                                 const std::string& destParam, int overwritePolicy, bool isDirMap);
 }

@@ -2,10 +2,10 @@
 // one process serves one request, and a worker is a process of its own.
 #pragma once
 
+#include <json/value.h>
 #include <atomic>
 #include <cstdint>
 #include <ctime>
-#include <json/value.h>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,10 +14,13 @@
 #include "fileop/copy.h"
 #include "prepare/entry_records.h"
 #include "tasks/task.h"
+#include "webapi/export.h"
 
-// Exported under these names.
-extern std::map<std::string, COPY_PARM> _mapCopyParam;  // by remote base path
-extern COPY_PARM _destCopyParam;
+// Exported under these names. C linkage keeps their types out of the symbols.
+extern "C" {
+FENNOX_EXPORT extern std::map<std::string, COPY_PARM> _mapCopyParam;  // by remote base path
+FENNOX_EXPORT extern COPY_PARM _destCopyParam;
+}
 
 namespace Fennox {
 

@@ -1,0 +1,64 @@
+#include "webapi/log.h"
+
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+namespace Fennox {
+namespace {
+
+std::string Format(const char* format, va_list args) __attribute__((format(printf, 1, 0)));
+
+std::string Format(const char* format, va_list args) {
+  va_list measured;
+  va_copy(measured, args);
+  const int length = std::vsnprintf(nullptr, 0, format, measured);
+  va_end(measured);
+  if (length < 0) return format;
+  std::string text(static_cast<std::size_t>(length) + 1, '\0');
+  std::vsnprintf(text.data(), text.size(), format, args);
+  text.pop_back();
+  return text;
+}
+
+// A file name with a line feed must not look like a log line of its own.
+void HideControlCharacters(std::string& text) {
+  for (char& c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) c = '?';
+  }
+}
+
+void Write(const std::string& prefix, const char* format, va_list args)
+    __attribute__((format(printf, 2, 0)));
+
+void Write(const std::string& prefix, const char* format, va_list args) {
+  std::string text = prefix + Format(format, args);
+  HideControlCharacters(text);
+  syslog(LOG_ERR, "%s", text.c_str());
+}
+
+}  // namespace
+
+void LogError(int number, const char* format, ...) {
+  const int saved = errno;
+  va_list args;
+  va_start(args, format);
+  Write(std::string(kModuleName) + ':' + std::to_string(number) + ' ', format, args);
+  va_end(args);
+  errno = saved;
+}
+
+void LogErrorWithPrefix(const char* prefix, const char* format, ...) {
+  const int saved = errno;
+  va_list args;
+  va_start(args, format);
+  Write(prefix, format, args);
+  va_end(args);
+  errno = saved;
+}
+
+}  // namespace Fennox

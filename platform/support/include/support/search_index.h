@@ -44,7 +44,8 @@ class WfmSearchDBTaskMgr {
 
 namespace support {
 
-// Makes an empty index, as a search that starts does. False on failure.
+// Makes an empty index, as a search that starts does; the process must be the
+// user. False on failure.
 [[nodiscard]] bool CreateSearchIndex(const std::string& user, const std::string& volume);
 
 }  // namespace support

@@ -1,0 +1,107 @@
+#include "real_path.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+#include "path_syntax.h"
+#include "support/errors.h"
+
+namespace support {
+
+namespace {
+
+struct Free {
+  void operator()(char* text) const { free(text); }
+};
+
+std::string Join(const std::string& folder, const std::string& name) {
+  return folder.ends_with('/') ? folder + name : folder + "/" + name;
+}
+
+std::string ParentOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
+int ErrnoCode(const std::string& path) {
+  const int code = WfmParseErrnoToError(errno, path.c_str(), nullptr);
+  // A file in the middle of a path leaves no place for what comes after it.
+  return code == WEBFM_NOT_A_FOLDER ? WEBFM_NOT_FOUND : code;
+}
+
+int CheckFolder(const std::string& path) {
+  struct stat st {};
+  if (stat(path.c_str(), &st) != 0) return ErrnoCode(path);
+  return S_ISDIR(st.st_mode) ? WEBFM_OK : WEBFM_NOT_FOUND;
+}
+
+struct Holder {
+  bool known = false;
+  dev_t major = 0;
+  dev_t minor = 0;
+  std::uint64_t mount = 0;
+
+  bool operator==(const Holder& other) const {
+    return known == other.known && major == other.major && minor == other.minor &&
+           mount == other.mount;
+  }
+};
+
+Holder HolderOf(const std::string& path) {
+  struct statx stx {};
+  constexpr int kFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
+  if (statx(AT_FDCWD, path.c_str(), kFlags, STATX_TYPE | STATX_MNT_ID, &stx) != 0) return {};
+  return {true, stx.stx_dev_major, stx.stx_dev_minor,
+          (stx.stx_mask & STATX_MNT_ID) ? stx.stx_mnt_id : 0};
+}
+
+}  // namespace
+
+bool RealPath(const std::string& path, std::string* out) {
+  const std::unique_ptr<char, Free> resolved(realpath(path.c_str(), nullptr));
+  if (!resolved) return false;
+  *out = resolved.get();
+  return true;
+}
+
+int ResolveBelow(const std::string& root, const std::string& rest, std::string* base,
+                 std::string* out) {
+  if (!RealPath(root, base)) return ErrnoCode(root);
+  if (rest.empty()) {
+    *out = *base;
+    return CheckFolder(*out);
+  }
+  const std::size_t slash = rest.rfind('/');
+  std::string parent = *base;
+  if (slash != std::string::npos) {
+    const std::string named = Join(*base, rest.substr(0, slash));
+    if (!RealPath(named, &parent)) return ErrnoCode(named);
+    if (!IsAtOrBelow(parent, *base)) return WEBFM_NO_PERMISSION;
+  }
+  const int code = CheckFolder(parent);
+  if (code != WEBFM_OK) return code;
+  *out = Join(parent, slash == std::string::npos ? rest : rest.substr(slash + 1));
+  return WEBFM_OK;
+}
+
+std::string MountPointOf(const std::string& path) {
+  std::string point = path;
+  Holder holder = HolderOf(point);
+  if (!holder.known) {
+    point = ParentOf(point);
+    holder = HolderOf(point);
+  }
+  while (point != "/") {
+    const std::string parent = ParentOf(point);
+    if (!(HolderOf(parent) == holder)) break;
+    point = parent;
+  }
+  return point;
+}
+
+}  // namespace support

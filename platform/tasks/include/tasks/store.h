@@ -3,8 +3,8 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
 #include <json/value.h>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -33,7 +33,8 @@ Json::Value Notifications(const std::string& user, int limit);
 // pid that no longer runs with the stored start time becomes finished, with
 // "progress" -1, "status" "FAIL" and `code` appended to "errors" with the path
 // in hand. With `pid` > 0 only that worker's records are looked at and it is
-// taken as gone. Returns the number of records ended. Runs as the store's owner.
+// taken as gone. An unfinished record without a pid is ended once it is ten
+// minutes old. Returns the number of records ended. Runs as the store's owner.
 int EndRecordsOfDeadWorkers(const std::string& user, pid_t pid, int code);
 
 // Users that have a store.

@@ -76,6 +76,7 @@ class Task {
 
  private:
   friend class TaskMgr;
+  bool writePending(bool finish);
   struct Existing {};
   Task(Existing, std::string user, std::string taskId);
 

@@ -59,8 +59,7 @@ class TaskMgr {
   // Non-zero when the task may run now.
   int IsRunnable(const char* queue, const char* taskId, int pid, TaskProbe probe, void* user);
   // Leaves the queue; with `all` also drops every other entry that no longer runs.
-  void Clean(const char* queue, const char* taskId, int pid, TaskProbe probe, void* user,
-             bool all);
+  void Clean(const char* queue, const char* taskId, int pid, TaskProbe probe, void* user, bool all);
 
  private:
   unsigned int slots_;
@@ -70,16 +69,22 @@ class TaskMgr {
 
 namespace vfs {
 
+// Makes the queue's file in STATE/run. A server for several users calls it once
+// at start-up, as the user that owns the state folder: workers of other users
+// may write the file but not make it. Where all processes are one user's the
+// queue makes it itself. False with errno set on failure.
+[[nodiscard]] bool PrepareQueue();
+
 // Facts about the mount that holds a path.
 struct MountInfo {
-  std::string name;        // configured name
+  std::string name;  // configured name
   std::string protocol;
-  std::string base_uri;    // PROTOCOL://NAME/
-  std::string mount_path;  // local folder it is mounted on, no trailing slash
-  std::string remote_base; // folder on the server that the mount shows
+  std::string base_uri;     // PROTOCOL://NAME/
+  std::string mount_path;   // local folder it is mounted on, no trailing slash
+  std::string remote_base;  // folder on the server that the mount shows
   std::string code_page;
-  int max_connections = 0; // 0: the server decides
-  bool cloud = false;      // a cloud-storage mount
+  int max_connections = 0;  // 0: the server decides
+  bool cloud = false;       // a cloud-storage mount
 };
 
 // The mount of a path as the user names it (PROTOCOL://NAME/rest). False when

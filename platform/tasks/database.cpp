@@ -1,0 +1,250 @@
+#include "database.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <thread>
+
+#include "core/config.h"
+#include "core/unique_fd.h"
+#include "core/user.h"
+
+namespace tasks::internal {
+namespace {
+
+constexpr int kFormat = 1;
+
+constexpr const char* kSchema = R"(
+CREATE TABLE tasks(
+  seq INTEGER PRIMARY KEY,
+  id TEXT NOT NULL UNIQUE,
+  created INTEGER NOT NULL,
+  finished INTEGER NOT NULL DEFAULT 0,
+  finished_at INTEGER,
+  pid INTEGER,
+  pid_start INTEGER);
+CREATE TABLE properties(
+  task INTEGER NOT NULL REFERENCES tasks(seq),
+  name TEXT NOT NULL,
+  value BLOB NOT NULL,
+  PRIMARY KEY(task, name));
+CREATE TABLE notifications(
+  seq INTEGER PRIMARY KEY AUTOINCREMENT,
+  time INTEGER NOT NULL,
+  app BLOB NOT NULL,
+  taskid BLOB NOT NULL,
+  category BLOB NOT NULL,
+  title BLOB NOT NULL,
+  args BLOB NOT NULL);
+PRAGMA user_version = 1;
+)";
+
+// The journal file stays and is overwritten in place, with its header cleared
+// as the commit: no file is made or deleted per write, and a sync of blocks that
+// already exist does not make the file system commit its own journal (and, with
+// it, the data that a running copy has just written). A journal that stays also
+// lets records be updated and finished on a file system that a copy has filled,
+// which the shared-memory file of a write-ahead log would not. With "NORMAL"
+// neither a killed process nor a power cut damages the store; a write costs
+// three syncs of one or a few blocks, and a task writes once in five seconds.
+constexpr const char* kWriterSettings =
+    "PRAGMA journal_mode = PERSIST; PRAGMA journal_size_limit = 1048576; PRAGMA synchronous = "
+    "NORMAL;";
+
+bool IsRegularFile(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// Makes the file under a name of its own, for the folder's owner.
+bool MakeEmptyFile(const std::string& folder, const std::string& path) {
+  struct stat owner {};
+  if (lstat(folder.c_str(), &owner) != 0) return false;
+  const core::UniqueFd file(
+      open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file) return false;
+  return geteuid() != 0 || fchown(file.get(), owner.st_uid, owner.st_gid) == 0;
+}
+
+bool FillNewStore(const std::string& path) {
+  sqlite3* handle = nullptr;
+  int code =
+      sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (code == SQLITE_OK) {
+    const std::string script =
+        std::string("PRAGMA journal_mode = MEMORY; BEGIN;") + kSchema + "COMMIT;";
+    code = sqlite3_exec(handle, script.c_str(), nullptr, nullptr, nullptr);
+  }
+  sqlite3_close(handle);
+  return code == SQLITE_OK;
+}
+
+bool MakeStore(const std::string& user) {
+  uid_t uid = geteuid();
+  gid_t gid = getegid();
+  if (uid == 0) {
+    // An account that the system does not know keeps a store of the server's own.
+    (void)TAVOUserGetUGID(user.c_str(), &uid, &gid);
+  }
+  if (!core::EnsureUserStateFolder(user, uid, gid)) return false;
+
+  std::uint64_t number = 0;
+  if (getrandom(&number, sizeof number, 0) != static_cast<ssize_t>(sizeof number)) return false;
+  const std::string path = StorePath(user);
+  const std::string fresh = path + ".new-" + std::to_string(number);
+  const bool filled = MakeEmptyFile(core::UserStateFolder(user), fresh) && FillNewStore(fresh);
+  const bool linked = filled && (link(fresh.c_str(), path.c_str()) == 0 || errno == EEXIST);
+  unlink(fresh.c_str());
+  return linked;
+}
+
+}  // namespace
+
+std::string StorePath(const std::string& user) {
+  const std::string folder = core::UserStateFolder(user);
+  return folder.empty() ? std::string() : folder + "/tasks.db";
+}
+
+Database::Database() : savedErrno_(errno) {}
+
+Database::~Database() {
+  sqlite3_close(handle_);
+  errno = savedErrno_;
+}
+
+int Database::WaitForOthers(void* self, int attempt) {
+  const auto* database = static_cast<Database*>(self);
+  if (std::chrono::steady_clock::now() >= database->deadline_) return 0;
+  std::this_thread::sleep_for(std::chrono::milliseconds(std::min(1 << std::min(attempt, 5), 20)));
+  return 1;
+}
+
+Result Database::OpenFile(const std::string& path) {
+  path_ = path;
+  deadline_ = std::chrono::steady_clock::now() + kBusyTimeout;
+  const int code =
+      sqlite3_open_v2(path.c_str(), &handle_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (code != SQLITE_OK) return ResultOf(code);
+  sqlite3_busy_handler(handle_, &Database::WaitForOthers, this);
+  return Result::kDone;
+}
+
+Result Database::Open(const std::string& user) {
+  const std::string path = StorePath(user);
+  if (path.empty()) return Result::kGone;
+  if (!IsRegularFile(path)) return errno == ENOENT ? Result::kGone : Result::kFailed;
+  return OpenFile(path);
+}
+
+Result Database::OpenOrCreate(const std::string& user) {
+  const std::string path = StorePath(user);
+  if (path.empty()) return Result::kFailed;
+  if (!IsRegularFile(path) && !MakeStore(user)) return Result::kFailed;
+  if (const Result opened = OpenFile(path); opened != Result::kDone) return opened;
+  Statement format(*this, "PRAGMA user_version");
+  if (!format.Next()) return format.result();
+  // A newer server's store is not ours to write.
+  return format.Integer(0) == kFormat ? Result::kDone : Result::kFailed;
+}
+
+Result Database::Execute(const char* sql) {
+  return ResultOf(sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr));
+}
+
+Result Database::Begin() {
+  if (const Result set = Execute(kWriterSettings); set != Result::kDone) return set;
+  return Execute("BEGIN IMMEDIATE");
+}
+
+Result Database::Commit() { return Execute("COMMIT"); }
+
+Result Database::ResultOf(int code) const {
+  switch (code & 0xFF) {
+    case SQLITE_OK:
+    case SQLITE_ROW:
+    case SQLITE_DONE:
+      return Result::kDone;
+    case SQLITE_CONSTRAINT:
+      return Result::kTaken;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return Result::kBusy;
+    default:
+      syslog(LOG_ERR, "%s:%d Task store %s: %s", "database.cpp", __LINE__, path_.c_str(),
+             handle_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle_));
+      return Result::kFailed;
+  }
+}
+
+Statement::Statement(Database& database, const char* sql) : database_(database) {
+  code_ = sqlite3_prepare_v2(database.handle(), sql, -1, &statement_, nullptr);
+}
+
+// Binding to a statement that could not be prepared is a harmless misuse error;
+// the preparation's own code is the one to keep.
+Statement& Statement::Bind(std::int64_t value) {
+  if (statement_ != nullptr) sqlite3_bind_int64(statement_, ++bound_, value);
+  return *this;
+}
+
+Statement& Statement::Bind(std::optional<std::int64_t> value) {
+  if (value) return Bind(*value);
+  if (statement_ != nullptr) sqlite3_bind_null(statement_, ++bound_);
+  return *this;
+}
+
+Statement& Statement::Bind(const std::string& text) {
+  if (statement_ == nullptr) return *this;
+  const int code = sqlite3_bind_text64(statement_, ++bound_, text.data(), text.size(),
+                                       SQLITE_TRANSIENT, SQLITE_UTF8);
+  if (code != SQLITE_OK) code_ = code;
+  return *this;
+}
+
+Statement& Statement::BindBlob(const std::string& bytes) {
+  if (statement_ == nullptr) return *this;
+  const int code =
+      sqlite3_bind_blob64(statement_, ++bound_, bytes.data(), bytes.size(), SQLITE_TRANSIENT);
+  if (code != SQLITE_OK) code_ = code;
+  return *this;
+}
+
+bool Statement::Next() {
+  if (statement_ == nullptr || (code_ != SQLITE_OK && code_ != SQLITE_ROW)) return false;
+  code_ = sqlite3_step(statement_);
+  return code_ == SQLITE_ROW;
+}
+
+Result Statement::Run() {
+  while (Next()) {
+  }
+  return result();
+}
+
+bool Statement::IsNull(int column) const {
+  return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
+
+std::int64_t Statement::Integer(int column) const {
+  return sqlite3_column_int64(statement_, column);
+}
+
+std::optional<std::int64_t> Statement::OptionalInteger(int column) const {
+  if (IsNull(column)) return std::nullopt;
+  return Integer(column);
+}
+
+std::string Statement::Bytes(int column) const {
+  const void* bytes = sqlite3_column_blob(statement_, column);
+  const int size = sqlite3_column_bytes(statement_, column);
+  if (bytes == nullptr || size <= 0) return {};
+  return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
+}
+
+}  // namespace tasks::internal

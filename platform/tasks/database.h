@@ -1,0 +1,102 @@
+// One user's SQLite store, opened for a single operation.
+//
+// Invariants:
+//  1. No connection outlives the call that opened it, so none is ever carried
+//     across a fork.
+//  2. A file with the name of a store always holds the whole schema: a new
+//     store is built under another name and linked into place.
+//  3. Every writing transaction begins IMMEDIATE, so it never has to upgrade a
+//     read lock, which SQLite refuses without waiting.
+//  4. All waits of one connection together end at its deadline.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tasks::internal {
+
+enum class Result {
+  kDone,
+  kGone,    // no such record, or no store at all
+  kTaken,   // the id is in use
+  kBusy,    // another process held the store until the deadline
+  kFailed,  // damaged, full, unreadable
+};
+
+// Longest time that one operation waits for other processes.
+constexpr std::chrono::seconds kBusyTimeout{10};
+
+// STATE/users/NAME/tasks.db; empty when the name cannot be a file name or the
+// server has no state folder.
+std::string StorePath(const std::string& user);
+
+class Database {
+ public:
+  Database();
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  // kGone when the user has no store.
+  [[nodiscard]] Result Open(const std::string& user);
+  // Makes the store when it is missing.
+  [[nodiscard]] Result OpenOrCreate(const std::string& user);
+
+  [[nodiscard]] Result Begin();
+  // A transaction that is not committed is rolled back with the connection.
+  [[nodiscard]] Result Commit();
+  // Rows changed by the latest statement.
+  [[nodiscard]] int Changes() const { return sqlite3_changes(handle_); }
+
+  [[nodiscard]] sqlite3* handle() const { return handle_; }
+  // Maps an SQLite code, and logs the ones that an administrator must look at.
+  [[nodiscard]] Result ResultOf(int code) const;
+
+ private:
+  static int WaitForOthers(void* self, int attempt);
+  [[nodiscard]] Result OpenFile(const std::string& path);
+  [[nodiscard]] Result Execute(const char* sql);
+
+  sqlite3* handle_ = nullptr;
+  std::string path_;
+  std::chrono::steady_clock::time_point deadline_;
+  int savedErrno_;  // what SQLite does to errno is nobody's business
+};
+
+// A prepared statement; parameters are bound in order.
+class Statement {
+ public:
+  Statement(Database& database, const char* sql);
+  ~Statement() { sqlite3_finalize(statement_); }
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  Statement& Bind(std::int64_t value);
+  Statement& Bind(std::optional<std::int64_t> value);
+  Statement& Bind(const std::string& text);
+  // Bytes that may be no valid text.
+  Statement& BindBlob(const std::string& bytes);
+
+  // Steps to the next row. False at the end and on failure; result() tells which.
+  [[nodiscard]] bool Next();
+  // Runs a statement that gives no rows.
+  [[nodiscard]] Result Run();
+  [[nodiscard]] Result result() const { return database_.ResultOf(code_); }
+
+  [[nodiscard]] bool IsNull(int column) const;
+  [[nodiscard]] std::int64_t Integer(int column) const;
+  [[nodiscard]] std::optional<std::int64_t> OptionalInteger(int column) const;
+  [[nodiscard]] std::string Bytes(int column) const;
+
+ private:
+  Database& database_;
+  sqlite3_stmt* statement_ = nullptr;
+  int code_ = SQLITE_OK;
+  int bound_ = 0;
+};
+
+}  // namespace tasks::internal

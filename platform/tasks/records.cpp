@@ -1,0 +1,186 @@
+#include "records.h"
+
+#include <ctime>
+#include <utility>
+
+#include "core/process.h"
+#include "json_text.h"
+
+namespace tasks::internal {
+namespace {
+
+// The pid is taken down with its start time once: a later write of the same pid
+// must not renew it, for by then it may be another process's.
+Result RecordPid(Database& database, const Row& row, const Json::Value& data) {
+  if (!data.isObject() || !data["pid"].isInt()) return Result::kDone;
+  const int pid = data["pid"].asInt();
+  if (pid <= 0 || row.pid == pid) return Result::kDone;
+  std::optional<std::int64_t> start;
+  if (const auto ticks = core::ProcessStartTime(pid)) start = static_cast<std::int64_t>(*ticks);
+  return Statement(database, "UPDATE tasks SET pid = ?, pid_start = ? WHERE seq = ?")
+      .Bind(static_cast<std::int64_t>(pid))
+      .Bind(start)
+      .Bind(row.seq)
+      .Run();
+}
+
+Result WriteProperty(Database& database, const Row& row, const std::string& name,
+                     const Json::Value& value) {
+  return Statement(database,
+                   "INSERT INTO properties(task, name, value) VALUES(?, ?, ?) "
+                   "ON CONFLICT(task, name) DO UPDATE SET value = excluded.value")
+      .Bind(row.seq)
+      .Bind(name)
+      .BindBlob(JsonToText(value))
+      .Run();
+}
+
+// Opens the store, begins a transaction and finds the record.
+Result BeginOnRecord(Database& database, const std::string& user, const std::string& id, Row* row) {
+  Result result = database.Open(user);
+  if (result == Result::kDone) result = database.Begin();
+  if (result == Result::kDone) result = FindRow(database, id, row);
+  return result;
+}
+
+}  // namespace
+
+Result FindRow(Database& database, const std::string& id, Row* row) {
+  Statement query(database,
+                  "SELECT seq, created, finished, pid, pid_start FROM tasks WHERE id = ?");
+  query.Bind(id);
+  if (!query.Next()) {
+    const Result result = query.result();
+    return result == Result::kDone ? Result::kGone : result;
+  }
+  row->seq = query.Integer(0);
+  row->created = query.Integer(1);
+  row->finished = query.Integer(2) != 0;
+  row->pid = query.OptionalInteger(3);
+  row->pid_start = query.OptionalInteger(4);
+  return Result::kDone;
+}
+
+Result ReadProperty(Database& database, const Row& row, const char* name, Json::Value* value) {
+  Statement query(database, "SELECT value FROM properties WHERE task = ? AND name = ?");
+  query.Bind(row.seq).Bind(std::string(name));
+  *value = query.Next() ? TextToJson(query.Bytes(0)) : Json::Value();
+  return query.result();
+}
+
+Result WriteProperties(Database& database, const Row& row, const Json::Value& values) {
+  for (const std::string& name : values.getMemberNames()) {
+    Result result = WriteProperty(database, row, name, values[name]);
+    if (result == Result::kDone && name == "data") result = RecordPid(database, row, values[name]);
+    if (result != Result::kDone) return result;
+  }
+  return Result::kDone;
+}
+
+Result MarkFinished(Database& database, const Row& row) {
+  return Statement(database,
+                   "UPDATE tasks SET finished = 1, finished_at = coalesce(finished_at, ?) "
+                   "WHERE seq = ?")
+      .Bind(static_cast<std::int64_t>(time(nullptr)))
+      .Bind(row.seq)
+      .Run();
+}
+
+Result CreateRecord(const std::string& user, const std::string& id) {
+  Database database;
+  Result result = database.OpenOrCreate(user);
+  if (result == Result::kDone) result = database.Begin();
+  if (result != Result::kDone) return result;
+  result = Statement(database, "INSERT INTO tasks(id, created) VALUES(?, ?)")
+               .Bind(id)
+               .Bind(static_cast<std::int64_t>(time(nullptr)))
+               .Run();
+  return result == Result::kDone ? database.Commit() : result;
+}
+
+Result LoadRecord(const std::string& user, const std::string& id, Json::Value* properties) {
+  *properties = Json::Value(Json::objectValue);
+  Database database;
+  if (const Result opened = database.Open(user); opened != Result::kDone) return opened;
+  Statement query(database,
+                  "SELECT p.name, p.value FROM tasks t LEFT JOIN properties p ON p.task = t.seq "
+                  "WHERE t.id = ?");
+  query.Bind(id);
+  bool found = false;
+  Json::Value loaded(Json::objectValue);
+  while (query.Next()) {
+    found = true;
+    if (!query.IsNull(0)) loaded[query.Bytes(0)] = TextToJson(query.Bytes(1));
+  }
+  if (const Result result = query.result(); result != Result::kDone) return result;
+  if (!found) return Result::kGone;
+  *properties = std::move(loaded);
+  return Result::kDone;
+}
+
+Result AskFinished(const std::string& user, const std::string& id, bool* finished) {
+  *finished = false;
+  Database database;
+  Row row;
+  Result result = database.Open(user);
+  if (result == Result::kDone) result = FindRow(database, id, &row);
+  *finished = row.finished;
+  return result;
+}
+
+Result WriteRecord(const std::string& user, const std::string& id, const Json::Value& values,
+                   bool finish) {
+  Database database;
+  Row row;
+  Result result = BeginOnRecord(database, user, id, &row);
+  if (result == Result::kDone) result = WriteProperties(database, row, values);
+  if (result == Result::kDone && finish) result = MarkFinished(database, row);
+  return result == Result::kDone ? database.Commit() : result;
+}
+
+Result RestoreData(const std::string& user, const std::string& id, const Json::Value& data) {
+  Database database;
+  Row row;
+  Json::Value stored;
+  Result result = BeginOnRecord(database, user, id, &row);
+  if (result == Result::kDone) result = ReadProperty(database, row, "data", &stored);
+  if (result != Result::kDone || !stored.isNull()) return result;
+  Json::Value values(Json::objectValue);
+  values["data"] = data;
+  result = WriteProperties(database, row, values);
+  return result == Result::kDone ? database.Commit() : result;
+}
+
+Result RemoveRecord(const std::string& user, const std::string& id) {
+  Database database;
+  Row row;
+  Result result = BeginOnRecord(database, user, id, &row);
+  if (result != Result::kDone) return result;
+  result = Statement(database, "DELETE FROM properties WHERE task = ?").Bind(row.seq).Run();
+  if (result == Result::kDone) {
+    result = Statement(database, "DELETE FROM tasks WHERE seq = ?").Bind(row.seq).Run();
+  }
+  return result == Result::kDone ? database.Commit() : result;
+}
+
+Result RemoveOldRecords(const std::string& user, std::int64_t finished_before,
+                        std::int64_t empty_before) {
+  Database database;
+  Result result = database.Open(user);
+  if (result == Result::kDone) result = database.Begin();
+  if (result != Result::kDone) return result;
+  result = Statement(database,
+                     "DELETE FROM tasks WHERE (finished = 1 AND finished_at < ?) OR "
+                     "(created < ? AND NOT EXISTS (SELECT 1 FROM properties p WHERE "
+                     "p.task = tasks.seq AND p.name = 'data'))")
+               .Bind(finished_before)
+               .Bind(empty_before)
+               .Run();
+  if (result == Result::kDone) {
+    result = Statement(database, "DELETE FROM properties WHERE task NOT IN (SELECT seq FROM tasks)")
+                 .Run();
+  }
+  return result == Result::kDone ? database.Commit() : result;
+}
+
+}  // namespace tasks::internal

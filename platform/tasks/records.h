@@ -1,0 +1,57 @@
+// The stored records: each function is one operation on one store.
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "database.h"
+
+namespace tasks::internal {
+
+// A record that got no data within this time never will.
+constexpr std::int64_t kSecondsWithoutData = 600;
+
+// Row of a record inside an open transaction.
+struct Row {
+  std::int64_t seq = 0;
+  std::int64_t created = 0;
+  bool finished = false;
+  std::optional<std::int64_t> pid;
+  std::optional<std::int64_t> pid_start;  // unset: the process was gone when it was recorded
+};
+
+[[nodiscard]] Result CreateRecord(const std::string& user, const std::string& id);
+
+// The properties, an object. On failure *properties is an empty object.
+[[nodiscard]] Result LoadRecord(const std::string& user, const std::string& id,
+                                Json::Value* properties);
+
+[[nodiscard]] Result AskFinished(const std::string& user, const std::string& id, bool* finished);
+
+// Writes the members of `values` as properties, and with `finish` marks the
+// record finished, in one transaction.
+[[nodiscard]] Result WriteRecord(const std::string& user, const std::string& id,
+                                 const Json::Value& values, bool finish);
+
+// Writes `data` only if the record's own is missing or damaged.
+[[nodiscard]] Result RestoreData(const std::string& user, const std::string& id,
+                                 const Json::Value& data);
+
+[[nodiscard]] Result RemoveRecord(const std::string& user, const std::string& id);
+
+// Removes finished records that ended before `finished_before` and records
+// without data made before `empty_before` (seconds since the epoch).
+[[nodiscard]] Result RemoveOldRecords(const std::string& user, std::int64_t finished_before,
+                                      std::int64_t empty_before);
+
+// Parts of the above, for use inside a transaction.
+[[nodiscard]] Result FindRow(Database& database, const std::string& id, Row* row);
+[[nodiscard]] Result ReadProperty(Database& database, const Row& row, const char* name,
+                                  Json::Value* value);
+[[nodiscard]] Result WriteProperties(Database& database, const Row& row, const Json::Value& values);
+[[nodiscard]] Result MarkFinished(Database& database, const Row& row);
+
+}  // namespace tasks::internal

@@ -1,0 +1,162 @@
+#include "tasks/task.h"
+
+#include <sys/random.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <utility>
+
+#include "notifications.h"
+#include "records.h"
+
+namespace KVX {
+
+using tasks::internal::Result;
+
+namespace {
+
+std::string TextOf(const char* text) { return text == nullptr ? std::string() : text; }
+
+const char* ReasonOf(Result result) {
+  switch (result) {
+    case Result::kGone:
+      return "no such task";
+    case Result::kTaken:
+      return "the id is taken";
+    case Result::kBusy:
+      return "the task store is locked";
+    default:
+      return "the task store cannot be used";
+  }
+}
+
+}  // namespace
+
+Task::Task(const char* user, const char* taskId)
+    : user_(TextOf(user)), id_(TextOf(taskId)), properties_(Json::objectValue) {
+  if (user_.empty() || id_.empty()) throw TaskError("a task needs a user and an id");
+  const Result result = tasks::internal::CreateRecord(user_, id_);
+  if (result != Result::kDone) throw TaskError(ReasonOf(result));
+}
+
+Task::Task(Existing /*unused*/, std::string user, std::string taskId)
+    : user_(std::move(user)), id_(std::move(taskId)) {
+  const Result result = tasks::internal::LoadRecord(user_, id_, &properties_);
+  if (result != Result::kDone) throw TaskError(ReasonOf(result));
+}
+
+Task::~Task() {
+  if (removeWhenReleased_) remove();
+}
+
+std::string Task::getTaskId() const { return id_; }
+
+bool Task::reload() {
+  return tasks::internal::LoadRecord(user_, id_, &properties_) == Result::kDone;
+}
+
+Json::Value Task::getProperty(const char* name) const {
+  return name == nullptr ? Json::Value() : properties_[name];
+}
+
+bool Task::getBoolProperty(const char* name, bool fallback) const {
+  const Json::Value value = getProperty(name);
+  return value.isBool() ? value.asBool() : fallback;
+}
+
+double Task::getDoubleProperty(const char* name, double fallback) const {
+  const Json::Value value = getProperty(name);
+  return value.isNumeric() ? value.asDouble() : fallback;
+}
+
+void Task::beginUpdate() {
+  updating_ = true;
+  pending_ = Json::Value(Json::objectValue);
+}
+
+bool Task::setProperty(const char* name, const Json::Value& value) {
+  if (name == nullptr) return false;
+  if (updating_) {
+    pending_[name] = value;
+    return true;
+  }
+  beginUpdate();
+  pending_[name] = value;
+  return endUpdate();
+}
+
+bool Task::endUpdate() { return writePending(false); }
+
+bool Task::finish(bool drop) {
+  if (!drop) return writePending(true);
+  updating_ = false;
+  pending_ = Json::Value();
+  return remove();
+}
+
+bool Task::writePending(bool finish) {
+  Json::Value values(Json::objectValue);
+  if (updating_) values.swap(pending_);
+  updating_ = false;
+  pending_ = Json::Value();
+  if (tasks::internal::WriteRecord(user_, id_, values, finish) != Result::kDone) return false;
+  for (const std::string& name : values.getMemberNames()) properties_[name].swap(values[name]);
+  return true;
+}
+
+bool Task::isFinished() {
+  bool finished = false;
+  const bool answered = tasks::internal::AskFinished(user_, id_, &finished) == Result::kDone;
+  askedFinished_ = true;
+  allFinished_ = allFinished_ && answered && finished;
+  return answered && finished;
+}
+
+bool Task::remove() {
+  const Result result = tasks::internal::RemoveRecord(user_, id_);
+  return result == Result::kDone || result == Result::kGone;
+}
+
+void Task::removeWhenReleased() { removeWhenReleased_ = true; }
+
+bool Task::reportedFinished() const { return askedFinished_ && allFinished_; }
+
+bool Task::sendNotifyMessageNoEncode(const char* app, const char* taskId, const char* category,
+                                     const char* title, ...) {
+  Json::Value args(Json::arrayValue);
+  va_list texts;
+  va_start(texts, title);
+  for (const char* text = va_arg(texts, const char*); text != nullptr;
+       text = va_arg(texts, const char*)) {
+    args.append(text);
+  }
+  va_end(texts);
+  return tasks::internal::AddNotification(user_, {TextOf(app), TextOf(taskId), TextOf(category),
+                                                  TextOf(title), args}) == Result::kDone;
+}
+
+TaskMgr::TaskMgr(const char* user) : user_(TextOf(user)) {}
+
+std::string TaskMgr::getUniqueTaskId(const char* prefix) {
+  std::array<unsigned char, 16> bits{};
+  ssize_t got = -1;
+  do {
+    got = getrandom(bits.data(), bits.size(), 0);
+  } while (got < 0 && errno == EINTR);
+  if (got != static_cast<ssize_t>(bits.size())) throw TaskError("no random numbers");
+
+  constexpr const char* kDigits = "0123456789abcdef";
+  std::string id = TextOf(prefix);
+  for (const unsigned char byte : bits) {
+    id += kDigits[byte >> 4U];
+    id += kDigits[byte & 15U];
+  }
+  return id;
+}
+
+Task* TaskMgr::getTaskWithThrow(const char* taskId) {
+  return new Task(Task::Existing{}, user_, TextOf(taskId));
+}
+
+}  // namespace KVX

@@ -1,0 +1,100 @@
+#include "tasks/task_helpers.h"
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <functional>
+#include <thread>
+
+#include "core/config.h"
+#include "records.h"
+
+namespace {
+
+using tasks::internal::Result;
+
+// A store that another process holds for the moment is worth another look; a
+// record that is gone and a damaged store are not.
+bool MayComeBack(const KVX::Task& task) {
+  bool finished = false;
+  const Result result = tasks::internal::AskFinished(task.user(), task.getTaskId(), &finished);
+  return result == Result::kDone || result == Result::kBusy;
+}
+
+bool WaitUntil(KVX::Task* task, int seconds, const std::function<bool()>& ready) {
+  if (task == nullptr) return false;
+  constexpr std::chrono::milliseconds kLongestPause{100};
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  std::chrono::milliseconds pause{1};
+  for (;;) {
+    if (task->reload()) {
+      if (ready()) return true;
+    } else if (!MayComeBack(*task)) {
+      return false;
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return false;
+    std::this_thread::sleep_for(std::min(pause, left));
+    pause = std::min(pause * 2, kLongestPause);
+  }
+}
+
+}  // namespace
+
+bool WaitForTaskDataReady(KVX::Task* task, const char* property, int seconds) {
+  return WaitUntil(task, seconds, [&] { return !task->getProperty(property).isNull(); });
+}
+
+bool WaitForTaskDataKeyReady(KVX::Task* task, const char* property, const char* member,
+                             int seconds) {
+  if (member == nullptr) return false;
+  return WaitUntil(task, seconds, [&] {
+    const Json::Value value = task->getProperty(property);
+    return value.isObject() && value.isMember(member);
+  });
+}
+
+bool RecoverTaskData(KVX::Task* task, const Json::Value& snapshot) {
+  if (task == nullptr || snapshot.isNull()) return false;
+  return tasks::internal::RestoreData(task->user(), task->getTaskId(), snapshot) == Result::kDone &&
+         task->reload();
+}
+
+bool SaveTaskData(KVX::Task* task, const Json::Value& data, float ratio) {
+  if (task == nullptr) return false;
+  task->beginUpdate();
+  return task->setProperty("data", data) &&
+         task->setProperty("progress", Json::Value(static_cast<double>(ratio))) &&
+         task->endUpdate();
+}
+
+Json::Value WfmLibBkgTaskInfoCreate(const Json::Value& data, const std::string& action) {
+  const Json::Value none;
+  const Json::Value& params = data.isObject() ? data["params"] : none;
+  const Json::Value& paths = params.isObject() ? params["path"] : none;
+  const Json::Value& folder = params.isObject() ? params["dest_folder_path"] : none;
+  Json::Value info(Json::objectValue);
+  info["action"] = action;
+  info["source_count"] = paths.isArray() ? paths.size() : 0;
+  info["dest_folder_path"] = folder.isString() ? folder : Json::Value("");
+  info["created"] = static_cast<Json::Int64>(time(nullptr));
+  return info;
+}
+
+void CleanTimeOutTasks(const char* user) {
+  if (user == nullptr) return;
+  const std::int64_t now = time(nullptr);
+  const std::int64_t kept = std::int64_t{3600} * core::CurrentConfig().finished_tasks_hours;
+  // Nobody waits for the result: what is left now is removed after the next task.
+  (void)tasks::internal::RemoveOldRecords(user, now - kept,
+                                          now - tasks::internal::kSecondsWithoutData);
+}
+
+bool WfmLibRemoveFinishedTask(KVX::Task* task, int /*workerPid*/, bool force) {
+  // A task that ended between two answers stays for the next poll, so that the
+  // client is told "finished" before the record goes.
+  if (task == nullptr || !(force || task->reportedFinished())) return false;
+  task->removeWhenReleased();
+  return true;
+}

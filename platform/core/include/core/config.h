@@ -42,6 +42,13 @@ struct RemoteConfig {
   std::vector<std::string> users{"*"};
 };
 
+// One [[token]]: a bearer token that the administrator issued to a user. With at
+// least one of them the server has several users and makes no token of its own.
+struct TokenConfig {
+  std::string user;
+  std::string file;  // absolute path; readable by its owner only
+};
+
 struct ServerConfig {
   std::string listen = "127.0.0.1:5050";
   std::string state;            // absolute path of the state folder
@@ -54,6 +61,7 @@ struct Config {
   ServerConfig server;
   std::vector<ShareConfig> shares;
   std::vector<RemoteConfig> remotes;
+  std::vector<TokenConfig> tokens;
   std::uint64_t bandwidth_default = 0;  // bytes a second and user; 0: no limit
   // Settings of [copymove] as texts, by key, for TavoConf.
   std::vector<std::pair<std::string, std::string>> copymove;

@@ -1,0 +1,18 @@
+// How long and how much, in one place.
+#pragma once
+
+#include <cstddef>
+
+namespace host {
+
+// Life of a request process once it has its request. "status" alone may wait a minute.
+inline constexpr unsigned kRequestSeconds = 110;
+// How long the front waits for an answer: a little longer, so that it sees the end.
+inline constexpr int kAnswerMs = 115 * 1000;
+// For handing a request or an answer between two processes of this machine.
+inline constexpr int kTransferMs = 30 * 1000;
+
+inline constexpr std::size_t kMaxBody = 8U << 20;
+inline constexpr int kMaxInFlight = 64;
+
+}  // namespace host

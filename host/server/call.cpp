@@ -1,0 +1,67 @@
+#include "call.h"
+
+#include <json/reader.h>
+
+#include <array>
+#include <memory>
+#include <utility>
+
+#include "envelope.h"
+
+namespace host {
+namespace {
+
+// A little deeper than what the front accepts as parameters.
+constexpr int kMaxDepth = 1100;
+
+bool Parse(const std::string& text, Json::Value* out, std::string* err) {
+  Json::CharReaderBuilder builder;
+  builder["stackLimit"] = kMaxDepth;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  try {
+    return reader->parse(text.data(), text.data() + text.size(), out, err);
+  } catch (const Json::Exception& e) {
+    *err = e.what();
+    return false;
+  }
+}
+
+}  // namespace
+
+std::string EncodeCall(const Call& call) {
+  Json::Value value(Json::objectValue);
+  value["api"] = call.api;
+  value["method"] = call.method;
+  value["version"] = call.version;
+  value["user"] = call.user;
+  value["session"] = call.session;
+  value["language"] = call.language;
+  value["params"] = call.params;
+  return RawJsonText(value);
+}
+
+bool DecodeCall(const std::string& text, Call* out, std::string* err) {
+  Json::Value value;
+  if (!Parse(text, &value, err)) return false;
+  if (!value.isObject() || !value["version"].isInt() || !value["params"].isObject()) {
+    *err = "not a call";
+    return false;
+  }
+  const std::array<std::pair<const char*, std::string*>, 5> texts{{{"api", &out->api},
+                                                                   {"method", &out->method},
+                                                                   {"user", &out->user},
+                                                                   {"session", &out->session},
+                                                                   {"language", &out->language}}};
+  for (const auto& [name, target] : texts) {
+    if (!value[name].isString()) {
+      *err = std::string("\"") + name + "\" is not a text";
+      return false;
+    }
+    *target = value[name].asString();
+  }
+  out->version = value["version"].asInt();
+  out->params = std::move(value["params"]);
+  return true;
+}
+
+}  // namespace host

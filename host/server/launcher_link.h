@@ -1,0 +1,44 @@
+// The front's side of the launcher.
+#pragma once
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <string>
+
+#include "call.h"
+#include "core/unique_fd.h"
+
+namespace host {
+
+enum class Outcome {
+  kAnswered,
+  kDied,       // the request process ended without an answer
+  kTimeout,    // no answer within kAnswerMs
+  kNoProcess,  // the launcher did not take the request
+};
+
+class LauncherLink {
+ public:
+  // Forks the launcher, which loads the plug-in; call while the process has a single
+  // thread and holds no secret that plug-ins must not see. False, with words in *err,
+  // when the plug-in cannot be loaded.
+  [[nodiscard]] bool Start(const std::string& plugin_file, std::size_t idle, std::string* err);
+
+  // Runs one call in a request process and waits for its answer, an envelope's text. May
+  // be used by several threads at once.
+  Outcome Execute(const Call& call, std::string* answer) const;
+
+  // The plug-in's table as [{"api","version","method"}…].
+  const Json::Value& rows() const { return rows_; }
+  bool Serves(const std::string& api, int version, const std::string& method) const;
+
+  // Hangs up when the launcher ends.
+  int control() const { return control_.get(); }
+
+ private:
+  core::UniqueFd control_;
+  Json::Value rows_;
+};
+
+}  // namespace host

@@ -1,0 +1,129 @@
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <thread>
+
+#include "accounts.h"
+#include "core/config.h"
+#include "core/process.h"
+#include "front.h"
+#include "launcher_link.h"
+#include "names.h"
+#include "options.h"
+
+namespace {
+
+constexpr int kRefused = 2;
+constexpr std::size_t kIdleProcesses = 4;
+// For answers that are on their way when the server is told to stop.
+constexpr std::chrono::milliseconds kStopGrace{500};
+
+int Fail(const std::string& err) {
+  std::cerr << "fennoxd: " << err << "\n";
+  return kRefused;
+}
+
+std::string DefaultModule() {
+  std::error_code ec;
+  const auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
+  return (self.parent_path() / "TAVO.Fennox.CopyMove.so").string();
+}
+
+// Blocks the signals that end the server, for this thread and all started later.
+int WatchEndSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGTERM);
+  sigaddset(&set, SIGINT);
+  ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  ::signal(SIGPIPE, SIG_IGN);
+  return ::signalfd(-1, &set, SFD_CLOEXEC);
+}
+
+// Waits for an end signal or the launcher's end; then ends the process, after a moment for
+// answers that are being written. Requests that still wait are not waited for.
+void EndWhenTold(int signals, int control, host::Front* front) {
+  std::array<pollfd, 2> pollers{pollfd{signals, POLLIN, 0}, pollfd{control, 0, 0}};
+  while (::poll(pollers.data(), pollers.size(), -1) <= 0) {
+  }
+  const bool launcher_lost = pollers[0].revents == 0;
+  if (launcher_lost) ::syslog(LOG_ERR, "the launcher ended; the server ends too");
+  front->Stop();
+  std::this_thread::sleep_for(kStopGrace);
+  std::fflush(nullptr);
+  ::_exit(launcher_lost ? 1 : 0);
+}
+
+std::string PageAddress(const std::string& address, const host::Front& front,
+                        const std::string& token) {
+  const bool v6 = address.find(':') != std::string::npos;
+  return std::string(front.secure() ? "https://" : "http://") + (v6 ? "[" : "") + address +
+         (v6 ? "]" : "") + ":" + std::to_string(front.port()) + "/" +
+         (token.empty() ? "" : "?token=" + token);
+}
+
+int Serve(const core::Config& config, const std::string& module) {
+  host::FrontSettings settings;
+  if (!host::SplitAddress(config.server.listen, &settings.address, &settings.port)) {
+    return Fail("\"" + config.server.listen + "\" is no address to listen on: ADDRESS:PORT");
+  }
+  settings.certificate = config.server.certificate;
+  settings.key = config.server.key;
+  settings.several_users = !config.tokens.empty();
+
+  std::string err;
+  if (!host::PrepareState(config, &err)) return Fail(err);
+  // Before any thread, and before any secret is read: what it forks inherits its memory.
+  host::LauncherLink launcher;
+  if (!launcher.Start(module, kIdleProcesses, &err)) return Fail(err);
+
+  const int signals = WatchEndSignals();
+  host::Tokens tokens;
+  std::string own_token;
+  if (!host::LoadTokens(config, &tokens, &own_token, &err)) return Fail(err);
+  host::Front front(settings, std::move(tokens), launcher);
+  if (!front.Bind(&err)) return Fail(err);
+  std::cout << "listening on " << PageAddress(settings.address, front, own_token) << std::endl;
+  std::thread(EndWhenTold, signals, launcher.control(), &front).detach();
+  front.Serve();
+  // Listening ends only on the watcher's word; it ends the process.
+  while (true) ::pause();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  host::Options options;
+  switch (host::ParseOptions(argc, argv, &options)) {
+    case host::ParseResult::kDone:
+      return 0;
+    case host::ParseResult::kWrong:
+      return kRefused;
+    case host::ParseResult::kRun:
+      break;
+  }
+  core::Config config;
+  std::string err;
+  if (!host::BuildConfig(options, &config, &err)) return Fail(err);
+  if (config.server.auth != "single") {
+    return Fail("auth = \"" + config.server.auth +
+                "\" is not available in this build; use \"single\", with [[token]] entries for "
+                "several users");
+  }
+  if (options.check_config) {
+    std::cout << "the configuration is good\n";
+    return 0;
+  }
+  core::OpenLog("fennoxd", options.log_to_stderr);
+  core::SetConfig(config);
+  return Serve(config, options.module.empty() ? DefaultModule() : options.module);
+}

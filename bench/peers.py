@@ -1,0 +1,57 @@
+"""The programs that the server is measured against."""
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+
+# What copies the folder SOURCE as a folder of the same name into the folder DEST.
+COPY = {
+    "cp -a": lambda source, dest: ["cp", "-a", source, f"{dest}/"],
+    "rsync -a": lambda source, dest: ["rsync", "-a", source, f"{dest}/"],
+    "rclone copy": lambda source, dest: [
+        "rclone", "copy", "--metadata", "--links", source, f"{dest}/{os.path.basename(source)}"],
+}
+
+
+def installed(name):
+    return shutil.which(name.split()[0]) is not None
+
+
+def available(names):
+    """`names` without those that are not installed and cannot be installed."""
+    if not all(installed(name) for name in names):
+        subprocess.run([ROOT / "scripts" / "install-packages", "bench"], check=False)
+    for name in names:
+        if not installed(name):
+            print(f"{name.split()[0]} is not installed; measuring without it", file=sys.stderr)
+    return [name for name in names if installed(name)]
+
+
+def timed(*commands):
+    """Runs the commands one after the other. (seconds, peak memory of the last in KiB)."""
+    environment = dict(os.environ, RCLONE_CONFIG="/dev/null")
+    begin = time.perf_counter()
+    peak = 0
+    for command in commands:
+        words = [str(word) for word in command]
+        child = subprocess.Popen(words, env=environment, stdout=subprocess.DEVNULL,
+                                 stderr=subprocess.PIPE, text=True)
+        complaint = child.stderr.read()
+        _, status, usage = os.wait4(child.pid, 0)
+        child.returncode = os.waitstatus_to_exitcode(status)
+        child.stderr.close()
+        peak = usage.ru_maxrss
+        if child.returncode != 0:
+            raise RuntimeError(f"{' '.join(words[:6])}: {complaint.strip()[:500]}")
+    return time.perf_counter() - begin, peak
+
+
+def version(name):
+    command = name.split()[0]
+    flag = "version" if command == "rclone" else "--version"
+    done = subprocess.run([command, flag], capture_output=True, text=True)
+    return done.stdout.splitlines()[0].strip() if done.stdout else "unknown"

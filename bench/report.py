@@ -1,0 +1,82 @@
+"""Results as a table and as JSON."""
+import datetime
+import json
+import os
+import pathlib
+import platform
+import statistics
+import subprocess
+import sys
+
+import peers
+
+BASE = "cp -a"
+
+
+def machine():
+    model = "unknown"
+    for line in pathlib.Path("/proc/cpuinfo").read_text(encoding="utf-8").splitlines():
+        if line.startswith("model name"):
+            model = line.split(":", 1)[1].strip()
+            break
+    memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES")
+    return {"cpu": model, "cores": len(os.sched_getaffinity(0)), "kernel": platform.release(),
+            "memory_bytes": memory, "load_average": os.getloadavg()}
+
+
+def revision():
+    done = subprocess.run(["git", "-C", peers.ROOT, "describe", "--always", "--dirty"],
+                          capture_output=True, text=True)
+    return done.stdout.strip() or "unknown"
+
+
+def versions(names):
+    result = {"fennox": revision()}
+    result.update((name, peers.version(name)) for name in names if peers.installed(name))
+    return result
+
+
+def percentile(values, share):
+    """The smallest value that at least `share` of all do not exceed."""
+    ordered = sorted(values)
+    return ordered[max(0, -(-int(share * 1000) * len(ordered) // 1000) - 1)]
+
+
+def result(benchmark, parameters, groups, names):
+    """`groups`: {title: {program: [seconds, …]}}. Ratios are to `cp -a` of the same group."""
+    rows = []
+    for title, programs in groups.items():
+        base = statistics.median(programs[BASE]) if BASE in programs else None
+        for program, seconds in programs.items():
+            median = statistics.median(seconds)
+            rows.append({"group": title, "program": program, "seconds": seconds, "median": median,
+                         "ratio": median / base if base else None})
+    return {"benchmark": benchmark, "time": datetime.datetime.now().astimezone().isoformat(),
+            "command": " ".join(sys.argv), "parameters": parameters, "machine": machine(),
+            "versions": versions(names), "rows": rows}
+
+
+def heading(report):
+    facts = report["machine"]
+    print(f"{report['benchmark']}: {facts['cpu']}, {facts['cores']} cores, kernel "
+          f"{facts['kernel']}, load {facts['load_average'][0]:.2f}")
+    print("  " + ", ".join(f"{key} {value}" for key, value in report["parameters"].items()))
+
+
+def table(report):
+    heading(report)
+    width = max(len(row["program"]) for row in report["rows"])
+    group = None
+    for row in report["rows"]:
+        if row["group"] != group:
+            group = row["group"]
+            print(f"\n  {group}\n    {'':{width}}  {'median':>10}  {'to cp -a':>8}  min … max")
+        ratio = f"{row['ratio']:8.2f}" if row["ratio"] else " " * 8
+        low, high = min(row["seconds"]), max(row["seconds"])
+        print(f"    {row['program']:{width}}  {row['median'] * 1000:7.1f} ms  {ratio}  "
+              f"{low * 1000:.1f} … {high * 1000:.1f}")
+
+
+def save(report, path):
+    if path:
+        pathlib.Path(path).write_text(json.dumps(report, indent=2) + "\n", encoding="utf-8")

@@ -1,0 +1,120 @@
+"""File systems made fresh for each measurement: loop mounts on files in memory or on disk."""
+import contextlib
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+
+# ext4 would otherwise go on initialising itself in the background while it is measured.
+MAKE = {
+    "ext4": ["mkfs.ext4", "-q", "-F", "-m", "0", "-E", "lazy_itable_init=0,lazy_journal_init=0"],
+    "xfs": ["mkfs.xfs", "-q", "-f", "-m", "reflink=1"],
+}
+
+
+@contextlib.contextmanager
+def undisturbed():
+    """Keeps Ctrl-C and a termination waiting until the block has ended."""
+    held = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
+    before = signal.pthread_sigmask(signal.SIG_BLOCK, held)
+    try:
+        yield
+    finally:
+        signal.pthread_sigmask(signal.SIG_SETMASK, before)
+
+
+def run(*command):
+    done = subprocess.run([str(word) for word in command], capture_output=True, text=True)
+    if done.returncode != 0:
+        raise RuntimeError(f"{' '.join(done.args)}: {done.stderr.strip()}")
+
+
+def settle(path):
+    """Writes out what the file system at `path` still holds back."""
+    run("sync", "-f", path)
+
+
+def read_all(path):
+    """Brings a tree into the page cache."""
+    subprocess.run(f"find {path} -type f -print0 | xargs -0 -r cat >/dev/null", shell=True,
+                   check=True)
+
+
+def drop_caches():
+    os.sync()
+    pathlib.Path("/proc/sys/vm/drop_caches").write_text("3\n", encoding="ascii")
+
+
+class Workshop:
+    """A folder for images and mount points; everything in it is gone afterwards."""
+
+    def __init__(self, backing):
+        self.backing = backing
+        self.images = self.mounts = None
+
+    def __enter__(self):
+        with undisturbed():
+            self.images = pathlib.Path(tempfile.mkdtemp(prefix="fennox-bench-", dir=self.backing))
+            self.mounts = pathlib.Path(tempfile.mkdtemp(prefix="fennox-bench-"))
+        return self
+
+    def __exit__(self, *_):
+        with undisturbed():
+            # Mounts that are still there belong to a failed clean-up: never delete through them.
+            for place in self.mounts.iterdir():
+                unmount(place)
+                place.rmdir()
+            self.mounts.rmdir()
+            shutil.rmtree(self.images)
+
+    def template(self, name, fs, size, fill=None, options=()):
+        """An image with what `fill(mount point)` puts there, to be mounted as fresh copies."""
+        image = self.images / f"{name}.template"
+        with open(image, "wb") as file:
+            file.truncate(size)
+        run(*MAKE[fs], *options, image)
+        if fill:
+            with self._mounted(image, f"{name}-template") as place:
+                fill(place)
+        return image
+
+    @contextlib.contextmanager
+    def volume(self, template, name):
+        """A fresh copy of the template, mounted."""
+        image = self.images / name
+        try:
+            run("cp", "--sparse=always", template, image)
+            with self._mounted(image, name) as place:
+                yield place
+        finally:
+            with undisturbed():
+                image.unlink(missing_ok=True)
+
+    @contextlib.contextmanager
+    def _mounted(self, image, name):
+        place = self.mounts / name
+        with undisturbed():
+            place.mkdir()
+            try:
+                run("mount", "-o", "loop", image, place)
+            except RuntimeError:
+                place.rmdir()
+                raise
+        try:
+            yield place
+        finally:
+            with undisturbed():
+                unmount(place)
+                place.rmdir()
+
+
+def unmount(place, seconds=10):
+    """A worker that was just ended may keep the mount busy for a moment."""
+    end = time.monotonic() + seconds
+    while os.path.ismount(place):
+        lazy = ["-l"] if time.monotonic() > end else []
+        if subprocess.run(["umount", *lazy, str(place)], capture_output=True).returncode != 0:
+            time.sleep(0.1)

@@ -1,7 +1,6 @@
 #include "worker_process.h"
 
 #include <pwd.h>
-#include <sys/pidfd.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -15,6 +14,11 @@
 #include "core/unique_fd.h"
 #include "database.h"
 #include "tasks/task_helpers.h"
+
+// The C library's header lacks C linkage.
+extern "C" {
+#include <sys/pidfd.h>
+}
 
 namespace tasks::internal {
 namespace {

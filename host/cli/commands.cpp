@@ -222,8 +222,9 @@ int RunList(Client* client, const Options& options) {
 int RunLs(Client* client, const Options& options) {
   std::string text;
   if (!CheckPath(options.target, &text)) return Refuse(text);
-  return PrintCall(client, "list", {{"path", CleanPath(options.target)}}, options.json,
-                   FolderTable);
+  const std::string path = CleanPath(options.target);
+  if (path == "/") return PrintCall(client, "shares", {}, options.json, ShareTable);
+  return PrintCall(client, "list", {{"path", path}}, options.json, FolderTable);
 }
 
 int RunTaskShow(Client* client, const Options& options) {

@@ -84,23 +84,40 @@ std::string TaskTable(const Json::Value& tasks) {
   std::vector<Row> rows;
   if (!tasks.isArray()) return "";
   for (const Json::Value& task : tasks) {
-    rows.push_back({Printable(TextOf(task, "id")), TimeText(NumberOf(task, "created", 0)),
-                    StateText(task), WorkText(task)});
+    const std::string id = TextOf(task, "id");
+    // The record's summary lies under the task's own id.
+    const Json::Value& summary = Member(Member(task, "data"), id.c_str());
+    rows.push_back({Printable(id), TimeText(NumberOf(summary, "created", 0)), StateText(task),
+                    WorkText(task)});
   }
   return Table(rows, {false, false, false, false});
 }
 
-std::string FolderTable(const Json::Value& entries) {
+std::string FolderTable(const Json::Value& folder) {
+  std::vector<const Json::Value*> entries;
+  for (const Json::Value& entry : Member(folder, "entries")) entries.push_back(&entry);
+  std::stable_sort(entries.begin(), entries.end(), [](const Json::Value* a, const Json::Value* b) {
+    return TextOf(*a, "name") < TextOf(*b, "name");
+  });
   std::vector<Row> rows;
-  if (!entries.isArray()) return "";
-  for (const Json::Value& entry : entries) {
-    const std::string type = TextOf(entry, "type");
-    const bool folder = type == "dir" || type == "folder" || type == "directory";
-    const std::string size = folder ? "-" : FormatBytes(NumberOf(entry, "size", 0));
-    rows.push_back({Printable(type), size, TimeText(NumberOf(entry, "mtime", 0)),
-                    Printable(TextOf(entry, "name")) + (folder ? "/" : "")});
+  for (const Json::Value* entry : entries) {
+    const std::string type = TextOf(*entry, "type");
+    const std::string size = type == "file" ? FormatBytes(NumberOf(*entry, "size", 0)) : "";
+    rows.push_back({Printable(type), size, TimeText(NumberOf(*entry, "mtime", 0)),
+                    Printable(TextOf(*entry, "name")) + (type == "folder" ? "/" : "")});
   }
   return Table(rows, {false, true, false, false});
+}
+
+std::string ShareTable(const Json::Value& shares) {
+  std::vector<Row> rows;
+  if (!shares.isArray()) return "";
+  for (const Json::Value& share : shares) {
+    const Json::Value& writable = Member(share, "writable");
+    rows.push_back({writable.isBool() && writable.asBool() ? "writable" : "read only",
+                    Printable(TextOf(share, "path"))});
+  }
+  return Table(rows, {false, false});
 }
 
 }  // namespace cli

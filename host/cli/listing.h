@@ -1,4 +1,4 @@
-// Tables for "list" and "ls".
+// Tables for "list" and "ls". Members of a wrong kind show as empty.
 #pragma once
 
 #include <json/value.h>
@@ -10,7 +10,10 @@ namespace cli {
 // One line for each task of the server's "tasks" answer.
 std::string TaskTable(const Json::Value& tasks);
 
-// One line for each entry of the server's "list" answer.
-std::string FolderTable(const Json::Value& entries);
+// One line for each entry of the server's "list" answer, by name.
+std::string FolderTable(const Json::Value& folder);
+
+// One line for each share of the server's "shares" answer.
+std::string ShareTable(const Json::Value& shares);
 
 }  // namespace cli

@@ -76,7 +76,8 @@ void AddCommands(CLI::App* app, Options* options, Conflicts* conflicts) {
 
   AddJson(AddPlain(app, Command::kList, "list", "List your tasks", options), options);
 
-  CLI::App* ls = AddPlain(app, Command::kLs, "ls", "List a folder of the server", options);
+  CLI::App* ls =
+      AddPlain(app, Command::kLs, "ls", "List a folder of the server; / lists the shares", options);
   AddTarget(ls, "PATH", "Folder", options);
   AddJson(ls, options);
 

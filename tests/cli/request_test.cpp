@@ -208,18 +208,20 @@ TEST(Status, MembersOfAWrongKindAreNotTrusted) {
 }
 
 TEST(Tables, ShowOneLineForEachEntry) {
-  Json::Value entries(Json::arrayValue);
-  entries[0]["name"] = "a\nb";
+  Json::Value folder;
+  Json::Value& entries = folder["entries"];
+  entries[0]["name"] = "z\nb";
   entries[0]["type"] = "file";
   entries[0]["size"] = 1500;
   entries[0]["mtime"] = 1700000000;
-  entries[1]["name"] = "folder";
-  entries[1]["type"] = "dir";
+  entries[1]["name"] = "place";
+  entries[1]["type"] = "folder";
   entries[2] = "senseless";
-  const std::string table = FolderTable(entries);
+  const std::string table = FolderTable(folder);
   EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 3);
+  EXPECT_LT(table.find("place/"), table.find("z\\nb"));
   EXPECT_NE(table.find("1.5 kB"), std::string::npos);
-  EXPECT_NE(table.find("a\\nb"), std::string::npos);
+  EXPECT_NE(table.find("z\\nb"), std::string::npos);
 
   Json::Value tasks(Json::arrayValue);
   tasks[0]["id"] = "Fennox_1";

@@ -1,0 +1,106 @@
+#include <sys/statvfs.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "metadata.h"
+
+namespace fileop {
+namespace {
+
+constexpr std::size_t kLargestValue = 64 * 1024;
+constexpr char kAccessAcl[] = "system.posix_acl_access";
+constexpr char kDefaultAcl[] = "system.posix_acl_default";
+
+bool Unsupported(int err) { return err == ENOTSUP || err == ENOSYS; }
+
+// The names, each ended by NUL. Negative with errno.
+int ListNames(int fd, std::vector<char>* names) {
+  char first[1024];
+  ssize_t size = ::flistxattr(fd, first, sizeof first);
+  if (size >= 0) {
+    names->assign(first, first + size);
+    return 0;
+  }
+  while (errno == ERANGE) {
+    size = ::flistxattr(fd, nullptr, 0);
+    if (size < 0) return -1;
+    names->resize(static_cast<std::size_t>(size));
+    size = ::flistxattr(fd, names->data(), names->size());
+    if (size < 0) continue;
+    names->resize(static_cast<std::size_t>(size));
+    return 0;
+  }
+  return Unsupported(errno) ? 0 : -1;
+}
+
+// False with errno when it cannot be read; ENODATA when it is gone.
+bool ReadValue(int fd, const char* name, std::vector<char>* value) {
+  value->resize(4096);
+  for (;;) {
+    const ssize_t size = ::fgetxattr(fd, name, value->data(), value->size());
+    if (size >= 0) {
+      value->resize(static_cast<std::size_t>(size));
+      return true;
+    }
+    if (errno != ERANGE || value->size() >= kLargestValue) return false;
+    value->resize(kLargestValue);
+  }
+}
+
+// Access lists of other file-system families live in names that no other family
+// can hold.
+bool IsForeign(const char* name) {
+  return std::strncmp(name, "system.", 7) == 0 && std::strcmp(name, kAccessAcl) != 0 &&
+         std::strcmp(name, kDefaultAcl) != 0;
+}
+
+// Names that only a privileged process may write.
+bool IsPrivileged(const char* name) {
+  return std::strncmp(name, "security.", 9) == 0 || std::strncmp(name, "trusted.", 8) == 0;
+}
+
+// "No space" for an attribute often means that the file system's attribute area
+// is too small for this one, not that the volume is full.
+int WithoutFalseAlarm(int fd, int err) {
+  struct statvfs volume;
+  if (err != ENOSPC || ::fstatvfs(fd, &volume) != 0) return err;
+  return volume.f_bavail > 1024 ? E2BIG : err;
+}
+
+int CopyOne(int src, int dst, const char* name) {
+  thread_local std::vector<char> value;
+  if (!ReadValue(src, name, &value)) {
+    return errno == ENODATA || Unsupported(errno) ? 0 : Fail(errno, Side::kSource);
+  }
+  if (::fsetxattr(dst, name, value.data(), value.size(), 0) == 0 || Unsupported(errno)) return 0;
+  if (IsPrivileged(name) && (errno == EPERM || errno == EACCES) && ::geteuid() != 0) return 0;
+  return Fail(WithoutFalseAlarm(dst, errno), Side::kDestination);
+}
+
+void RemoveInherited(int dst, const char* name) {
+  const int saved = errno;
+  ::fremovexattr(dst, name);
+  errno = saved;
+}
+
+}  // namespace
+
+int CopyAttributes(int src, int dst, bool clear_acl) {
+  std::vector<char> names;
+  if (ListNames(src, &names) < 0) return Fail(errno, Side::kSource);
+  if (clear_acl) {
+    RemoveInherited(dst, kAccessAcl);
+    RemoveInherited(dst, kDefaultAcl);
+  }
+  for (std::size_t at = 0; at < names.size(); at += std::strlen(&names[at]) + 1) {
+    const char* name = &names[at];
+    if (!IsForeign(name) && CopyOne(src, dst, name) < 0) return -1;
+  }
+  return 0;
+}
+
+}  // namespace fileop

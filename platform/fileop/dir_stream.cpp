@@ -1,0 +1,66 @@
+#include "dir_stream.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+namespace fileop {
+namespace {
+
+constexpr std::size_t kBufferSize = 32 * 1024;
+
+// struct linux_dirent64 of getdents64(2).
+struct RawEntry {
+  std::uint64_t inode;
+  std::int64_t next;
+  std::uint16_t length;
+  unsigned char type;
+};
+constexpr std::size_t kNameOffset = 19;
+
+bool IsDots(const char* name) {
+  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+}  // namespace
+
+bool DirStream::Next(int fd, Entry* entry) {
+  for (;;) {
+    if (at_ == filled_) {
+      buffer_.resize(kBufferSize);
+      const long got = ::syscall(SYS_getdents64, fd, buffer_.data(), buffer_.size());
+      at_ = filled_ = 0;
+      if (got <= 0) {
+        if (got == 0) errno = 0;
+        return false;
+      }
+      filled_ = static_cast<std::size_t>(got);
+    }
+    const char* record = buffer_.data() + at_;
+    RawEntry raw;
+    std::memcpy(&raw, record, sizeof raw);
+    at_ += raw.length;
+    position_ = raw.next;
+    entry->name = record + kNameOffset;
+    entry->type = raw.type;
+    if (!IsDots(entry->name)) return true;
+  }
+}
+
+int DirStream::Rewind(int fd) {
+  at_ = filled_ = 0;
+  position_ = 0;
+  return ::lseek(fd, 0, SEEK_SET) < 0 ? -1 : 0;
+}
+
+void DirStream::Suspend() {
+  std::vector<char>().swap(buffer_);
+  at_ = filled_ = 0;
+}
+
+int DirStream::Resume(int fd) { return ::lseek(fd, position_, SEEK_SET) < 0 ? -1 : 0; }
+
+}  // namespace fileop

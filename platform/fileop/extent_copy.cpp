@@ -1,0 +1,84 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "failure.h"
+#include "transfer.h"
+
+namespace fileop {
+namespace {
+
+enum class Step { kData, kEnd, kUnknown, kFailed };
+
+// Finds the next stretch of data at or behind the cursor.
+Step NextData(const Transfer& transfer, off_t* begin, off_t* end) {
+  *begin = ::lseek(transfer.src, transfer.position, SEEK_DATA);
+  if (*begin < 0) {
+    if (errno == ENXIO) return Step::kEnd;
+    return errno == EINVAL || errno == EOPNOTSUPP ? Step::kUnknown : Step::kFailed;
+  }
+  *end = ::lseek(transfer.src, *begin, SEEK_HOLE);
+  if (*end >= 0) return Step::kData;
+  // Truncated between the two questions.
+  return errno == ENXIO ? Step::kEnd : Step::kFailed;
+}
+
+// Moves both offsets to `position` without moving data.
+int SkipTo(Transfer& transfer, off_t position) {
+  if (::lseek(transfer.src, position, SEEK_SET) < 0) return Fail(errno, Side::kSource);
+  if (::lseek(transfer.dst, position + transfer.shift, SEEK_SET) < 0) {
+    return Fail(errno, Side::kDestination);
+  }
+  const off_t hole = position - transfer.position;
+  transfer.position = position;
+  return hole > 0 ? transfer.pacer->Moved(static_cast<unsigned long long>(hole)) : 0;
+}
+
+// The hole that a file ends with.
+Rung KeepTail(Transfer& transfer) {
+  struct stat st;
+  if (::fstat(transfer.src, &st) != 0) {
+    Fail(errno, Side::kSource);
+    return Rung::kFailed;
+  }
+  if (st.st_size <= transfer.position) return Rung::kDone;
+  if (::ftruncate(transfer.dst, st.st_size + transfer.shift) != 0) {
+    Fail(errno, Side::kDestination);
+    return Rung::kFailed;
+  }
+  return SkipTo(transfer, st.st_size) < 0 ? Rung::kFailed : Rung::kDone;
+}
+
+}  // namespace
+
+Rung WalkExtents(Transfer& transfer, RangeMover move) {
+  for (;;) {
+    off_t begin = 0;
+    off_t end = 0;
+    switch (NextData(transfer, &begin, &end)) {
+      case Step::kEnd:
+        return KeepTail(transfer);
+      case Step::kUnknown:
+        ::lseek(transfer.src, transfer.position, SEEK_SET);
+        return Rung::kNotHere;
+      case Step::kFailed:
+        Fail(errno, Side::kSource);
+        return Rung::kFailed;
+      case Step::kData:
+        break;
+    }
+    if (SkipTo(transfer, begin) < 0) return Rung::kFailed;
+    const Rung moved = move(transfer, end);
+    if (moved != Rung::kDone) return moved;
+    // The source ends before its extent did: it was cut meanwhile.
+    if (transfer.position < end) return Rung::kDone;
+  }
+}
+
+Rung ExtentCopy(Transfer& transfer) {
+  if (!transfer.holes) return Rung::kNotHere;
+  return WalkExtents(transfer, BufferRange);
+}
+
+}  // namespace fileop

@@ -1,0 +1,136 @@
+#include "ladder.h"
+
+#include <unistd.h>
+
+#include <vector>
+
+#include "failure.h"
+#include "transfer.h"
+
+namespace fileop {
+namespace {
+
+// Up to here the detour through a buffer is cheaper than any cleverer way.
+constexpr long long kSmallFile = 64 * 1024;
+
+struct Pair {
+  dev_t src;
+  dev_t dst;
+  PairMemory memory;
+};
+
+bool HasHoles(const struct stat& st) {
+  return static_cast<long long>(st.st_blocks) * 512 < static_cast<long long>(st.st_size);
+}
+
+// Fills `transfer`; negative on failure.
+int Prepare(const DataJob& job, const struct stat& src, const struct stat* dst,
+            Transfer* transfer) {
+  transfer->src = job.src;
+  transfer->dst = job.dst;
+  transfer->expected = job.expected;
+  const bool dst_regular = job.dst_is_new || S_ISREG(dst->st_mode);
+  transfer->seekable = S_ISREG(src.st_mode) && dst_regular;
+  if (!transfer->seekable || job.dst_is_new) {
+    transfer->holes = transfer->seekable && HasHoles(src);
+    return 0;
+  }
+  const off_t at = ::lseek(job.src, 0, SEEK_CUR);
+  const off_t to = ::lseek(job.dst, 0, SEEK_CUR);
+  if (at < 0 || to < 0) return Fail(errno, Side::kUnknown);
+  transfer->start = transfer->position = at;
+  transfer->shift = to - at;
+  transfer->expected += at;
+  // Over old content a hole would not read as zeros.
+  transfer->holes = HasHoles(src) && dst->st_size <= to;
+  return 0;
+}
+
+Rung Climb(Transfer& transfer, PairMemory& memory, bool small, bool share) {
+  Rung rung = Rung::kNotHere;
+  if (share && !memory.shares_no_blocks) {
+    rung = ShareBlocks(transfer);
+    if (rung == Rung::kNeverHere) memory.shares_no_blocks = true;
+  }
+  const auto refused = [&rung] { return rung == Rung::kNotHere || rung == Rung::kNeverHere; };
+  if (refused() && !small && !memory.no_kernel_copy) {
+    rung = KernelCopy(transfer);
+    if (rung == Rung::kNeverHere) memory.no_kernel_copy = true;
+  }
+  if (refused()) rung = ExtentCopy(transfer);
+  if (refused()) rung = PlainCopy(transfer);
+  return rung;
+}
+
+// A copy that ends elsewhere than its source does is no copy.
+int CheckEnd(const Transfer& transfer) {
+  struct stat st;
+  if (::fstat(transfer.src, &st) != 0) return Fail(errno, Side::kSource);
+  if (!S_ISREG(st.st_mode)) {
+    return transfer.position < transfer.expected ? Fail(EIO, Side::kSource) : 0;
+  }
+  if (st.st_size == transfer.position) return 0;
+  // Files of /proc say 0 and have content all the same.
+  if (st.st_size == 0 && transfer.expected == 0) return 0;
+  return Fail(EIO, Side::kSource);
+}
+
+}  // namespace
+
+PairMemory& MemoryOfPair(dev_t src, dev_t dst) {
+  thread_local std::vector<Pair> pairs;
+  for (Pair& pair : pairs) {
+    if (pair.src == src && pair.dst == dst) return pair.memory;
+  }
+  pairs.push_back({src, dst, {}});
+  return pairs.back().memory;
+}
+
+int MoveAllData(DataJob* job, Pacer* pacer) {
+  struct stat src;
+  struct stat dst {};
+  if (job->src_st != nullptr) {
+    src = *job->src_st;
+  } else if (::fstat(job->src, &src) != 0) {
+    return Fail(errno, Side::kSource);
+  }
+  if (job->dst_is_new) {
+    dst.st_dev = job->dst_dev;
+  } else if (::fstat(job->dst, &dst) != 0) {
+    return Fail(errno, Side::kDestination);
+  }
+  Transfer transfer;
+  transfer.pacer = pacer;
+  if (Prepare(*job, src, &dst, &transfer) < 0) return -1;
+  const bool small = job->expected <= kSmallFile;
+  const bool share = !small && dst.st_size == 0;
+  PairMemory& memory = MemoryOfPair(src.st_dev, dst.st_dev);
+  if (Climb(transfer, memory, small, share) == Rung::kFailed) return -1;
+  if (!transfer.end_seen && CheckEnd(transfer) < 0) return -1;
+  job->end_proven = true;
+  return 0;
+}
+
+int ShareAllData(DataJob* job, Pacer* pacer) {
+  PairMemory& memory = MemoryOfPair(job->src_st->st_dev, job->dst_dev);
+  if (memory.shares_no_blocks) return 0;
+  Transfer transfer;
+  transfer.src = job->src;
+  transfer.dst = job->dst;
+  transfer.expected = job->expected;
+  transfer.seekable = true;
+  transfer.pacer = pacer;
+  switch (ShareBlocks(transfer)) {
+    case Rung::kDone:
+      return CheckEnd(transfer) < 0 ? -1 : 1;
+    case Rung::kFailed:
+      return -1;
+    case Rung::kNeverHere:
+      memory.shares_no_blocks = true;
+      return 0;
+    default:
+      return 0;
+  }
+}
+
+}  // namespace fileop

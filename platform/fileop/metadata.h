@@ -1,0 +1,45 @@
+// Mode, owner, times, extended attributes and ACLs of what was copied.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+#include "fileop/copy.h"
+#include "folder.h"
+
+namespace fileop {
+
+// Whose a copy shall be, and what else it keeps.
+struct MetadataRules {
+  bool keep = true;         // mode, times, attributes, ACLs
+  bool keep_owner = false;  // a move
+  bool as_root = false;
+  uid_t user = 0;  // as root: owner of a copy
+  gid_t group = 0;
+  mode_t mask = 022;  // the process's umask
+};
+
+MetadataRules RulesFor(const TAVOCOPYOPTIONS& options);
+
+// The permission bits with which to create the copy of `st`.
+mode_t CreationMode(const MetadataRules& rules, const struct stat& st);
+
+// Makes the new file or folder behind `dst` what `src`, whose state is `st`, is.
+// Calls that would change nothing are left out. What the destination's file
+// system has no room for in principle is left out silently. -1 with the last
+// error set.
+[[nodiscard]] int ApplyMetadata(const MetadataRules& rules, int src, const struct stat& st,
+                                TargetFolder& folder, int dst);
+
+// The same for a link or special file, by name; it has no attributes to copy.
+[[nodiscard]] int ApplyNodeMetadata(const MetadataRules& rules, const struct stat& st,
+                                    const TargetFolder& folder, const char* name);
+
+// Copies extended attributes and ACLs between descriptors. `clear_acl`: the
+// destination may have inherited an ACL that the source does not have.
+[[nodiscard]] int CopyAttributes(int src, int dst, bool clear_acl);
+
+}  // namespace fileop

@@ -1,0 +1,89 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "failure.h"
+#include "transfer.h"
+
+namespace fileop {
+namespace {
+
+constexpr std::size_t kBufferSize = 256 * 1024;
+
+std::vector<char>& Buffer() {
+  thread_local std::vector<char> buffer(kBufferSize);
+  return buffer;
+}
+
+int WriteAll(int fd, const char* data, std::size_t size) {
+  while (size > 0) {
+    const ssize_t written = ::write(fd, data, size);
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return Fail(errno, Side::kDestination);
+    }
+    data += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return 0;
+}
+
+enum class End { kNotSeen, kSeen, kFailed };
+
+// Moves `size` bytes, fewer only at the end of the source. With `probe` it asks
+// for one byte more in the same call, which proves the end without another one.
+End MovePiece(Transfer& transfer, long long size, bool probe, long long* moved) {
+  std::vector<char>& buffer = Buffer();
+  *moved = 0;
+  while (*moved < size) {
+    const auto left = static_cast<std::size_t>(size - *moved + (probe ? 1 : 0));
+    const std::size_t want = std::min(buffer.size(), left);
+    const ssize_t got = ::read(transfer.src, buffer.data(), want);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) {
+      Fail(errno, Side::kSource);
+      return End::kFailed;
+    }
+    if (got == 0) return End::kSeen;
+    if (WriteAll(transfer.dst, buffer.data(), static_cast<std::size_t>(got)) < 0) {
+      return End::kFailed;
+    }
+    *moved += got;
+    transfer.position += got;
+    const bool short_read = static_cast<std::size_t>(got) < want;
+    if (short_read && transfer.seekable && transfer.position == transfer.expected) {
+      transfer.end_seen = true;
+      return End::kSeen;
+    }
+  }
+  return End::kNotSeen;
+}
+
+}  // namespace
+
+Rung BufferRange(Transfer& transfer, off_t end) {
+  while (transfer.position < end) {
+    const off_t until = end == kToTheEnd ? transfer.expected : end;
+    const off_t left = until - transfer.position;
+    long long granted = static_cast<long long>(kBufferSize);
+    // Behind the expected end there should be nothing to ask a budget for: the
+    // read proves the end, or finds that the source has grown.
+    if (left > 0)
+      granted = transfer.pacer->Grant(std::min<long long>(left, transfer.pacer->piece()));
+    if (granted < 0) return Rung::kFailed;
+    long long moved = 0;
+    const bool probe = end == kToTheEnd && granted == left;
+    const End seen = MovePiece(transfer, granted, probe, &moved);
+    if (seen == End::kFailed) return Rung::kFailed;
+    if (moved > 0 && transfer.pacer->Moved(static_cast<unsigned long long>(moved)) < 0) {
+      return Rung::kFailed;
+    }
+    if (seen == End::kSeen) return Rung::kDone;
+  }
+  return Rung::kDone;
+}
+
+Rung PlainCopy(Transfer& transfer) { return BufferRange(transfer, kToTheEnd); }
+
+}  // namespace fileop

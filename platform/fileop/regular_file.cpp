@@ -1,0 +1,143 @@
+#include "regular_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "conflict.h"
+#include "core/error.h"
+#include "core/fs_type.h"
+#include "ladder.h"
+#include "metadata.h"
+#include "pending_file.h"
+
+namespace fileop {
+namespace {
+
+int OpenQuietly(int folder, const char* name) {
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  // Not touching access times saves the source a write per file; only owners may.
+  thread_local bool may = true;
+  if (may) {
+    const int fd = ::openat(folder, name, kFlags | O_NOATIME);
+    if (fd >= 0 || errno != EPERM) return fd;
+    may = false;
+  }
+  return ::openat(folder, name, kFlags);
+}
+
+int OpenAgain(Job& job) {
+  job.src.reset(OpenQuietly(job.from.fd.get(), job.name.c_str()));
+  struct stat st;
+  if (!job.src || ::fstat(job.src.get(), &st) != 0) return Fail(errno, Side::kSource);
+  return IdentityOf(st) == IdentityOf(job.st) ? 0 : Fail(ESTALE, Side::kSource);
+}
+
+int MoveByHook(Job& job, const _TAVOCOPYARGSEX& hooks, PendingFile& file) {
+  const TAVOCOPYOPTIONS& options = *job.request.options;
+  int dst = file.Lend();
+  if (dst < 0) return -1;
+  int src = job.src.release();
+  job.lent_src = src;
+  job.lent_dst = dst;
+  job.end_proven = false;
+  const std::string shown = file.ShownPath();
+  const int result = CallHook(job, [&] {
+    return hooks.read_write(job.src_path.c_str(), shown.c_str(), &src, &dst, job.st.st_size,
+                            options.progress, options.isCancelled, &hooks);
+  });
+  job.lent_src = job.lent_dst = -1;
+  job.src.reset(src);
+  if (result < 0) {
+    const core::UniqueFd lent(dst);
+    return -1;
+  }
+  if (file.TakeBack(dst) < 0) return -1;
+  return job.src.valid() ? 0 : OpenAgain(job);
+}
+
+// The copy must hold what its source holds at the end.
+int CheckSize(const Job& job, const PendingFile& file) {
+  struct stat src;
+  struct stat dst;
+  if (::fstat(job.src.get(), &src) != 0) return Fail(errno, Side::kSource);
+  if (::fstat(file.fd(), &dst) != 0) return Fail(errno, Side::kDestination);
+  const bool says_nothing = src.st_size == 0 && job.st.st_size == 0;  // /proc
+  if (src.st_size == dst.st_size || says_nothing) return 0;
+  return Fail(EIO, Side::kSource);
+}
+
+int MoveData(Job& job, const DataWay& way, PendingFile& file) {
+  const TAVOCOPYOPTIONS& options = *job.request.options;
+  Pacer pacer(options.progress, options.isCancelled,
+              way.hooks != nullptr ? way.hooks->read_size : nullptr);
+  DataJob data;
+  data.src = job.src.get();
+  data.dst = file.fd();
+  data.expected = job.st.st_size;
+  data.src_st = &job.st;
+  data.dst_dev = job.to.id.dev;
+  data.dst_is_new = true;
+  if (way.share_blocks) {
+    const int shared = ShareAllData(&data, &pacer);
+    if (shared != 0) return shared < 0 ? -1 : 0;
+  }
+  if (way.hooks == nullptr || way.hooks->read_write == nullptr) return MoveAllData(&data, &pacer);
+  if (MoveByHook(job, *way.hooks, file) < 0) return -1;
+  return job.end_proven ? 0 : CheckSize(job, file);
+}
+
+// Gives the finished file its name, whatever came up there meanwhile.
+int Publish(Job& job, PendingFile& file) {
+  constexpr int kTries = 16;
+  for (int i = 0; i < kTries; ++i) {
+    if (file.Commit(job.to_name, job.replace) == 0) {
+      job.outcome = Outcome::kCopied;
+      return 0;
+    }
+    if (errno != EEXIST && errno != EISDIR) return Fail(errno, Side::kDestination);
+    switch (ResolveConflict(job)) {
+      case Verdict::kFail:
+        return -1;
+      case Verdict::kSkip:
+        job.outcome = Outcome::kSkipped;
+        return 0;
+      case Verdict::kGo:
+        break;
+    }
+  }
+  return Fail(EEXIST, Side::kDestination);
+}
+
+int Finish(Job& job, PendingFile& file) {
+  const MetadataRules& rules = job.request.rules;
+  if (ApplyMetadata(rules, job.src.get(), job.st, job.to, file.fd()) < 0) return -1;
+  // A sync of the whole file system means nothing to a network mount.
+  if (job.request.removes && TAVOFSIsRemoteFS(job.to.fs_type) != 0 && ::fsync(file.fd()) != 0) {
+    return Fail(errno, Side::kDestination);
+  }
+  // Without a name it takes the descriptor to get one.
+  if (!file.stands_as().empty() && file.Close() < 0) return -1;
+  return Publish(job, file);
+}
+
+}  // namespace
+
+int OpenRegular(Job& job) {
+  job.src.reset(OpenQuietly(job.from.fd.get(), job.name.c_str()));
+  if (!job.src) return Fail(errno, Side::kSource);
+  if (::fstat(job.src.get(), &job.st) != 0) return Fail(errno, Side::kSource);
+  if (S_ISREG(job.st.st_mode)) return 0;
+  return S_ISDIR(job.st.st_mode) ? FailWith(core::kErrFileExpected, EISDIR, Side::kSource)
+                                 : Fail(ESTALE, Side::kSource);
+}
+
+int CopyRegular(Job& job, const DataWay& way) {
+  if (!job.src && OpenRegular(job) < 0) return -1;
+  PendingFile file;
+  const mode_t mode = CreationMode(job.request.rules, job.st);
+  if (file.Create(job.to, job.to_name, mode, job.replace) < 0) return -1;
+  if (MoveData(job, way, file) < 0) return -1;
+  return Finish(job, file);
+}
+
+}  // namespace fileop

@@ -1,0 +1,320 @@
+#include "tree_copy.h"
+
+#include <fcntl.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "conflict.h"
+#include "core/error.h"
+#include "metadata.h"
+#include "pending_file.h"
+#include "temp_name.h"
+
+namespace fileop {
+namespace {
+
+constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+// Levels that keep their descriptors; the ones above them are opened again on
+// the way back.
+constexpr std::size_t kOpenLevels = 64;
+constexpr std::int64_t kTickNanoseconds = 100'000'000;
+
+std::string Below(const std::string& folder, const std::string& name) {
+  return folder + "/" + name;
+}
+
+// DT_DIR or another type; unknown ones are looked up.
+bool IsFolder(int parent, const char* name, unsigned char type) {
+  if (type != DT_UNKNOWN) return type == DT_DIR;
+  struct stat st;
+  return ::fstatat(parent, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+}
+
+}  // namespace
+
+SourceFolder& TreeCopy::ParentFrom() {
+  return levels_.size() < 2 ? *root_from_ : levels_[levels_.size() - 2]->from;
+}
+
+TargetFolder& TreeCopy::ParentTo() {
+  return levels_.size() < 2 ? *root_to_ : levels_[levels_.size() - 2]->to;
+}
+
+int TreeCopy::Run(SourceFolder& from, const std::string& src_name, TargetFolder& to,
+                  const std::string& dst_name, Outcome* outcome) {
+  root_from_ = &from;
+  root_to_ = &to;
+  const bool rename = request_.removes && request_.options->moveFlag != 0 && !to.remote;
+  Enter({from, to, src_name, dst_name, rename});
+  while (!levels_.empty()) {
+    if (stopped_) {
+      Leave();
+    } else {
+      Step();
+    }
+  }
+  FlushRemovals();
+  *outcome = top_outcome_;
+  return first_ ? Report(first_) : 0;
+}
+
+void TreeCopy::Note(const Failure& failure) {
+  if (!first_) first_ = failure;
+  if (StopsEverything(failure)) {
+    // A stop is what the caller hears of, unless something failed before.
+    stopped_ = true;
+    return;
+  }
+  Failure lost = failure;
+  lost.side = Side::kDestination;
+  if (failure.side == Side::kUnknown && StopsEverything(lost) && !DestinationAnswers()) {
+    stopped_ = true;
+  }
+}
+
+bool TreeCopy::DestinationAnswers() const {
+  const int fd = levels_.empty() ? root_to_->fd.get() : levels_.back()->to.fd.get();
+  struct stat st;
+  return ::fstatat(fd, ".", &st, 0) == 0 && ::faccessat(fd, ".", W_OK, AT_EACCESS) == 0;
+}
+
+bool TreeCopy::Tick() {
+  if (request_.cancelled()) {
+    Fail(ECANCELED, Side::kUnknown);
+    Note(LatestFailure());
+    return false;
+  }
+  timespec now;
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  const std::int64_t at = now.tv_sec * 1'000'000'000LL + now.tv_nsec;
+  if (at - last_tick_ > kTickNanoseconds) {
+    last_tick_ = at;
+    if (request_.options->progress != nullptr) request_.options->progress(0, 0);
+  }
+  return true;
+}
+
+void TreeCopy::Step() {
+  Level& level = *levels_.back();
+  if (!Tick()) return;
+  DirStream::Entry entry;
+  if (level.lost || !level.stream.Next(level.from.fd.get(), &entry)) {
+    if (!level.lost && errno != 0) {
+      Fail(errno, Side::kSource);
+      Note(LatestFailure());
+      level.kept = true;
+    }
+    EndOfListing(level);
+    return;
+  }
+  const bool folder = IsFolder(level.from.fd.get(), entry.name, entry.type);
+  if (!level.in_folders) {
+    if (folder) {
+      level.has_folders = true;
+    } else {
+      CarryFile(level, entry.name, entry.type);
+    }
+  } else if (folder) {
+    Enter({level.from, level.to, entry.name, entry.name, level.rename});
+  }
+}
+
+void TreeCopy::EndOfListing(Level& level) {
+  Publish(level);
+  if (level.lost || level.in_folders || !level.has_folders) {
+    Leave();
+    return;
+  }
+  level.in_folders = true;
+  if (level.stream.Rewind(level.from.fd.get()) < 0) {
+    Fail(errno, Side::kSource);
+    Note(LatestFailure());
+    level.kept = true;
+    Leave();
+  }
+}
+
+void TreeCopy::CarryFile(Level& level, const char* name, unsigned char type) {
+  Job job{request_, level.from, name, level.to, name};
+  job.free_names = !level.fresh;
+  if (type == DT_REG) job.st.st_mode = S_IFREG;
+  if (CarryEntry(job, {level.rename, &links_}) < 0) {
+    level.kept = true;
+    Note(LatestFailure());
+    return;
+  }
+  AfterFile(level, job);
+}
+
+void TreeCopy::AfterFile(Level& level, Job& job) {
+  switch (job.outcome) {
+    case Outcome::kRenamed:
+      ReportRename(job.src_path, job.dst_path);
+      return;
+    case Outcome::kCopied:
+      if (request_.removes) StageRemoval(level, job.name, job.st);
+      break;
+    default:
+      level.kept = true;
+      return;
+  }
+  if (level.to.unseen) {
+    ++level.unseen_files;
+    level.unseen_bytes += static_cast<unsigned long long>(job.st.st_size);
+    if (level.DarkLongEnough()) Publish(level);
+  } else if (removals_.Full()) {
+    FlushRemovals();
+  }
+}
+
+void TreeCopy::StageRemoval(Level& level, const std::string& name, const struct stat& st) {
+  if (level.to.unseen) {
+    level.staged.emplace_back(name, st);
+    return;
+  }
+  if (removals_.NeedsSync(level.to) < 0) {
+    level.kept = true;
+    Note(LatestFailure());
+    return;
+  }
+  removals_.Add(level.origin, name, st);
+}
+
+void TreeCopy::FlushRemovals() {
+  const auto ignore = [](const std::string&, const Failure&) {};
+  if (removals_.Flush(ignore) < 0) Note(LatestFailure());
+}
+
+void TreeCopy::ReportRename(const std::string& src, const std::string& dst) {
+  const _TAVOCOPYARGSEX* args = request_.args;
+  if (request_.options->progress == nullptr) return;
+  unsigned long long size = 0;
+  if (args != nullptr && args->dir_size != nullptr) size = args->dir_size(src.c_str(), dst.c_str());
+  request_.options->progress(size, 0);
+}
+
+void TreeCopy::Enter(Place place) {
+  auto level = std::make_unique<Level>();
+  level->name = place.name;
+  level->to_name = place.to_name;
+  level->from.path = Below(place.from.path, place.name);
+  level->from.fs_type = place.from.fs_type;
+  level->to.fs_type = place.to.fs_type;
+  level->to.remote = place.to.remote;
+  Level* parent = levels_.empty() ? nullptr : levels_.back().get();
+  if (OpenTarget(place, level.get()) < 0) {
+    if (parent != nullptr) parent->kept = true;
+    Note(LatestFailure());
+    return;
+  }
+  if (!level->open) return;  // renamed as a whole
+  if (levels_.empty()) {
+    own_target_ = level->to.id;
+    top_outcome_ = Outcome::kCopied;
+  }
+  levels_.push_back(std::move(level));
+  if (levels_.size() > kOpenLevels) SuspendLevel(levels_[levels_.size() - kOpenLevels - 1].get());
+}
+
+int TreeCopy::OpenTarget(Place& place, Level* level) {
+  // The source first: what cannot be read leaves no empty folder behind.
+  level->from.fd.reset(::openat(place.from.fd.get(), place.name.c_str(), kOpenFolder));
+  if (!level->from.fd) {
+    return errno == ENOTDIR ? FailWith(core::kErrFolderExpected, errno, Side::kSource)
+                            : Fail(errno, Side::kSource);
+  }
+  if (::fstat(level->from.fd.get(), &level->st) != 0) return Fail(errno, Side::kSource);
+  if (DescribeSource(request_.removes, &level->from) < 0) return -1;
+  if (!levels_.empty() && level->from.id == own_target_) {
+    return FailWith(core::kErrExists, EINVAL, Side::kSource);
+  }
+  level->rename = place.rename && level->from.id.dev == place.to.id.dev;
+  if (place.rename) {
+    const int renamed = RenameNoReplace(place.from.fd.get(), place.name.c_str(), place.to.fd.get(),
+                                        place.to_name.c_str());
+    if (renamed == 0) {
+      if (levels_.empty()) top_outcome_ = Outcome::kRenamed;
+      ReportRename(level->from.path, Below(place.to.path, place.to_name));
+      return 0;
+    }
+    if (errno == EXDEV || errno == EBUSY)
+      level->rename = false;
+    else if (errno != EEXIST && errno != ENOTEMPTY)
+      return Fail(errno, Side::kUnknown);
+  }
+  if (request_.removes) {
+    if (place.from.removal_error != 0) return Fail(place.from.removal_error, Side::kSource);
+    if (place.from.sticky && level->st.st_uid != ::geteuid()) return Fail(EPERM, Side::kSource);
+    level->origin = std::make_shared<Origin>(Origin{level->from.path, level->from.id});
+  }
+  level->to.path = Below(place.to.path, place.to_name);
+  level->to.fd.reset(::openat(place.to.fd.get(), place.to_name.c_str(), kOpenFolder));
+  if (!level->to.fd) {
+    if (errno == ENOTDIR || errno == ELOOP) {
+      return FailWith(core::kErrFolderExpected, ENOTDIR, Side::kDestination);
+    }
+    if (errno != ENOENT) return Fail(errno, Side::kDestination);
+    if (MakeFolder(place, level) < 0) return -1;
+  }
+  if (DescribeTarget(&level->to) < 0) return -1;
+  if (level->to.id == level->from.id) return FailWith(core::kErrExists, EEXIST, Side::kUnknown);
+  if (!level->fresh && !level->to.remote) CleanLeftovers(level->to.fd.get());
+  level->open = true;
+  return 0;
+}
+
+int TreeCopy::MakeFolder(Place& place, Level* level) {
+  const int parent = place.to.fd.get();
+  level->to.unseen = !place.to.remote;
+  level->temp_name = level->to.unseen ? MakeTempName() : place.to_name;
+  if (::mkdirat(parent, level->temp_name.c_str(), 0700) != 0) {
+    return Fail(errno, Side::kDestination);
+  }
+  level->to.path = Below(place.to.path, level->temp_name);
+  level->to.fd.reset(::openat(parent, level->temp_name.c_str(), kOpenFolder));
+  if (!level->to.fd) return Fail(errno, Side::kDestination);
+  level->fresh = true;
+  return 0;
+}
+
+void TreeCopy::Leave() {
+  Level& level = *levels_.back();
+  Publish(level);
+  if (!level.lost) {
+    ApplyFolderMetadata(level);
+    RemoveFolderLater(level);
+  }
+  Level* parent = levels_.size() < 2 ? nullptr : levels_[levels_.size() - 2].get();
+  if (parent != nullptr) {
+    parent->kept = parent->kept || level.kept || level.lost;
+    if (ResumeLevel(level, parent) < 0) {
+      Note(LatestFailure());
+      parent->lost = true;
+    }
+  }
+  levels_.pop_back();
+}
+
+void TreeCopy::ApplyFolderMetadata(Level& level) {
+  if (!level.fresh || !level.open) return;
+  if (ApplyMetadata(request_.rules, level.from.fd.get(), level.st, ParentTo(), level.to.fd.get()) <
+      0) {
+    Note(LatestFailure());
+  }
+}
+
+void TreeCopy::RemoveFolderLater(Level& level) {
+  if (!request_.removes || level.kept || stopped_) {
+    level.kept = level.kept || stopped_;
+    return;
+  }
+  std::shared_ptr<const Origin> origin;
+  if (levels_.size() < 2) {
+    origin = std::make_shared<Origin>(Origin{root_from_->path, root_from_->id});
+  } else {
+    origin = levels_[levels_.size() - 2]->origin;
+  }
+  removals_.Add(origin, level.name, level.st);
+}
+
+}  // namespace fileop

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/config.h"
+#include "core/utf8.h"
 #include "path_syntax.h"
 #include "real_path.h"
 #include "support/errors.h"
@@ -47,7 +48,7 @@ int CheckRealPath(std::string_view path, bool isVfs) {
   // Line ends cut FTP commands, and WebDAV's XML cannot hold control characters.
   if (isVfs && HasControlCharacter(path)) return WEBFM_ILLEGAL_NAME;
   // Only a name that is not valid is worth the search for its share.
-  if (!support::IsValidUtf8(path) && support::IsUtf8Name(CodePageAt(path, isVfs))) {
+  if (!core::IsUtf8(path) && support::IsUtf8Name(CodePageAt(path, isVfs))) {
     return WEBFM_ILLEGAL_NAME;
   }
   return WEBFM_OK;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/config.h"
+#include "core/utf8.h"
 #include "path_syntax.h"
 #include "real_path.h"
 #include "share_lookup.h"
@@ -81,7 +82,7 @@ int CheckSyntax(const std::string& path) {
 // Users write UTF-8; where names have another character set they lie on disk in
 // that one. Bytes that are no UTF-8 are such names already.
 int ToNamesOnDisk(const Area& area, std::string* rest) {
-  const bool valid = support::IsValidUtf8(area.rest);
+  const bool valid = core::IsUtf8(area.rest);
   *rest = area.rest;
   if (IsUtf8Name(area.codePage)) return valid ? WEBFM_OK : WEBFM_ILLEGAL_NAME;
   if (!valid) return WEBFM_OK;

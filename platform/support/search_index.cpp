@@ -82,7 +82,7 @@ bool MoveTree(SqliteFile& db, const Place& from, const Place& to) {
 
 namespace FileSearch {
 
-WfmSearchDBTask::WfmSearchDBTask(std::string user, std::string volume, std::string id)
+WfmSearchDBTask::WfmSearchDBTask(const std::string& user, const std::string& volume, std::string id)
     : file_(IndexFile(user, volume)), id_(std::move(id)) {}
 
 bool WfmSearchDBTask::insertFile(const std::string& /*oldShare*/, const std::string& /*oldPath*/,

@@ -51,14 +51,15 @@ std::unique_ptr<TokenBucket> TokenBucket::Open(const std::string& file, std::uin
 
 TokenBucket::~TokenBucket() { munmap(used_, kFileSize); }
 
-std::uint64_t TokenBucket::TryTake(std::uint64_t want, std::uint64_t least, std::uint64_t now,
-                                   std::uint64_t* wait) {
+std::uint64_t TokenBucket::TryTake(std::uint64_t want, std::uint64_t least, std::uint64_t* wait) {
   const double perByte = static_cast<double>(kSecond) / static_cast<double>(rate_);
-  std::uint64_t stored = used_->load();
   while (true) {
-    // An instant to come was written before the machine was last started.
+    // Read before the clock: an instant to come is then no other process's, but
+    // from before the machine was last started.
+    std::uint64_t stored = used_->load();
+    const std::uint64_t now = Now();
     const std::uint64_t earliest = now > kBurst ? now - kBurst : 0;
-    const std::uint64_t used = stored > now ? now : std::max(stored, earliest);
+    const std::uint64_t used = stored > now ? earliest : std::max(stored, earliest);
     const auto have = static_cast<std::uint64_t>(static_cast<double>(now - used) / perByte);
     if (have < least) {
       *wait = static_cast<std::uint64_t>(std::ceil(static_cast<double>(least - have) * perByte));
@@ -66,7 +67,7 @@ std::uint64_t TokenBucket::TryTake(std::uint64_t want, std::uint64_t least, std:
     }
     const std::uint64_t taken = std::min(have, want);
     const auto cost = static_cast<std::uint64_t>(std::ceil(static_cast<double>(taken) * perByte));
-    if (used_->compare_exchange_weak(stored, std::min(used + cost, now))) return taken;
+    if (used_->compare_exchange_strong(stored, std::min(used + cost, now))) return taken;
   }
 }
 
@@ -75,10 +76,10 @@ std::uint64_t TokenBucket::Take(std::uint64_t want) {
   const std::uint64_t least = std::min(want, std::max<std::uint64_t>(rate_ / 10, 1));
   const std::uint64_t deadline = Now() + kSecond;
   while (true) {
-    const std::uint64_t now = Now();
     std::uint64_t wait = 0;
-    const std::uint64_t taken = TryTake(want, least, now, &wait);
+    const std::uint64_t taken = TryTake(want, least, &wait);
     if (taken > 0) return taken;
+    const std::uint64_t now = Now();
     if (now >= deadline || !Sleep(std::min(wait, deadline - now))) return 0;
   }
 }

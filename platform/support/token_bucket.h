@@ -30,8 +30,8 @@ class TokenBucket {
   static_assert(Instant::is_always_lock_free);
 
   TokenBucket(Instant* used, std::uint64_t rate) : used_(used), rate_(rate) {}
-  std::uint64_t TryTake(std::uint64_t want, std::uint64_t least, std::uint64_t now,
-                        std::uint64_t* wait);
+  // At least `least` bytes, or 0 and the nanoseconds until they are there.
+  std::uint64_t TryTake(std::uint64_t want, std::uint64_t least, std::uint64_t* wait);
 
   Instant* used_;
   std::uint64_t rate_;

@@ -23,7 +23,7 @@ namespace {
 
 using core::UniqueFd;
 
-constexpr off_t kRotateAt = 8 * 1024 * 1024;
+constexpr off_t kRotateAt = 8L * 1024 * 1024;
 
 bool ParseObject(std::string_view text, Json::Value* out) {
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());

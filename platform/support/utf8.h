@@ -1,4 +1,4 @@
-// Checks and repair of UTF-8.
+// Repair of UTF-8, and the names that it goes by.
 #pragma once
 
 #include <string>
@@ -6,12 +6,7 @@
 
 namespace support {
 
-// Length of the valid UTF-8 sequence at the start of `text`; 0 when there is none.
-std::size_t Utf8SequenceLength(std::string_view text);
-
-bool IsValidUtf8(std::string_view text);
-
-// `text` with each byte that belongs to no valid sequence replaced by U+FFFD.
+// `text` with each byte that belongs to no valid character replaced by U+FFFD.
 std::string ReplaceInvalidUtf8(std::string_view text);
 
 // True when `codePage` is a name of UTF-8 (or empty, which stands for it).

@@ -13,7 +13,7 @@ namespace FileSearch {
 // stands for all below it: its records follow when it is moved or deleted.
 class WfmSearchDBTask {
  public:
-  WfmSearchDBTask(std::string user, std::string volume, std::string id);
+  WfmSearchDBTask(const std::string& user, const std::string& volume, std::string id);
   // Adds a record for the new place.
   bool insertFile(const std::string& oldShare, const std::string& oldPath,
                   const std::string& newShare, const std::string& newPath, TAVOSTAT& stat);

@@ -1,0 +1,144 @@
+#include "support/search_index.h"
+
+#include <sqlite3.h>
+
+#include <set>
+#include <thread>
+
+#include "scratch.h"
+
+namespace {
+
+class SearchIndexTest : public Scratch {
+ protected:
+  SearchIndexTest() {
+    EXPECT_TRUE(support::CreateSearchIndex(OwnName(), "vol"));
+    FileSearch::WfmSearchDBTaskMgr registry(OwnName().c_str());
+    task_.reset(registry.getDBTask("vol", "id"));
+  }
+
+  static TAVOSTAT Sized(off_t size, mode_t mode = S_IFREG | 0644) {
+    TAVOSTAT stat{};
+    stat.st.st_size = size;
+    stat.st.st_mode = mode;
+    return stat;
+  }
+
+  bool Insert(const std::string& share, const std::string& path, off_t size = 1) {
+    TAVOSTAT stat = Sized(size);
+    return task_->insertFile("ignored", "/ignored", share, path, stat);
+  }
+
+  bool Update(const std::string& oldShare, const std::string& oldPath, const std::string& share,
+              const std::string& path, off_t size) {
+    TAVOSTAT stat = Sized(size);
+    return task_->updateFile(oldShare, oldPath, share, path, stat);
+  }
+
+  // "share:path=size" of every record.
+  std::set<std::string> Records() const {
+    std::set<std::string> records;
+    sqlite3* db = nullptr;
+    const std::string file = At("state/users/" + OwnName() + "/search/vol.db");
+    EXPECT_EQ(sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    const auto add = [](void* out, int, char** values, char**) {
+      static_cast<std::set<std::string>*>(out)->insert(std::string(values[0]) + ":" + values[1] +
+                                                       "=" + values[2]);
+      return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(db, "SELECT share, path, size FROM files", add, &records, nullptr),
+              SQLITE_OK);
+    sqlite3_close(db);
+    return records;
+  }
+
+  std::unique_ptr<FileSearch::WfmSearchDBTask> task_;
+};
+
+using Set = std::set<std::string>;
+
+TEST_F(SearchIndexTest, AnInsertReplacesTheRecordOfThePlace) {
+  ASSERT_TRUE(Insert("a", "/s/a/x", 1));
+  ASSERT_TRUE(Insert("b", "/s/a/x", 2));
+  ASSERT_TRUE(Insert("a", "/s/a/x", 3));
+  EXPECT_EQ(Records(), (Set{"a:/s/a/x=3", "b:/s/a/x=2"}));
+}
+
+TEST_F(SearchIndexTest, AFolderTakesWhatIsBelowItAlongAndNothingElse) {
+  const std::string wild = "/s/a_%";
+  const std::string paths[] = {wild,       wild + "-x/z", wild + "/x", wild + "/d/y",
+                               wild + "0", "/s/abc",      "/s/abc/x",  wild + "/\xE4\xF6"};
+  for (const std::string& path : paths) {
+    ASSERT_TRUE(Insert("a", path));
+  }
+  ASSERT_TRUE(Insert("other", wild + "/x"));
+  ASSERT_TRUE(Insert("b", "/t/new/x", 9));
+  ASSERT_TRUE(Update("a", wild, "b", "/t/new", 5));
+  EXPECT_EQ(Records(), (Set{"b:/t/new=5", "b:/t/new/x=1", "b:/t/new/d/y=1", "b:/t/new/\xE4\xF6=1",
+                            "a:/s/a_%0=1", "a:/s/a_%-x/z=1", "a:/s/abc=1", "a:/s/abc/x=1",
+                            "other:/s/a_%/x=1"}));
+  ASSERT_TRUE(task_->delRecs("b", "/t/new"));
+  ASSERT_TRUE(task_->delRecs("a", "/s/abc"));
+  EXPECT_EQ(Records(), (Set{"a:/s/a_%0=1", "a:/s/a_%-x/z=1", "other:/s/a_%/x=1"}));
+}
+
+TEST_F(SearchIndexTest, AnUpdateInPlaceChangesOnlyTheRecordAndMakesAMissingOne) {
+  ASSERT_TRUE(Insert("a", "/s/f", 1));
+  ASSERT_TRUE(Insert("a", "/s/f/x", 1));
+  ASSERT_TRUE(Update("a", "/s/f", "a", "/s/f", 7));
+  ASSERT_TRUE(Update("a", "/s/none", "a", "/s/new", 8));
+  EXPECT_EQ(Records(), (Set{"a:/s/f=7", "a:/s/f/x=1", "a:/s/new=8"}));
+}
+
+TEST_F(SearchIndexTest, AFailedUpdateChangesNothing) {
+  ASSERT_TRUE(Insert("a", "/s/f", 1));
+  sqlite3* db = nullptr;
+  const std::string file = At("state/users/" + OwnName() + "/search/vol.db");
+  ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db,
+                         "CREATE TRIGGER full BEFORE INSERT ON files BEGIN"
+                         " SELECT RAISE(ABORT, 'full'); END",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+  EXPECT_FALSE(Update("a", "/s/f", "a", "/s/g", 2));
+  EXPECT_EQ(Records(), (Set{"a:/s/f=1"}));
+}
+
+TEST_F(SearchIndexTest, WritersWaitForEachOther) {
+  std::vector<std::thread> writers;
+  for (int w = 0; w < 4; ++w) {
+    writers.emplace_back([this, w] {
+      for (int i = 0; i < 20; ++i) {
+        EXPECT_TRUE(Insert("a", "/" + std::to_string(w) + "/" + std::to_string(i)));
+      }
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  EXPECT_EQ(Records().size(), 80U);
+}
+
+TEST_F(SearchIndexTest, OnlyPlainNamesOfExistingIndexesAreFound) {
+  FileSearch::WfmSearchDBTaskMgr registry(OwnName().c_str());
+  Write("state/users/" + OwnName() + "/outside.db", "");
+  const std::pair<const char*, const char*> rows[] = {
+      {"none", "id"}, {"../outside", "id"}, {"", "id"}, {"..", "id"}, {"vol", ""}, {"vol", "a/b"}};
+  for (const auto& [volume, id] : rows) {
+    EXPECT_EQ(registry.getDBTask(volume, id), nullptr) << volume << " " << id;
+  }
+  EXPECT_EQ(FileSearch::WfmSearchDBTaskMgr(nullptr).getDBTask("vol", "id"), nullptr);
+  EXPECT_EQ(FileSearch::WfmSearchDBTaskMgr("../x").getDBTask("vol", "id"), nullptr);
+  EXPECT_FALSE(support::CreateSearchIndex(OwnName(), "../outside"));
+  EXPECT_FALSE(support::CreateSearchIndex("no-such-user-here", "vol"));
+  std::filesystem::remove(At("state/users/" + OwnName() + "/search/vol.db"));
+  EXPECT_FALSE(Insert("a", "/x"));
+  EXPECT_FALSE(std::filesystem::exists(At("state/users/" + OwnName() + "/search/vol.db")));
+}
+
+TEST_F(SearchIndexTest, ANewSearchStartsEmpty) {
+  ASSERT_TRUE(Insert("a", "/x"));
+  ASSERT_TRUE(support::CreateSearchIndex(OwnName(), "vol"));
+  EXPECT_EQ(Records(), Set{});
+}
+
+}  // namespace

@@ -43,7 +43,15 @@ CREATE TABLE notifications(
   title BLOB NOT NULL,
   args BLOB NOT NULL);
 PRAGMA user_version = 1;
+CREATE TABLE spare(bytes BLOB);
+INSERT INTO spare VALUES(zeroblob(131072));
+DROP TABLE spare;
 )";
+
+// Room that a new store takes at once, as free pages and as journal, so that a
+// task can still be written down and finished when a copy has filled the file
+// system that holds the stores.
+constexpr std::size_t kJournalReserve = 262144;
 
 // The journal file stays and is overwritten in place, with its header cleared
 // as the commit: no file is made or deleted per write, and a sync of blocks that
@@ -62,14 +70,21 @@ bool IsRegularFile(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// Makes the file under a name of its own, for the folder's owner.
-bool MakeEmptyFile(const std::string& folder, const std::string& path) {
+// Makes a file that is not there yet, for the folder's owner.
+core::UniqueFd MakeFile(const std::string& folder, const std::string& path) {
   struct stat owner {};
-  if (lstat(folder.c_str(), &owner) != 0) return false;
-  const core::UniqueFd file(
-      open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file) return false;
-  return geteuid() != 0 || fchown(file.get(), owner.st_uid, owner.st_gid) == 0;
+  if (lstat(folder.c_str(), &owner) != 0) return {};
+  core::UniqueFd file(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (file && geteuid() == 0 && fchown(file.get(), owner.st_uid, owner.st_gid) != 0) return {};
+  return file;
+}
+
+// A journal of zeros is an idle one.
+void ReserveJournal(const std::string& folder, const std::string& path) {
+  const core::UniqueFd file = MakeFile(folder, path);
+  const std::string zeros(kJournalReserve, '\0');
+  // Short of room from the start: the journal then grows as it can.
+  if (file) (void)(write(file.get(), zeros.data(), zeros.size()) < 0);
 }
 
 bool FillNewStore(const std::string& path) {
@@ -97,11 +112,14 @@ bool MakeStore(const std::string& user) {
   std::uint64_t number = 0;
   if (getrandom(&number, sizeof number, 0) != static_cast<ssize_t>(sizeof number)) return false;
   const std::string path = StorePath(user);
+  const std::string folder = core::UserStateFolder(user);
   const std::string fresh = path + ".new-" + std::to_string(number);
-  const bool filled = MakeEmptyFile(core::UserStateFolder(user), fresh) && FillNewStore(fresh);
-  const bool linked = filled && (link(fresh.c_str(), path.c_str()) == 0 || errno == EEXIST);
+  const bool filled = MakeFile(folder, fresh).valid() && FillNewStore(fresh);
+  const bool linked = filled && link(fresh.c_str(), path.c_str()) == 0;
+  if (linked) ReserveJournal(folder, path + "-journal");
   unlink(fresh.c_str());
-  return linked;
+  // Another process may have been faster.
+  return IsRegularFile(path);
 }
 
 }  // namespace

@@ -17,11 +17,18 @@
 
 // The C library's header lacks C linkage.
 extern "C" {
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 }
 
 namespace tasks::internal {
 namespace {
+
+// Calls without a usable wrapper: the C library's header lacks C linkage.
+int OpenProcess(pid_t pid) { return static_cast<int>(syscall(SYS_pidfd_open, pid, 0)); }
+
+long SendSignal(int process, int number) {
+  return syscall(SYS_pidfd_send_signal, process, number, nullptr, 0);
+}
 
 std::string NameOfEffectiveUser() {
   std::vector<char> buffer(16384);
@@ -67,10 +74,10 @@ bool DoKill(int pid) {
   }
   // The descriptor pins the process before its start time is compared, so the
   // signal cannot reach one that takes over the pid in between.
-  const core::UniqueFd process(pidfd_open(pid, 0));
+  const core::UniqueFd process(tasks::internal::OpenProcess(pid));
   if (!process && errno == ESRCH) return true;
   if (!tasks::internal::AnyRuns(pid, starts)) return true;
-  const int sent =
-      process ? pidfd_send_signal(process.get(), SIGTERM, nullptr, 0) : kill(pid, SIGTERM);
+  const long sent =
+      process ? tasks::internal::SendSignal(process.get(), SIGTERM) : kill(pid, SIGTERM);
   return sent == 0 || errno == ESRCH;
 }

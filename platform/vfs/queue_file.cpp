@@ -30,20 +30,23 @@ std::string RunFolder() {
   return state.empty() ? std::string() : state + "/run";
 }
 
-bool Exists(int made) { return made == 0 || errno == EEXIST; }
+bool MakeFolder(const std::string& folder) {
+  if (mkdir(folder.c_str(), 0755) == 0) return chmod(folder.c_str(), 0755) == 0;
+  return errno == EEXIST;
+}
 
 core::UniqueFd OpenFile(const std::string& path, int extra) {
   return core::UniqueFd(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | extra, 0666));
 }
 
-// Opens the file, and makes it when it is missing. The mode is set at once and
-// not by the umask, so that it is right for the next user's worker.
+// Opens the file, and makes it when it is missing. Modes are set explicitly, so
+// that whatever the umask, the next user's worker can use the file.
 core::UniqueFd OpenOrCreate() {
   const std::string folder = RunFolder();
   if (folder.empty()) return {};
   const std::string path = folder + "/vfs-queue";
   core::UniqueFd file = OpenFile(path, 0);
-  if (!file && errno == ENOENT && Exists(mkdir(folder.c_str(), 0755))) {
+  if (!file && errno == ENOENT && MakeFolder(folder)) {
     file = OpenFile(path, O_CREAT | O_EXCL);
     if (file && fchmod(file.get(), 0666) != 0) return {};
     if (!file && errno == EEXIST) file = OpenFile(path, 0);

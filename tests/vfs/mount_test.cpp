@@ -1,0 +1,118 @@
+#include "mount_table.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "core/config.h"
+#include "vfs/vfs.h"
+
+namespace {
+
+vfs::MountInfo Mount(const char* name, const char* path) {
+  vfs::MountInfo mount;
+  mount.name = name;
+  mount.protocol = "sftp";
+  mount.base_uri = std::string("sftp://") + name + "/";
+  mount.mount_path = path;
+  return mount;
+}
+
+const vfs::MountTable kTable = {Mount("nas", "/mnt/nas"), Mount("nas2", "/mnt/nas2"),
+                                Mount("in", "/mnt/nas/in")};
+
+TEST(MountTest, AUriBelongsToTheMountOfExactlyItsName) {
+  const auto name = [](const char* path) {
+    const auto mount = vfs::FindByUri(kTable, path);
+    return mount ? mount->name : std::string("none");
+  };
+  EXPECT_EQ(name("sftp://nas/a"), "nas");
+  EXPECT_EQ(name("sftp://nas2/a"), "nas2");
+  EXPECT_EQ(name("sftp://nas"), "nas");
+  for (const char* path : {"sftp://nas3/a", "ftp://nas/a", "sftp://na", "/mnt/nas", "sftp:///a",
+                           "sftp:/nas/a", "", "x/sftp://nas/"}) {
+    EXPECT_EQ(name(path), "none") << path;
+  }
+}
+
+TEST(MountTest, ALocalPathBelongsToTheInnermostMount) {
+  const auto name = [](const char* path) {
+    const auto mount = vfs::FindByLocalPath(kTable, path);
+    return mount ? mount->name : std::string("none");
+  };
+  EXPECT_EQ(name("/mnt/nas"), "nas");
+  EXPECT_EQ(name("/mnt/nas/x"), "nas");
+  EXPECT_EQ(name("/mnt/nas2"), "nas2");
+  EXPECT_EQ(name("/mnt/nas/in/x"), "in");
+  EXPECT_EQ(name("/mnt/nas/inner"), "nas");
+  for (const char* path : {"/mnt/nas22", "/mnt", "", "mnt/nas"}) EXPECT_EQ(name(path), "none");
+}
+
+TEST(MountTest, AConfiguredRemoteIsNoMountUntilItIsMounted) {
+  core::Config config;
+  config.remotes.resize(1);
+  config.remotes[0].name = "nas";
+  config.remotes[0].protocol = "sftp";
+  core::SetConfig(config);
+  vfs::MountInfo mount;
+  std::string text;
+  EXPECT_FALSE(vfs::FindBySharePath("sftp://nas/a", &mount));
+  EXPECT_FALSE(vfs::FindByFullPath("/", &mount));
+  EXPECT_FALSE(TAVOVFS::Utils::GetProtocol("sftp://nas/a", text));
+  EXPECT_FALSE(TAVOVFS::Utils::GetBaseURI("sftp://nas/a", text, true));
+  EXPECT_TRUE(TAVOVFS::Utils::GetBaseURI("sftp://nas/a/b", text, false));
+  EXPECT_EQ(text, "sftp://nas/");
+  EXPECT_FALSE(TAVOVFS::Utils::GetBaseURI("gopher://nas/a", text, false));
+  EXPECT_FALSE(TAVOVFS::Utils::GetBaseURI("/photos/a", text, false));
+}
+
+TEST(MountTest, ProtocolsAreDescribed) {
+  Json::Value description;
+  for (const char* name : {"sftp", "ftp", "ftps", "webdav", "webdavs", "dropbox"}) {
+    ASSERT_TRUE(TAVOVFS::Protocol::GetProtocol(name, description)) << name;
+    EXPECT_EQ(description["enable_curl"], "true") << name;
+    EXPECT_GT(description["port"].asInt(), 0) << name;
+    EXPECT_FALSE(description["description"].asString().empty()) << name;
+  }
+  for (const char* name : {"SFTP", "", "file"}) {
+    EXPECT_FALSE(TAVOVFS::Protocol::GetProtocol(name, description)) << name;
+  }
+  EXPECT_FALSE(TAVOVFS::Protocol::GetProtocol(nullptr, description));
+}
+
+TEST(MountTest, AProtocolMayBeUsedByTheUsersOfAConfiguredRemote) {
+  core::Config config;
+  config.remotes.resize(3);
+  config.remotes[0].protocol = "sftp";
+  config.remotes[0].users = {"alice", "@root"};
+  config.remotes[1].protocol = "ftp";
+  config.remotes[1].users = {"*"};
+  config.remotes[2].protocol = "webdav";
+  config.remotes[2].users = {"@no-such-group", "@", ""};
+  core::SetConfig(config);
+  const auto may = [](const char* user, const char* protocol) {
+    return TAVOVFS::Cfg::CheckPermissionByUserName(user, TAVOVFS::VFS_USER_CONFIG_PROTOCOL,
+                                                   protocol);
+  };
+  EXPECT_TRUE(may("alice", "sftp"));
+  EXPECT_TRUE(may("root", "sftp")) << "by group";
+  EXPECT_FALSE(may("bob", "sftp"));
+  EXPECT_TRUE(may("bob", "ftp"));
+  EXPECT_FALSE(may("root", "webdav"));
+  EXPECT_FALSE(may("alice", "dropbox")) << "no remote of that kind";
+  EXPECT_FALSE(may("", "ftp"));
+  EXPECT_FALSE(may(nullptr, "ftp"));
+  EXPECT_FALSE(may("alice", nullptr));
+  EXPECT_FALSE(TAVOVFS::Cfg::CheckPermissionByUserName(
+      "alice", static_cast<TAVOVFS::_VFS_USER_CONFIG_>(2), "ftp"));
+}
+
+TEST(MountTest, TheActorIsTheUserGivenOrTheProcessItself) {
+  EXPECT_EQ(TAVOVFS::GetActorUID(), geteuid());
+  EXPECT_FALSE(TAVOVFS::InitGlobal(static_cast<uid_t>(-1), false));
+  EXPECT_TRUE(TAVOVFS::InitGlobal(1234, false));
+  EXPECT_EQ(TAVOVFS::GetActorUID(), 1234U);
+}
+
+}  // namespace

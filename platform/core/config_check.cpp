@@ -169,10 +169,18 @@ std::optional<ConfigFault> CheckRemote(const RemoteConfig& remote, std::size_t i
   return check.Fault();
 }
 
+std::optional<ConfigFault> CheckToken(const TokenConfig& token, std::size_t index) {
+  TableCheck check("token", index);
+  check.Require("user", !token.user.empty(), "the user whom the token stands for is needed");
+  check.Require("user", !HasControl(token.user), "is not a user's name");
+  check.Key("file", CheckAbsolute(token.file));
+  return check.Fault();
+}
+
 template <typename Entry>
-std::optional<ConfigFault> CheckAll(const char* table, const std::vector<Entry>& entries,
-                                    std::optional<ConfigFault> (*check)(const Entry&,
-                                                                        std::size_t)) {
+std::optional<ConfigFault> CheckNamed(const char* table, const std::vector<Entry>& entries,
+                                      std::optional<ConfigFault> (*check)(const Entry&,
+                                                                          std::size_t)) {
   std::set<std::string> names;
   for (std::size_t i = 0; i < entries.size(); ++i) {
     if (auto fault = check(entries[i], i)) return fault;
@@ -187,8 +195,11 @@ std::optional<ConfigFault> CheckAll(const char* table, const std::vector<Entry>&
 
 std::optional<ConfigFault> FindConfigFault(const Config& config) {
   if (auto fault = CheckServer(config.server)) return fault;
-  if (auto fault = CheckAll("share", config.shares, CheckShare)) return fault;
-  if (auto fault = CheckAll("remote", config.remotes, CheckRemote)) return fault;
+  if (auto fault = CheckNamed("share", config.shares, CheckShare)) return fault;
+  if (auto fault = CheckNamed("remote", config.remotes, CheckRemote)) return fault;
+  for (std::size_t i = 0; i < config.tokens.size(); ++i) {
+    if (auto fault = CheckToken(config.tokens[i], i)) return fault;
+  }
   if (config.finished_tasks_hours < kMinFinishedHours ||
       config.finished_tasks_hours > kMaxFinishedHours) {
     return ConfigFault{"copymove", 0, "finished_tasks_hours", "must be 1 to 87600"};
@@ -199,14 +210,10 @@ std::optional<ConfigFault> FindConfigFault(const Config& config) {
 bool CheckConfig(const Config& config, std::string* err) {
   const auto fault = FindConfigFault(config);
   if (!fault) return true;
-  *err = "[" + fault->table + "]";
-  if (fault->table == "share" && !config.shares[fault->index].name.empty()) {
-    *err += " " + Quoted(config.shares[fault->index].name);
-  }
-  if (fault->table == "remote" && !config.remotes[fault->index].name.empty()) {
-    *err += " " + Quoted(config.remotes[fault->index].name);
-  }
-  *err += " " + fault->key + ": " + fault->words;
+  *err = "[" + fault->table + "] ";
+  if (fault->table == "share") *err += Quoted(config.shares[fault->index].name) + " ";
+  if (fault->table == "remote") *err += Quoted(config.remotes[fault->index].name) + " ";
+  *err += fault->key + ": " + fault->words;
   return false;
 }
 

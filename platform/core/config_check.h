@@ -10,8 +10,8 @@ namespace core {
 
 // What is wrong, and with which setting.
 struct ConfigFault {
-  std::string table;      // "server", "share", "remote"
-  std::size_t index = 0;  // which of several [[share]] or [[remote]]
+  std::string table;      // such as "share"
+  std::size_t index = 0;  // which of several such tables
   std::string key;
   std::string words;
 };

@@ -5,12 +5,16 @@
 #include <toml++/toml.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <functional>
+#include <initializer_list>
 #include <limits>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "config_check.h"
 #include "core/config.h"
@@ -19,212 +23,246 @@
 namespace core {
 namespace {
 
-// Fills a Config from a parsed file and keeps the first error.
-class Reader {
+// Keeps the first error found in a file.
+class Errors {
  public:
-  Reader(const std::string& file, const toml::table& root) : file_(file), root_(root) {}
+  explicit Errors(std::string file) : file_(std::move(file)) {}
 
-  bool Read(Config* out) {
-    Known(root_, "", {"server", "share", "remote", "bandwidth", "copymove"});
-    if (const auto* server = Table("server")) ReadServer(*server, &out->server);
-    for (const auto* table : Tables("share")) ReadShare(*table, &out->shares.emplace_back());
-    for (const auto* table : Tables("remote")) ReadRemote(*table, &out->remotes.emplace_back());
-    if (const auto* bandwidth = Table("bandwidth")) ReadBandwidth(*bandwidth, out);
-    if (const auto* copymove = Table("copymove")) ReadCopyMove(*copymove, out);
-    if (error_.empty()) {
-      if (const auto fault = FindConfigFault(*out)) Report(*fault);
-    }
-    return error_.empty();
+  void Add(const toml::source_region& where, const std::string& key, const std::string& words) {
+    if (!first_.empty()) return;
+    first_ = file_ + ":" + std::to_string(where.begin.line) + ": " + key + ": " + words;
   }
-
-  const std::string& error() const { return error_; }
+  const std::string& first() const { return first_; }
 
  private:
-  void Fail(const toml::source_region& where, const std::string& key, const std::string& words) {
-    if (!error_.empty()) return;
-    error_ = file_ + ":" + std::to_string(where.begin.line) + ": " + key + ": " + words;
+  std::string file_;
+  std::string first_;
+};
+
+// One table of the file; a key that is not there leaves the target's default.
+class Section {
+ public:
+  Section(const toml::table& table, std::string name, Errors* errors)
+      : table_(table), prefix_(std::move(name) + "."), errors_(errors) {}
+
+  void Known(std::initializer_list<std::string_view> keys) const {
+    for (const auto& [key, value] : table_) {
+      if (std::find(keys.begin(), keys.end(), key.str()) != keys.end()) continue;
+      errors_->Add(key.source(), prefix_ + std::string(key.str()), "unknown key");
+    }
+  }
+
+  bool Has(const char* key) const { return table_.contains(key); }
+
+  void Fault(const char* key, const std::string& words) const {
+    errors_->Add(table_.get(key)->source(), prefix_ + key, words);
+  }
+
+  void Text(const char* key, std::string* out) const {
+    const toml::node* node = table_.get(key);
+    if (node == nullptr) return;
+    if (const auto* value = node->as_string()) {
+      *out = value->get();
+    } else {
+      Fault(key, "must be a text in quotes");
+    }
+  }
+
+  void Whole(const char* key, int* out) const {
+    const toml::node* node = table_.get(key);
+    if (node == nullptr) return;
+    const auto* value = node->as_integer();
+    if (value == nullptr) {
+      Fault(key, "must be a whole number");
+    } else if (value->get() < std::numeric_limits<int>::min() ||
+               value->get() > std::numeric_limits<int>::max()) {
+      Fault(key, "is out of range");
+    } else {
+      *out = static_cast<int>(value->get());
+    }
+  }
+
+  void Texts(const char* key, std::vector<std::string>* out) const {
+    const toml::node* node = table_.get(key);
+    if (node == nullptr) return;
+    out->clear();
+    const auto* array = node->as_array();
+    if (array == nullptr) {
+      Fault(key, "must be a list of texts");
+      return;
+    }
+    for (const toml::node& item : *array) {
+      if (const auto* value = item.as_string()) {
+        out->push_back(value->get());
+      } else {
+        errors_->Add(item.source(), prefix_ + key, "must be a list of texts");
+      }
+    }
+  }
+
+ private:
+  const toml::table& table_;
+  std::string prefix_;
+  Errors* errors_;
+};
+
+int RestrictionValue(const std::string& name) {
+  if (name == "no-change") return kNoChange;
+  if (name == "no-delete") return kNoDelete;
+  if (name == "no-download") return kNoDownload;
+  return 0;
+}
+
+void ReadServer(const Section& section, ServerConfig* out) {
+  section.Known({"listen", "state", "auth", "certificate", "key"});
+  section.Text("listen", &out->listen);
+  section.Text("state", &out->state);
+  section.Text("auth", &out->auth);
+  section.Text("certificate", &out->certificate);
+  section.Text("key", &out->key);
+}
+
+void ReadShare(const Section& section, ShareConfig* out) {
+  section.Known({"name", "path", "read", "write", "restrict", "code_page"});
+  section.Text("name", &out->name);
+  section.Text("path", &out->path);
+  section.Texts("read", &out->read);
+  section.Texts("write", &out->write);
+  section.Text("code_page", &out->code_page);
+  std::vector<std::string> restrictions;
+  section.Texts("restrict", &restrictions);
+  for (const auto& name : restrictions) {
+    const int value = RestrictionValue(name);
+    if (value == 0) {
+      section.Fault("restrict",
+                    "\"" + name + R"(" is not "no-change", "no-delete" or "no-download")");
+    }
+    out->restrictions |= value;
+  }
+}
+
+void ReadRemote(const Section& section, RemoteConfig* out) {
+  section.Known({"name", "protocol", "host", "port", "user", "password_file", "key_file",
+                 "token_file", "known_hosts", "ca_file", "path", "code_page", "max_connections",
+                 "mount", "users"});
+  section.Text("name", &out->name);
+  section.Text("protocol", &out->protocol);
+  section.Text("host", &out->host);
+  section.Whole("port", &out->port);
+  section.Text("user", &out->user);
+  section.Text("password_file", &out->password_file);
+  section.Text("key_file", &out->key_file);
+  section.Text("token_file", &out->token_file);
+  section.Text("known_hosts", &out->known_hosts);
+  section.Text("ca_file", &out->ca_file);
+  section.Text("path", &out->path);
+  section.Text("code_page", &out->code_page);
+  section.Whole("max_connections", &out->max_connections);
+  section.Text("mount", &out->mount);
+  section.Texts("users", &out->users);
+}
+
+void ReadToken(const Section& section, TokenConfig* out) {
+  section.Known({"user", "file"});
+  section.Text("user", &out->user);
+  section.Text("file", &out->file);
+}
+
+void ReadBandwidth(const Section& section, Config* out) {
+  section.Known({"default"});
+  std::string amount = "0";
+  section.Text("default", &amount);
+  if (!ParseByteAmount(amount, &out->bandwidth_default)) {
+    section.Fault("default", "\"" + amount + "\" is not an amount such as \"20MB\"");
+  }
+}
+
+void ReadCopyMove(const Section& section, Config* out) {
+  section.Known({"filebrowserxferlog", "finished_tasks_hours"});
+  if (section.Has("filebrowserxferlog")) {
+    std::string transfer_log;
+    section.Text("filebrowserxferlog", &transfer_log);
+    if (transfer_log != "yes" && transfer_log != "no") {
+      section.Fault("filebrowserxferlog", R"(must be "yes" or "no")");
+    }
+    out->copymove.emplace_back("filebrowserxferlog", transfer_log);
+  }
+  if (section.Has("finished_tasks_hours")) {
+    section.Whole("finished_tasks_hours", &out->finished_tasks_hours);
+    out->copymove.emplace_back("finished_tasks_hours", std::to_string(out->finished_tasks_hours));
+  }
+}
+
+// The top level of the file.
+class Root {
+ public:
+  Root(const toml::table& table, Errors* errors) : table_(table), errors_(errors) {}
+
+  void Read(Config* out) const {
+    OnlyTables({"server", "share", "remote", "token", "bandwidth", "copymove"});
+    One("server", ReadServer, &out->server);
+    Each("share", ReadShare, &out->shares);
+    Each("remote", ReadRemote, &out->remotes);
+    Each("token", ReadToken, &out->tokens);
+    One("bandwidth", ReadBandwidth, out);
+    One("copymove", ReadCopyMove, out);
   }
 
   // Places a fault at its key, or at its table when the key is not there.
-  void Report(const ConfigFault& fault) {
-    const toml::node* node = root_.get(fault.table);
+  void Report(const ConfigFault& fault) const {
+    const toml::node* node = table_.get(fault.table);
     if (const auto* array = node == nullptr ? nullptr : node->as_array()) {
       node = array->get(fault.index);
     }
     const auto* table = node == nullptr ? nullptr : node->as_table();
     const auto* value = table == nullptr ? nullptr : table->get(fault.key);
     if (value != nullptr) node = value;
-    Fail(node == nullptr ? root_.source() : node->source(), fault.table + "." + fault.key,
-         fault.words);
+    errors_->Add(node == nullptr ? table_.source() : node->source(), fault.table + "." + fault.key,
+                 fault.words);
   }
 
-  const toml::table* Table(const char* name) {
-    const toml::node* node = root_.get(name);
-    if (node == nullptr) return nullptr;
-    if (node->is_table()) return node->as_table();
-    Fail(node->source(), name, std::string("must be a table, [") + name + "]");
-    return nullptr;
-  }
-
-  std::vector<const toml::table*> Tables(const char* name) {
-    std::vector<const toml::table*> tables;
-    const toml::node* node = root_.get(name);
-    if (node == nullptr) return tables;
-    const toml::array* array = node->as_array();
-    if (array == nullptr) {
-      Fail(node->source(), name, std::string("must be written as [[") + name + "]]");
-      return tables;
-    }
-    for (const toml::node& item : *array) {
-      if (item.is_table()) {
-        tables.push_back(item.as_table());
-      } else {
-        Fail(item.source(), name, std::string("must be written as [[") + name + "]]");
-      }
-    }
-    return tables;
-  }
-
-  void Known(const toml::table& table, const std::string& prefix,
-             std::initializer_list<std::string_view> keys) {
-    for (const auto& [key, value] : table) {
-      if (std::find(keys.begin(), keys.end(), key.str()) != keys.end()) continue;
-      Fail(key.source(), prefix + std::string(key.str()), "unknown key");
+ private:
+  void OnlyTables(std::initializer_list<std::string_view> names) const {
+    for (const auto& [key, value] : table_) {
+      if (std::find(names.begin(), names.end(), key.str()) != names.end()) continue;
+      errors_->Add(key.source(), std::string(key.str()),
+                   value.is_table() ? "unknown table" : "unknown key");
     }
   }
 
-  void Text(const toml::table& table, const std::string& prefix, const char* key,
-            std::string* out) {
-    const toml::node* node = table.get(key);
+  template <typename Target>
+  void One(const char* name, void (*read)(const Section&, Target*), Target* out) const {
+    const toml::node* node = table_.get(name);
     if (node == nullptr) return;
-    if (const auto* value = node->as_string()) {
-      *out = value->get();
+    if (const auto* table = node->as_table()) {
+      read(Section(*table, name, errors_), out);
     } else {
-      Fail(node->source(), prefix + key, "must be a text in quotes");
+      errors_->Add(node->source(), name, std::string("must be written as [") + name + "]");
     }
   }
 
-  void Whole(const toml::table& table, const std::string& prefix, const char* key, int* out) {
-    const toml::node* node = table.get(key);
+  template <typename Target>
+  void Each(const char* name, void (*read)(const Section&, Target*),
+            std::vector<Target>* out) const {
+    const toml::node* node = table_.get(name);
     if (node == nullptr) return;
-    const auto* value = node->as_integer();
-    if (value == nullptr) {
-      Fail(node->source(), prefix + key, "must be a whole number");
-    } else if (value->get() < std::numeric_limits<int>::min() ||
-               value->get() > std::numeric_limits<int>::max()) {
-      Fail(node->source(), prefix + key, "is out of range");
-    } else {
-      *out = static_cast<int>(value->get());
-    }
-  }
-
-  void Texts(const toml::table& table, const std::string& prefix, const char* key,
-             std::vector<std::string>* out) {
-    const toml::node* node = table.get(key);
-    if (node == nullptr) return;
-    out->clear();
     const auto* array = node->as_array();
-    if (array == nullptr) Fail(node->source(), prefix + key, "must be a list of texts");
-    if (array == nullptr) return;
+    const std::string words = std::string("must be written as [[") + name + "]]";
+    if (array == nullptr) {
+      errors_->Add(node->source(), name, words);
+      return;
+    }
     for (const toml::node& item : *array) {
-      if (const auto* value = item.as_string()) {
-        out->push_back(value->get());
+      if (const auto* table = item.as_table()) {
+        read(Section(*table, name, errors_), &out->emplace_back());
       } else {
-        Fail(item.source(), prefix + key, "must be a list of texts");
+        errors_->Add(item.source(), name, words);
       }
     }
   }
 
-  void ReadServer(const toml::table& table, ServerConfig* out) {
-    const std::string prefix = "server.";
-    Known(table, prefix, {"listen", "state", "auth", "certificate", "key"});
-    Text(table, prefix, "listen", &out->listen);
-    Text(table, prefix, "state", &out->state);
-    Text(table, prefix, "auth", &out->auth);
-    Text(table, prefix, "certificate", &out->certificate);
-    Text(table, prefix, "key", &out->key);
-  }
-
-  void ReadShare(const toml::table& table, ShareConfig* out) {
-    const std::string prefix = "share.";
-    Known(table, prefix, {"name", "path", "read", "write", "restrict", "code_page"});
-    Text(table, prefix, "name", &out->name);
-    Text(table, prefix, "path", &out->path);
-    Texts(table, prefix, "read", &out->read);
-    Texts(table, prefix, "write", &out->write);
-    Text(table, prefix, "code_page", &out->code_page);
-    std::vector<std::string> restrictions;
-    Texts(table, prefix, "restrict", &restrictions);
-    for (const auto& name : restrictions) {
-      const int value = RestrictionValue(name);
-      if (value == 0) {
-        Fail(table.get("restrict")->source(), prefix + "restrict",
-             "\"" + name + R"(" is not "no-change", "no-delete" or "no-download")");
-      }
-      out->restrictions |= value;
-    }
-  }
-
-  static int RestrictionValue(const std::string& name) {
-    if (name == "no-change") return kNoChange;
-    if (name == "no-delete") return kNoDelete;
-    if (name == "no-download") return kNoDownload;
-    return 0;
-  }
-
-  void ReadRemote(const toml::table& table, RemoteConfig* out) {
-    const std::string prefix = "remote.";
-    Known(table, prefix,
-          {"name", "protocol", "host", "port", "user", "password_file", "key_file", "token_file",
-           "known_hosts", "ca_file", "path", "code_page", "max_connections", "mount", "users"});
-    Text(table, prefix, "name", &out->name);
-    Text(table, prefix, "protocol", &out->protocol);
-    Text(table, prefix, "host", &out->host);
-    Whole(table, prefix, "port", &out->port);
-    Text(table, prefix, "user", &out->user);
-    Text(table, prefix, "password_file", &out->password_file);
-    Text(table, prefix, "key_file", &out->key_file);
-    Text(table, prefix, "token_file", &out->token_file);
-    Text(table, prefix, "known_hosts", &out->known_hosts);
-    Text(table, prefix, "ca_file", &out->ca_file);
-    Text(table, prefix, "path", &out->path);
-    Text(table, prefix, "code_page", &out->code_page);
-    Whole(table, prefix, "max_connections", &out->max_connections);
-    Text(table, prefix, "mount", &out->mount);
-    Texts(table, prefix, "users", &out->users);
-  }
-
-  void ReadBandwidth(const toml::table& table, Config* out) {
-    Known(table, "bandwidth.", {"default"});
-    std::string amount = "0";
-    Text(table, "bandwidth.", "default", &amount);
-    if (!ParseByteAmount(amount, &out->bandwidth_default)) {
-      Fail(table.get("default")->source(), "bandwidth.default",
-           "\"" + amount + "\" is not an amount such as \"20MB\"");
-    }
-  }
-
-  void ReadCopyMove(const toml::table& table, Config* out) {
-    const std::string prefix = "copymove.";
-    Known(table, prefix, {"filebrowserxferlog", "finished_tasks_hours"});
-    std::string transfer_log;
-    Text(table, prefix, "filebrowserxferlog", &transfer_log);
-    if (table.contains("filebrowserxferlog")) {
-      if (transfer_log != "yes" && transfer_log != "no") {
-        Fail(table.get("filebrowserxferlog")->source(), prefix + "filebrowserxferlog",
-             R"(must be "yes" or "no")");
-      }
-      out->copymove.emplace_back("filebrowserxferlog", transfer_log);
-    }
-    Whole(table, prefix, "finished_tasks_hours", &out->finished_tasks_hours);
-    if (table.contains("finished_tasks_hours")) {
-      out->copymove.emplace_back("finished_tasks_hours", std::to_string(out->finished_tasks_hours));
-    }
-  }
-
-  const std::string& file_;
-  const toml::table& root_;
-  std::string error_;
+  const toml::table& table_;
+  Errors* errors_;
 };
 
 bool ReadWhole(const std::string& file, std::string* out) {
@@ -254,10 +292,15 @@ bool LoadConfig(const std::string& file, Config* out, std::string* err) {
            std::string(fault.description());
     return false;
   }
-  Reader reader(file, parsed.table());
+  Errors errors(file);
+  const Root root(parsed.table(), &errors);
   Config config;
-  if (!reader.Read(&config)) {
-    *err = reader.error();
+  root.Read(&config);
+  if (errors.first().empty()) {
+    if (const auto fault = FindConfigFault(config)) root.Report(*fault);
+  }
+  if (!errors.first().empty()) {
+    *err = errors.first();
     return false;
   }
   *out = std::move(config);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/file.h"
@@ -14,8 +15,10 @@ namespace {
 
 using core::UniqueFd;
 
-// Descriptors of the upper levels stay open; deeper levels are left through
-// "..", so depth costs neither descriptors nor stack.
+// Descriptors of the upper levels and of the two lowest stay open; other levels
+// are reached again through "..", so depth costs neither descriptors nor stack.
+// (Two, because ".." works only in a folder that may be searched, and that is
+// known of a folder once one in it was opened.)
 constexpr std::size_t kHeldLevels = 64;
 
 struct DirCloser {
@@ -27,7 +30,7 @@ struct Level {
   std::vector<std::string> folders;  // still to be read
   dev_t device;
   ino_t inode;
-  UniqueFd fd;  // invalid while a deep level is not the current one
+  UniqueFd fd;  // invalid while a level in between is not needed
 };
 
 class SizeWalk {
@@ -52,7 +55,7 @@ class SizeWalk {
                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd) return;
     const std::size_t parent = levels_.size() - 1;
-    if (Enter(std::move(fd)) && parent >= kHeldLevels) levels_[parent].fd.reset();
+    if (Enter(std::move(fd)) && parent > kHeldLevels) levels_[parent - 1].fd.reset();
   }
 
   bool Enter(UniqueFd fd) {

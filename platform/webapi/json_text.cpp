@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "core/utf8.h"
+#include "json_lexis.h"
 #include "webapi_runtime/api_request.h"
 
 namespace webapi {
@@ -17,9 +18,14 @@ bool ParseWhole(const std::string& text, Json::Value* out, std::string* err) {
     *err = "not UTF-8";
     return false;
   }
+  if (!HasJsonLexis(text)) {
+    *err = "a number or a string that JSON does not allow";
+    return false;
+  }
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
   builder["strictRoot"] = false;
+  builder["skipBom"] = false;
   builder["stackLimit"] = kMaxDepth;
   const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   try {

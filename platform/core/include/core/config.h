@@ -77,7 +77,9 @@ struct Config {
 // command line.
 [[nodiscard]] bool CheckConfig(const Config& config, std::string* err);
 
-// Reads an amount such as "20MB", "1.5 GiB", "512k", "0" as bytes.
+// Reads an amount such as "20MB", "1.5 GiB", "512k", "0" as bytes: k, M, G and T
+// count by thousands, Ki, Mi, Gi and Ti by 1024, letter case aside. Parts of a
+// byte are dropped.
 [[nodiscard]] bool ParseByteAmount(const std::string& text, std::uint64_t* out);
 
 // The process's configuration. SetConfig is called once, before any thread or

@@ -113,6 +113,8 @@ std::string Print(const char* format, Args... args) {
 
 double Sane(double value) { return std::isfinite(value) && value > 0 ? value : 0.0; }
 
+std::string Framed(const std::string& bar) { return std::string("[").append(bar).append("]"); }
+
 std::string Write(const Json::Value& value, const char* indentation) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = indentation;
@@ -198,7 +200,7 @@ std::string FormatPercent(double fraction) {
 std::string FormatCount(double count) {
   std::string digits = Print("%.0f", Sane(count));
   for (auto at = static_cast<std::ptrdiff_t>(digits.size()) - 3; at > 0; at -= 3) {
-    digits.insert(static_cast<std::size_t>(at), ",");
+    digits.insert(static_cast<std::size_t>(at), 1, ',');
   }
   return digits;
 }
@@ -208,7 +210,7 @@ std::string Bar(double fraction, std::size_t width) {
   const std::size_t inner = width - 2;
   const auto full =
       static_cast<std::size_t>(std::min(Sane(fraction), 1.0) * static_cast<double>(inner));
-  return "[" + std::string(full, '#') + std::string(inner - full, '-') + "]";
+  return Framed(std::string(full, '#').append(inner - full, '-'));
 }
 
 std::string WanderingBar(double seconds, std::size_t width) {
@@ -225,7 +227,7 @@ std::string WanderingBar(double seconds, std::size_t width) {
     if (at > way) at = 2 * way - at;
   }
   bar.replace(at, block, block, '#');
-  return "[" + bar + "]";
+  return Framed(bar);
 }
 
 std::string ToJsonLine(const Json::Value& value) { return Write(value, ""); }

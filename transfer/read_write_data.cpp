@@ -1,0 +1,94 @@
+// The data hook: one file's bytes between any two places.
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "core/error.h"
+#include "support/path_info.h"
+#include "transfer/cloud_transfer.h"
+#include "transfer/ea_call.h"
+#include "transfer/fallback.h"
+#include "transfer/remote_params.h"
+#include "webapi/log.h"
+#include "webapi/module_calls.h"
+
+namespace Fennox {
+namespace {
+
+// Largest file that an FTP source gives through its mount: one byte under 10 MiB.
+constexpr long kLargestMountRead = 0x9FFFFF;
+
+bool PrefersDescriptors(const TransferJob& job) {
+  const TransferSide& source = job.source;
+  const TransferSide& dest = job.dest;
+  if (!source.useCurl && !dest.useCurl) return true;
+  if (!dest.protocol.empty() && !dest.isFtpLike()) {
+    return source.isFtpLike() && job.singleConnection && dest.protocol == "sftp";
+  }
+  return source.isFtpLike() && (job.size <= kLargestMountRead || job.singleConnection);
+}
+
+int CopyDescriptors(const TransferJob& job) {
+  return TAVOCopyFileFdEx(*job.srcFd, *job.dstFd, job.size, job.progress, job.cancel, job.args);
+}
+
+// Tells the remote mount that its cached view of the new file is stale.
+void MarkCacheStale(const char* path) {
+  constexpr char kName[] = "tavo::cacheclean";
+  if (setxattr(path, kName, "", 0, 0) != 0 && errno == ENOENT) {
+    sleep(1);
+    (void)setxattr(path, kName, "", 0, 0);
+  }
+}
+
+int TransferRemote(TransferJob& job) {
+  switch (RunCloudTransfer(job)) {
+    case CloudResult::kDone:
+      if (!job.eaCall) MarkCacheStale(job.dst);
+      return 0;
+    case CloudResult::kRefused:
+      return -1;
+    case CloudResult::kFailed:
+      break;
+  }
+  return CopyAfterFailedTransfer(job);
+}
+
+int Transfer(TransferJob& job) {
+  if (PrefersDescriptors(job)) {
+    if (job.eaCall) return CarryCompanion(job);
+    if (job.hasDescriptors()) {
+      if (CopyDescriptors(job) == 0) return 0;
+      job.descriptorsMoved = true;
+    }
+  }
+  // Neither end is remote: there is no other way.
+  if (!job.source.isVfs && !job.dest.isVfs) return -1;
+  return TransferRemote(job);
+}
+
+}  // namespace
+}  // namespace Fennox
+
+int MVCPReadWriteDataEx(const char* src, const char* dst, int* srcFd, int* dstFd, long size,
+                        TAVOCopyProgress progress, TAVOCopyCancel cancel,
+                        const _TAVOCOPYARGSEX* args, bool eaCall) {
+  if (src == nullptr || dst == nullptr) {
+    VLIBCErrSetEx(core::kErrBadArgument, Fennox::kModuleName, 979);
+    return -1;
+  }
+  Fennox::TransferJob job{src, dst, srcFd, dstFd, size, progress, cancel, args, eaCall, {}, {}};
+  job.source.isVfs = WfmLibIsVFSFullPath(src);
+  job.dest.isVfs = WfmLibIsVFSFullPath(dst);
+  if (eaCall && access(src, F_OK) != 0) return 0;
+  if (job.source.isVfs && !Fennox::FindSourceParams(job)) return -1;
+  if (job.dest.isVfs && !Fennox::FindDestParams(job)) return -1;
+  return Fennox::Transfer(job);
+}
+
+int MVCPReadWriteData(const char* src, const char* dst, int* srcFd, int* dstFd, long size,
+                      TAVOCopyProgress progress, TAVOCopyCancel cancel,
+                      const _TAVOCOPYARGSEX* args) {
+  return MVCPReadWriteDataEx(src, dst, srcFd, dstFd, size, progress, cancel, args, false);
+}

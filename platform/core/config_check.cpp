@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdint>
 #include <set>
 #include <string_view>
 
@@ -48,7 +49,7 @@ Words CheckOptionalAbsolute(const std::string& path) {
 Words CheckCodePage(const std::string& name) {
   const iconv_t converter = iconv_open("UTF-8", name.c_str());
   // An empty name means the locale's set, which is no fact about the folder.
-  if (name.empty() || HasControl(name) || converter == reinterpret_cast<iconv_t>(-1)) {
+  if (name.empty() || HasControl(name) || reinterpret_cast<std::intptr_t>(converter) == -1) {
     return Quoted(name) + " is not a known character set";
   }
   iconv_close(converter);

@@ -46,8 +46,10 @@ bool Own(const UniqueFd& folder, uid_t uid, gid_t gid, mode_t mode) {
     return false;
   }
   if ((st.st_mode & kModeBits) == mode) return true;
-  // fchmod refuses O_PATH descriptors; "." within the folder is the folder.
-  return fchmodat(folder.get(), ".", mode, 0) == 0;
+  // fchmod refuses O_PATH descriptors, and "." cannot be reached without search
+  // right, which a strict umask may have taken from the new folder.
+  const std::string self = "/proc/self/fd/" + std::to_string(folder.get());
+  return chmod(self.c_str(), mode) == 0;
 }
 
 }  // namespace
@@ -68,8 +70,8 @@ bool EnsureUserStateFolder(const std::string& user, unsigned uid, unsigned gid) 
   if (!top) return false;
   const UniqueFd users = OpenOrMake(top.get(), "users", kUsersMode);
   if (!users) return false;
-  // Someone else's request process only passes through the common folder.
-  if (geteuid() == 0 && !Own(users, 0, 0, kUsersMode)) return false;
+  // A user who is not the server only passes through the common folder.
+  if (!Own(users, 0, 0, kUsersMode) && geteuid() == 0) return false;
   const UniqueFd own = OpenOrMake(users.get(), user.c_str(), kOwnMode);
   return own && Own(own, uid, gid, kOwnMode);
 }

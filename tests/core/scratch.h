@@ -11,8 +11,8 @@
 
 class Scratch : public ::testing::Test {
  protected:
-  Scratch() {
-    std::string name = (std::filesystem::temp_directory_path() / "core-test-XXXXXX").string();
+  explicit Scratch(const std::filesystem::path& below = std::filesystem::temp_directory_path()) {
+    std::string name = (below / "core-test-XXXXXX").string();
     path_ = ::mkdtemp(name.data());
   }
   ~Scratch() override {

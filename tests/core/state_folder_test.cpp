@@ -29,7 +29,10 @@ class StateFolder : public Scratch {
       ASSERT_EQ(seteuid(0), 0);
     }
     core::SetConfig({});
+    umask(mask_);
   }
+
+  const mode_t mask_ = umask(022);
 };
 
 TEST_F(StateFolder, NamesThatAreNoFileNamesHaveNone) {
@@ -49,14 +52,13 @@ TEST_F(StateFolder, NamesThatAreNoFileNamesHaveNone) {
 }
 
 TEST_F(StateFolder, IsMadeForItsUserAlone) {
-  const mode_t mask = umask(0177);
+  umask(0177);
   for (int round = 0; round < 2; ++round) {
     ASSERT_TRUE(core::EnsureUserStateFolder("alice", geteuid(), getegid()));
     EXPECT_EQ(StatOf(At("users/alice")).st_mode & 07777, 0700U);
     EXPECT_EQ(StatOf(At("users/alice")).st_uid, geteuid());
     ASSERT_EQ(chmod(At("users/alice").c_str(), 0777), 0);
   }
-  umask(mask);
 }
 
 TEST_F(StateFolder, MissingStateIsAnError) {

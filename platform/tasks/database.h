@@ -8,6 +8,9 @@
 //  3. Every writing transaction begins IMMEDIATE, so it never has to upgrade a
 //     read lock, which SQLite refuses without waiting.
 //  4. All waits of one connection together end at its deadline.
+//  5. A store that was last written before the machine started is checked before
+//     it is written again: writes are not synced, so a power cut, unlike the
+//     death of a process, may have damaged it.
 #pragma once
 
 #include <sqlite3.h>
@@ -21,10 +24,11 @@ namespace tasks::internal {
 
 enum class Result {
   kDone,
-  kGone,    // no such record, or no store at all
-  kTaken,   // the id is in use
-  kBusy,    // another process held the store until the deadline
-  kFailed,  // damaged, full, unreadable
+  kGone,   // no such record, or no store at all
+  kTaken,  // the id is in use
+  kBusy,   // another process held the store until the deadline
+  kDamaged,
+  kFailed,  // full, unreadable
 };
 
 // Longest time that one operation waits for other processes.
@@ -43,7 +47,8 @@ class Database {
 
   // kGone when the user has no store.
   [[nodiscard]] Result Open(const std::string& user);
-  // Makes the store when it is missing.
+  // Makes the store when it is missing. One that a power cut has damaged is set
+  // aside under another name first.
   [[nodiscard]] Result OpenOrCreate(const std::string& user);
 
   [[nodiscard]] Result Begin();
@@ -59,10 +64,12 @@ class Database {
  private:
   static int WaitForOthers(void* self, int attempt);
   [[nodiscard]] Result OpenFile(const std::string& path);
+  [[nodiscard]] Result CheckIfOlderThanBoot();
   [[nodiscard]] Result Execute(const char* sql);
 
   sqlite3* handle_ = nullptr;
   std::string path_;
+  bool checked_ = false;
   std::chrono::steady_clock::time_point deadline_;
   int savedErrno_;  // what SQLite does to errno is nobody's business
 };

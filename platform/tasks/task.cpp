@@ -26,6 +26,8 @@ const char* ReasonOf(Result result) {
       return "the id is taken";
     case Result::kBusy:
       return "the task store is locked";
+    case Result::kDamaged:
+      return "the task store is damaged";
     default:
       return "the task store cannot be used";
   }

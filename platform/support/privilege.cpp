@@ -65,8 +65,7 @@ bool ListNames(const std::vector<std::string>& list, const std::string& user) {
     if (!entry.starts_with('@') || !FindGroup(entry.substr(1), &gid)) continue;
     if (groups.empty()) {
       const UserRecord record = FindUser(user.c_str());
-      if (!record) return false;
-      groups = GroupsOf(user, record->gid);
+      if (record) groups = GroupsOf(user, record->gid);
     }
     if (std::find(groups.begin(), groups.end(), gid) != groups.end()) return true;
   }

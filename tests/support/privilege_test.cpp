@@ -64,6 +64,7 @@ TEST_F(PrivilegeTest, GroupsAreResolvedThroughTheUserDatabase) {
   EXPECT_FALSE(support::ListNames({std::string("@") + main->gr_name}, "no-such-user-here"));
   EXPECT_FALSE(support::ListNames({"@no-such-group-here", "@", user + "x", ""}, user));
   EXPECT_FALSE(support::ListNames({""}, ""));
+  EXPECT_TRUE(support::ListNames({std::string("@") + main->gr_name, "*"}, "no-such-user-here"));
 }
 
 TEST_F(PrivilegeTest, UsersSeeTheSharesTheyMayRead) {

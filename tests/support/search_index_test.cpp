@@ -4,6 +4,7 @@
 
 #include <set>
 #include <thread>
+#include <vector>
 
 #include "scratch.h"
 
@@ -107,6 +108,7 @@ TEST_F(SearchIndexTest, AFailedUpdateChangesNothing) {
 
 TEST_F(SearchIndexTest, WritersWaitForEachOther) {
   std::vector<std::thread> writers;
+  writers.reserve(4);
   for (int w = 0; w < 4; ++w) {
     writers.emplace_back([this, w] {
       for (int i = 0; i < 20; ++i) {

@@ -97,9 +97,10 @@ TEST(Text, FormatsReplacePlaceholdersInOrder) {
 
 TEST(Text, NoticesHaveTextsInEachLanguage) {
   for (const std::string action : {"copy", "move"}) {
-    for (const std::string end :
+    for (const char* end :
          {"_completed", "_completed_skip_all", "_completed_skip_some", "_failed"}) {
-      const std::string key = "filebrowser:filebrowser_" + action + end;
+      std::string key = "filebrowser:filebrowser_";
+      key.append(action).append(end);
       EXPECT_NE(WfmLibGetText(key, "enu"), key);
       EXPECT_NE(WfmLibGetText(key, "ger"), key);
       EXPECT_NE(WfmLibGetText(key, "enu"), WfmLibGetText(key, "ger"));

@@ -102,7 +102,9 @@ TEST_F(TransferLogTest, LinesOfManyWritersStayWholeAcrossARotation) {
   for (int w = 0; w < kWriters; ++w) {
     writers[w] = StartChild([&, w] {
       for (int i = 0; i < kLines; ++i) {
-        if (!Log(std::to_string(w) + "/" + std::to_string(i) + "/" + filler)) return 1;
+        std::string text = std::to_string(w);
+        text.append("/").append(std::to_string(i)).append("/").append(filler);
+        if (!Log(text)) return 1;
       }
       return 0;
     });
@@ -120,7 +122,9 @@ TEST_F(TransferLogTest, LinesOfManyWritersStayWholeAcrossARotation) {
       if (text == "first") continue;
       const std::string writer = text.substr(0, text.find('/'));
       // Each writer's lines are all there, in order and unmixed.
-      EXPECT_EQ(text, writer + "/" + std::to_string(next[writer]++) + "/" + filler);
+      std::string expected = writer;
+      expected.append("/").append(std::to_string(next[writer]++)).append("/").append(filler);
+      EXPECT_EQ(text, expected);
     }
   }
   EXPECT_EQ(lines, kWriters * kLines + 1);

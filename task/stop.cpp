@@ -22,7 +22,8 @@ bool EndWorker() {
     LogError(2098, "Failed to get json data");
     return false;
   }
-  return DoKill(PidMemberOf(data));
+  const int pid = PidMemberOf(data);
+  return pid > 0 && DoKill(pid);
 }
 
 // A task that the user does not have counts as stopped. _task keeps its value

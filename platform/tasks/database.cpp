@@ -64,7 +64,7 @@ constexpr std::size_t kJournalReserve = 262144;
 // 20 ms and more where a write takes 0.1 ms, and a task writes for each file
 // that fails. A power cut ends every worker, and with it the use of what the
 // last seconds' writes said; damage it may do is found by CheckIfOlderThanBoot.
-constexpr const char* kWriterSettings =
+constexpr const char* kSettings =
     "PRAGMA journal_mode = PERSIST; PRAGMA journal_size_limit = 1048576; "
     "PRAGMA synchronous = OFF;";
 
@@ -82,12 +82,15 @@ core::UniqueFd MakeFile(const std::string& folder, const std::string& path) {
   return file;
 }
 
-// A journal of zeros is an idle one.
-void ReserveJournal(const std::string& folder, const std::string& path) {
-  const core::UniqueFd file = MakeFile(folder, path);
+// A journal of zeros is an idle one. It is linked whole, for the next writer may
+// use it at once. Short of room from the start, the journal grows as it can.
+void ReserveJournal(const std::string& folder, const std::string& fresh, const std::string& path) {
+  const core::UniqueFd file = MakeFile(folder, fresh);
   const std::string zeros(kJournalReserve, '\0');
-  // Short of room from the start: the journal then grows as it can.
-  if (file) (void)(write(file.get(), zeros.data(), zeros.size()) < 0);
+  if (file && write(file.get(), zeros.data(), zeros.size()) > 0) {
+    (void)(link(fresh.c_str(), path.c_str()) != 0);
+  }
+  unlink(fresh.c_str());
 }
 
 bool FillNewStore(const std::string& path) {
@@ -118,8 +121,10 @@ bool MakeStore(const std::string& user) {
   const std::string folder = core::UserStateFolder(user);
   const std::string fresh = path + ".new-" + std::to_string(number);
   const bool filled = MakeFile(folder, fresh).valid() && FillNewStore(fresh);
-  const bool linked = filled && link(fresh.c_str(), path.c_str()) == 0;
-  if (linked) ReserveJournal(folder, path + "-journal");
+  if (filled) {
+    ReserveJournal(folder, fresh + ".idle", path + "-journal");
+    (void)(link(fresh.c_str(), path.c_str()) != 0);
+  }
   unlink(fresh.c_str());
   // Another process may have been faster.
   return IsRegularFile(path);
@@ -221,8 +226,8 @@ Result Database::Execute(const char* sql) {
 }
 
 Result Database::Begin() {
+  if (const Result set = Execute(kSettings); set != Result::kDone) return set;
   if (const Result checked = CheckIfOlderThanBoot(); checked != Result::kDone) return checked;
-  if (const Result set = Execute(kWriterSettings); set != Result::kDone) return set;
   return Execute("BEGIN IMMEDIATE");
 }
 

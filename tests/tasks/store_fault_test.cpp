@@ -162,12 +162,17 @@ TEST_F(StoreFaultTest, AFullFileSystemStillTakesTheEndOfATask) {
   if (geteuid() != 0 || mount("tmpfs", state_.c_str(), "tmpfs", 0, "size=2m,mode=0755") != 0) {
     GTEST_SKIP() << "needs root and the right to mount";
   }
+  struct Unmount {
+    const std::string& folder;
+    ~Unmount() { umount2(folder.c_str(), MNT_DETACH); }
+  } unmount{state_};
   {
     const auto task = Make("ann", "t");
     EXPECT_TRUE(SaveTaskData(task.get(), DataWithPid(getpid()), 0.1F));
     std::ofstream filler(state_ + "/filler");
     while (filler << std::string(4096, 'x') && filler.flush()) {
     }
+    ASSERT_EQ(std::filesystem::space(state_).available, 0U);
     EXPECT_TRUE(task->reload());
     EXPECT_TRUE(SaveTaskData(task.get(), DataWithPid(getpid()), 0.2F));
     Json::Value large = DataWithPid(getpid());
@@ -179,7 +184,6 @@ TEST_F(StoreFaultTest, AFullFileSystemStillTakesTheEndOfATask) {
     EXPECT_TRUE(task->isFinished());
     EXPECT_TRUE(task->remove());
   }
-  EXPECT_EQ(umount(state_.c_str()), 0);
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ class QueueTest : public testing::Test {
     core::SetConfig(config);
   }
   ~QueueTest() override {
-    for (const pid_t pid : children_) End(pid);
+    while (!children_.empty()) End(children_.back());
     std::filesystem::remove_all(state_);
   }
 
@@ -60,7 +60,9 @@ class QueueTest : public testing::Test {
     children_.push_back(pid);
     return pid;
   }
-  static void End(pid_t pid) {
+  // Once only: a reaped pid may be anybody's.
+  void End(pid_t pid) {
+    if (std::erase(children_, pid) == 0) return;
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
   }

@@ -41,10 +41,9 @@ std::string IndexFile(const std::string& user, const std::string& volume) {
 // character after the slash; a pattern would take % and _ in names for wildcards.
 constexpr const char* kDeleteTree =
     "DELETE FROM files WHERE share = ?1 AND (path = ?2 OR (path > ?2 || '/' AND path < ?2 || '0'))";
-// Cut by bytes, as names need not be valid UTF-8.
 constexpr const char* kMoveBelow =
     "UPDATE OR REPLACE files SET share = ?3,"
-    " path = ?4 || CAST(substr(CAST(path AS BLOB), length(CAST(?2 AS BLOB)) + 1) AS TEXT)"
+    " path = ?4 || substr(path, length(?2) + 1)"
     " WHERE share = ?1 AND path > ?2 || '/' AND path < ?2 || '0'";
 constexpr const char* kDeleteOne = "DELETE FROM files WHERE share = ?1 AND path = ?2";
 constexpr const char* kPut =

@@ -106,6 +106,17 @@ TEST_F(PrivilegeTest, TheKernelAnswersForTheSwitchedUser) {
   EXPECT_EQ(result, 0);
 }
 
+TEST_F(PrivilegeTest, TheEffectiveUserCountsNotTheRealOne) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  MakeDir("closed", 0700);
+  EXPECT_EQ(InChild([this] {
+              if (Access(At("closed"), 6) != 0) return 1;
+              if (seteuid(1) != 0) return 2;
+              return Access(At("closed"), 4) == WEBFM_NO_PERMISSION ? 0 : 3;
+            }),
+            0);
+}
+
 TEST_F(PrivilegeTest, AnAclEntryIsHonoured) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
   MakeDir("listed", 0700);

@@ -79,8 +79,19 @@ TEST_F(SearchIndexTest, AFolderTakesWhatIsBelowItAlongAndNothingElse) {
                             "a:/s/a_%0=1", "a:/s/a_%-x/z=1", "a:/s/abc=1", "a:/s/abc/x=1",
                             "other:/s/a_%/x=1"}));
   ASSERT_TRUE(task_->delRecs("b", "/t/new"));
+  ASSERT_TRUE(task_->delRecs("a", wild));
+  EXPECT_EQ(Records().size(), 5U);
   ASSERT_TRUE(task_->delRecs("a", "/s/abc"));
   EXPECT_EQ(Records(), (Set{"a:/s/a_%0=1", "a:/s/a_%-x/z=1", "other:/s/a_%/x=1"}));
+}
+
+TEST_F(SearchIndexTest, NamesNeedNotBeValidUtf8) {
+  for (const char* path : {"/s/\xE4\xBD", "/s/\xE4\xBD/\xA0x", "/s/\xE4", "/s/\xE4/\xA0"}) {
+    ASSERT_TRUE(Insert("a", path));
+  }
+  ASSERT_TRUE(Update("a", "/s/\xE4\xBD", "a", "/t", 2));
+  ASSERT_TRUE(Update("a", "/s/\xE4", "a", "/u\xFC", 3));
+  EXPECT_EQ(Records(), (Set{"a:/t=2", "a:/t/\xA0x=1", "a:/u\xFC=3", "a:/u\xFC/\xA0=1"}));
 }
 
 TEST_F(SearchIndexTest, AnUpdateInPlaceChangesOnlyTheRecordAndMakesAMissingOne) {

@@ -74,6 +74,7 @@ TEST(Text, ConversionGoesBothWaysOrLeavesTheTextUnchanged) {
   EXPECT_TRUE(WfmLibConv(out, out, "UTF-8", "ISO-8859-1"));
   EXPECT_EQ(out, "\xE4.txt");
   EXPECT_TRUE(WfmLibConv(out, std::string(5000, 'x') + "日本", "UTF-8", "ISO-2022-JP"));
+  EXPECT_TRUE(out.ends_with("\x1B(B"));  // back in its first state
   std::string back;
   EXPECT_TRUE(WfmLibConv(back, out, "ISO-2022-JP", "UTF-8"));
   EXPECT_EQ(back, std::string(5000, 'x') + "日本");

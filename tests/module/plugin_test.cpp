@@ -1,6 +1,7 @@
 // The built plug-in, as a server meets it.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <json/writer.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -132,7 +133,7 @@ TEST_F(PluginTasks, CopyAndMoveWholeTrees) {
   Json::Value status = Run(false);
   EXPECT_EQ(status["progress"], Json::Value(1.0)) << status;
   EXPECT_FALSE(status.isMember("errors")) << status;
-  EXPECT_EQ(status["processed_size"], Json::Value(1225003.0)) << status;
+  EXPECT_EQ(status["processed_size"], status["total"]) << status;
   EXPECT_EQ(std::system((same + (root_ / "out").string()).c_str()), 0);
   EXPECT_EQ(std::system((same + (root_ / "in").string()).c_str()), 0);
 

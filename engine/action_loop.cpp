@@ -51,7 +51,7 @@ std::int64_t ActionLoop::Run(EntryMap& entries) {
 }
 
 bool ActionLoop::SetUp() {
-  if (handler_.destination().empty()) {
+  if (order_.destSharePath.empty()) {
     if (!handler_.MVCPUpdateFailFile(order_.actionType, "", WEBFM_FAILED, "")) {
       LogError(1737, "MVCPUpdateFailFile error");
     }
@@ -62,7 +62,7 @@ bool ActionLoop::SetUp() {
   if (!TakeUser()) return false;
   transferLog_ =
       strcasecmp(handler_.settings().Info("filebrowserxferlog", "no").c_str(), "yes") == 0;
-  search_ = FindSearchTask(handler_, indexes_);
+  search_ = FindSearchTask(handler_, order_.destSharePath, indexes_);
   return true;
 }
 
@@ -108,7 +108,7 @@ bool ActionLoop::TakeUser() {
 }
 
 bool ActionLoop::CanMoveInThreads(const EntryMap& entries) const {
-  const std::string& destination = handler_.destination();
+  const std::string& destination = order_.destSharePath;
   if (order_.actionType != ACTION_MOVE || !WfmLibIsVFSSharePath(destination.c_str()) ||
       entries.size() < 2) {
     return false;
@@ -193,7 +193,7 @@ int ActionLoop::FailureCode(const std::string& source) const {
 void ActionLoop::PostProcess(EntryMap::iterator entry, int error, bool destExisted) {
   handler_.postMVCP(entry, order_.actionType, order_.overwriteMode, order_.isDirMap,
                     static_cast<WEBFMERR>(error), entry->first.c_str(), _processingPath.c_str(),
-                    handler_.destination().c_str(), order_.destParam.c_str(), destPath_.c_str(),
+                    order_.destSharePath.c_str(), order_.destParam.c_str(), destPath_.c_str(),
                     transferLog_, search_.destInScope, destExisted, search_.index.get());
 }
 
@@ -202,8 +202,8 @@ std::int64_t FennoxMVCPHandler::WebFMMVCPAction(EntryMap& entries, const std::st
                                                 _tag_action_type_ actionType,
                                                 const std::string& destParam,
                                                 const std::string& destCodePage) {
-  return ActionLoop(*this,
-                    {destFolder, isDirMap, overwriteMode, actionType, destParam, destCodePage})
+  return ActionLoop(*this, {destSharePath, destFolder, isDirMap, overwriteMode, actionType,
+                            destParam, destCodePage})
       .Run(entries);
 }
 

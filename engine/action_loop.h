@@ -13,9 +13,10 @@ namespace Fennox {
 
 // What a pass does with its entries.
 struct ActionOrder {
-  const std::string& destFolder;  // absolute real path
-  bool isDirMap;                  // folders and failed entries; else files
-  int overwriteMode;              // ConflictMode of the request
+  const std::string& destSharePath;  // destination folder as the user names it
+  const std::string& destFolder;     // absolute real path
+  bool isDirMap;                     // folders and failed entries; else files
+  int overwriteMode;                 // ConflictMode of the request
   _tag_action_type_ actionType;
   const std::string& destParam;     // share part of the destination
   const std::string& destCodePage;  // character set of names there

@@ -26,16 +26,18 @@ bool DescribesSearch(const Json::Value& data) {
          data.isMember("location");
 }
 
-bool LiesInLocation(FennoxMVCPHandler& handler, const Json::Value& locations) {
+bool LiesInLocation(FennoxMVCPHandler& handler, const std::string& path,
+                    const Json::Value& locations) {
   if (!locations.isArray()) return false;
   return std::any_of(locations.begin(), locations.end(), [&](const Json::Value& location) {
-    return location.isString() && handler.IsSubPath(handler.destination(), location.asString());
+    return location.isString() && handler.IsSubPath(path, location.asString());
   });
 }
 
 }  // namespace
 
-SearchFollowUp FindSearchTask(FennoxMVCPHandler& handler, FileSearch::WfmSearchDBTaskMgr& indexes) {
+SearchFollowUp FindSearchTask(FennoxMVCPHandler& handler, const std::string& destSharePath,
+                              FileSearch::WfmSearchDBTaskMgr& indexes) {
   SearchFollowUp found;
   const TAVO::APIRequest& request = *handler.apiRequest();
   if (!request.HasParam("search_taskid")) return found;
@@ -44,7 +46,7 @@ SearchFollowUp FindSearchTask(FennoxMVCPHandler& handler, FileSearch::WfmSearchD
       SearchTaskData(request.GetLoginUserName(), TextOf(request.GetParam("search_taskid", "")));
   if (!DescribesSearch(data)) return found;
   found.index.reset(indexes.getDBTask(TextOf(data["sdbvol"]), TextOf(data["sdbid"])));
-  found.destInScope = LiesInLocation(handler, data["location"]);
+  found.destInScope = LiesInLocation(handler, destSharePath, data["location"]);
   return found;
 }
 

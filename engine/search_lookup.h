@@ -17,6 +17,7 @@ struct SearchFollowUp {
 // Reads the task named by "search_taskid". A missing task is logged and means
 // that there is nothing to follow.
 [[nodiscard]] SearchFollowUp FindSearchTask(FennoxMVCPHandler& handler,
+                                            const std::string& destSharePath,
                                             FileSearch::WfmSearchDBTaskMgr& indexes);
 
 }  // namespace Fennox

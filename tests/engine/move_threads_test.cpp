@@ -1,0 +1,220 @@
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "engine_fixture.h"
+#include "webapi/module_calls.h"
+#include "webapi/module_state.h"
+
+using namespace Fennox;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kReplace = 1;
+constexpr int kKeep = 0;
+constexpr int kReport = -1;
+
+class MoveThreadsTest : public EngineTest {
+ protected:
+  void SetUp() override {
+    EngineTest::SetUp();
+    Folder("src");
+    Folder("dst");
+  }
+
+  void Run(int policy, bool isDirMap, const std::string& destFolder = "") {
+    MoveThreadMain(records_, entries_, destFolder.empty() ? At("dst") : destFolder, "UTF-8",
+                   "share", policy, isDirMap);
+  }
+
+  // The outcome of a single entry, which is the second thread's.
+  ENTRY_STAT MoveOne(const std::string& source, int mode, int policy, bool isDirMap,
+                     const std::string& destFolder = "") {
+    entries_ = {{source, Entry("/s", mode)}};
+    records_[0] = records_[1] = MOVE_THREAD_INFO();
+    Run(policy, isDirMap, destFolder);
+    return records_[1].entries.at(source);
+  }
+
+  EntryMap entries_;
+  MOVE_THREAD_INFO records_[2];
+};
+
+TEST_F(MoveThreadsTest, TheSecondThreadGetsTheLargerHalf) {
+  for (const char* name : {"a", "b", "c", "d", "e"}) {
+    Write(std::string("src/") + name, "four");
+    entries_[At(std::string("src/") + name)] = Entry("/s");
+  }
+  Run(kReport, false);
+  EXPECT_EQ(records_[0].entries.size(), 2U);
+  EXPECT_EQ(records_[0].entries.count(At("src/b")), 1U);
+  EXPECT_EQ(records_[1].entries.size(), 3U);
+  EXPECT_EQ(records_[0].index, 0);
+  EXPECT_EQ(records_[1].index, 1);
+  EXPECT_EQ(entries_.size(), 5U);
+  EXPECT_EQ(_processedBytes, 20U);
+  for (const char* name : {"a", "b", "c", "d", "e"}) {
+    EXPECT_EQ(Read(std::string("dst/") + name), "four");
+    EXPECT_FALSE(fs::exists(At(std::string("src/") + name)));
+  }
+  for (const MOVE_THREAD_INFO& record : records_) {
+    for (const auto& [path, entry] : record.entries) EXPECT_EQ(entry.result, 0) << path;
+  }
+}
+
+TEST_F(MoveThreadsTest, ManyEntriesAreCountedOnceEach) {
+  for (int i = 0; i < 400; ++i) {
+    Write("src/" + std::to_string(i), "xyz");
+    entries_[At("src/" + std::to_string(i))] = Entry("/s");
+  }
+  Run(kReport, false);
+  EXPECT_EQ(_processedBytes, 1200U);
+  EXPECT_TRUE(fs::is_empty(At("src")));
+}
+
+TEST_F(MoveThreadsTest, AFileConflictFollowsTheEntryThenTheRequest) {
+  struct Row {
+    int mode, policy, result, error;
+    const char* kept;
+  };
+  const Row rows[] = {
+      {1, kReplace, 0, 0, "old"}, {1, kReport, 0, 0, "old"},     {3, kKeep, 0, 0, "new"},
+      {0, kKeep, 0, 0, "old"},    {0, kReport, -1, 1003, "old"}, {0, kReplace, 0, 0, "new"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE("mode " + std::to_string(row.mode) + " policy " + std::to_string(row.policy));
+    Write("src/f", "new");
+    Write("dst/f", "old");
+    const ENTRY_STAT entry = MoveOne(At("src/f"), row.mode, row.policy, false);
+    EXPECT_EQ(entry.result, row.result);
+    EXPECT_EQ(entry.error, row.error);
+    EXPECT_TRUE(entry.destExists);
+    EXPECT_EQ(records_[1].existCount, 1U);
+    EXPECT_EQ(Read("dst/f"), row.kept);
+    EXPECT_EQ(fs::exists(At("src/f")), std::string(row.kept) == "old");
+  }
+}
+
+TEST_F(MoveThreadsTest, RenameModeMovesUnderAFreeName) {
+  Write("src/f", "new");
+  Write("dst/f", "old");
+  const ENTRY_STAT entry = MoveOne(At("src/f"), CONFLICT_RENAME, kReport, false);
+  EXPECT_EQ(entry.result, 0);
+  EXPECT_FALSE(entry.destExists);
+  EXPECT_EQ(Read("dst/f"), "old");
+  EXPECT_FALSE(fs::exists(At("src/f")));
+  EXPECT_EQ(std::distance(fs::directory_iterator(At("dst")), fs::directory_iterator()), 2);
+}
+
+TEST_F(MoveThreadsTest, FailedFileRenames) {
+  EXPECT_EQ(MoveOne(At("src/gone"), 0, kReport, false).error, 422);
+  EXPECT_EQ(records_[1].entries.at(At("src/gone")).result, -1);
+
+  Write("src/file", "x");
+  Folder("dst/file");
+  EXPECT_EQ(MoveOne(At("src/file"), 0, kReplace, false).error, 1004);
+
+  Write("plain", "x");
+  EXPECT_EQ(MoveOne(At("src/file"), 0, kReport, false, At("plain")).result, -1);
+  EXPECT_EQ(Logged(1399), 1);
+  EXPECT_EQ(Read("src/file"), "x");
+}
+
+TEST_F(MoveThreadsTest, FailedFolderRenames) {
+  Write("src/full/x", "new");
+  Write("dst/full/y", "old");
+  EXPECT_EQ(MoveOne(At("src/full"), 0, kReport, true).result, -2);
+  EXPECT_EQ(records_[1].entries.at(At("src/full")).error, 0);
+  EXPECT_TRUE(fs::exists(At("src/full/x")));
+
+  const ENTRY_STAT missing = MoveOne(At("src/gone"), 0, kReport, true);
+  EXPECT_EQ(missing.result, -1);
+  EXPECT_EQ(missing.error, 422);
+  EXPECT_EQ(Logged(1448), 1);
+
+  Write("dst/clash", "a file");
+  Folder("src/clash");
+  EXPECT_EQ(MoveOne(At("src/clash"), 0, kReport, true).result, -1);
+  EXPECT_EQ(Logged(1452), 1);
+}
+
+TEST_F(MoveThreadsTest, AMoveToAnotherVolumeIsLeftToTheCopy) {
+  const std::string other = OtherVolume();
+  if (other.empty()) GTEST_SKIP() << "needs a second file system";
+  Write("src/f", "x");
+  EXPECT_EQ(MoveOne(At("src/f"), 0, kReport, false, other).result, -2);
+  Folder("src/d");
+  EXPECT_EQ(MoveOne(At("src/d"), 0, kReport, true, other).result, -2);
+  EXPECT_TRUE(fs::is_empty(other));
+}
+
+TEST_F(MoveThreadsTest, AnEntryNeverMovesIntoItself) {
+  Folder("src/d/inner");
+  for (const bool isDirMap : {true, false}) {
+    const ENTRY_STAT entry = MoveOne(At("src/d"), 3, kReplace, isDirMap, At("src/d/inner"));
+    EXPECT_EQ(entry.result, -1);
+    EXPECT_EQ(entry.error, 1003);
+  }
+  EXPECT_TRUE(fs::exists(At("src/d/inner")));
+}
+
+TEST_F(MoveThreadsTest, AnEntryThatFailedBeforeKeepsItsError) {
+  Write("src/f", "new");
+  Write("dst/f", "old");
+  entries_[At("src/f")] = Entry("/s", 3, 407);
+  Run(kReplace, true);
+  const ENTRY_STAT& entry = records_[1].entries.at(At("src/f"));
+  EXPECT_EQ(entry.result, -1);
+  EXPECT_EQ(entry.error, 407);
+  EXPECT_TRUE(entry.destExists);
+  EXPECT_EQ(Read("dst/f"), "old");
+}
+
+TEST_F(MoveThreadsTest, AStopLeavesTheRestUnprocessed) {
+  for (const char* name : {"a", "b", "c", "d", "e"}) {
+    Write(std::string("src/") + name, "x");
+    entries_[At(std::string("src/") + name)] = Entry("/s");
+  }
+  _cancelRequested = 1;
+  Run(kReport, false);
+  EXPECT_EQ(records_[0].entries.at(At("src/a")).result, 0);
+  EXPECT_EQ(records_[0].entries.at(At("src/b")).result, -3);
+  EXPECT_EQ(records_[1].entries.at(At("src/c")).result, 0);
+  EXPECT_EQ(records_[1].entries.at(At("src/e")).result, -3);
+  EXPECT_TRUE(fs::exists(At("src/b")));
+}
+
+#ifndef __SANITIZE_THREAD__
+// With room for one more thread than the process has, the second cannot start.
+TEST_F(MoveThreadsTest, AThreadThatRunsIsWaitedForWhenTheOtherCannotStart) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs a user id without processes";
+  for (int i = 0; i < 40; ++i) {
+    Write("src/" + std::to_string(i), "x");
+    entries_[At("src/" + std::to_string(i))] = Entry("/s");
+  }
+  fs::permissions(At("src"), fs::perms::all);
+  fs::permissions(At("dst"), fs::perms::all);
+  _lastWriteTime = time(nullptr) + 1;  // the record is out of the child's reach
+  const pid_t child = fork();
+  if (child == 0) {
+    const uid_t lonely = 3000000U + static_cast<uid_t>(getpid());
+    const rlimit limit{2, 2};
+    if (setrlimit(RLIMIT_NPROC, &limit) != 0 || setuid(lonely) != 0) _exit(2);
+    Run(kReport, false);
+    for (const auto& [path, entry] : records_[0].entries) {
+      if (entry.result != MOVE_DONE) _exit(3);
+    }
+    for (const auto& [path, entry] : records_[1].entries) {
+      if (entry.result != MOVE_NOT_PROCESSED) _exit(4);
+    }
+    _exit(Logged(1639) == 1 ? 0 : 5);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_TRUE(WIFEXITED(status));
+}
+#endif
+
+}  // namespace

@@ -88,7 +88,7 @@ int CarryFile(Request& request, Ends& ends) {
   if (S_ISDIR(st.st_mode)) return FailWith(core::kErrFileExpected, EISDIR, Side::kSource);
   job.st = st;
   const TAVOCOPYOPTIONS& options = *request.options;
-  const bool rename = request.removes && options.moveFlag != 0 && !ends.to.remote;
+  const bool rename = request.removes && options.moveFlag != 0;
   if (CarryEntry(job, {rename && st.st_dev == ends.to.id.dev, nullptr}) < 0) return -1;
   ends.to_name = job.to_name;
   if (job.outcome == Outcome::kRenamed && options.progress != nullptr) {
@@ -103,7 +103,14 @@ int CarryFile(Request& request, Ends& ends) {
   return 0;
 }
 
+// A folder has no place inside itself.
+bool IsWithin(const std::string& path, const std::string& folder) {
+  return path == folder || path.starts_with(folder + "/");
+}
+
 int CarryFolder(Request& request, Ends& ends) {
+  const std::string source = ends.from.path + "/" + ends.name;
+  if (IsWithin(ends.to.path, source)) return FailWith(core::kErrExists, EINVAL, Side::kUnknown);
   TreeCopy tree(request);
   Outcome outcome = Outcome::kNone;
   if (tree.Run(ends.from, ends.name, ends.to, ends.to_name, &outcome) < 0) return -1;
@@ -225,12 +232,12 @@ int TAVOFileCopyReflinkIsEnabled(const char* src, const char* dst, TAVOCOPYOPTIO
     srcFsType = ends.from.fs_type;
     dstFsType = ends.to.fs_type;
   }
-  const fileop::Identity from = job != nullptr ? job->from.id : ends.from.id;
-  const fileop::Identity to = job != nullptr ? job->to.id : ends.to.id;
   if (srcFsType != dstFsType || !fileop::SharesBlocks(srcFsType)) return 0;
+  const fileop::SourceFolder& from = job != nullptr ? job->from : ends.from;
+  const fileop::TargetFolder& to = job != nullptr ? job->to : ends.to;
   // Subvolumes of one btrfs have devices of their own.
-  if (from.dev != to.dev && srcFsType != core::kFsBtrfs) return 0;
-  return fileop::MemoryOfPair(from.dev, to.dev).shares_no_blocks ? 0 : 1;
+  if (from.id.dev != to.id.dev && srcFsType != core::kFsBtrfs) return 0;
+  return fileop::MemoryOfPair(from.fd.get(), to.fd.get()).shares_no_blocks ? 0 : 1;
 }
 
 int TAVOCopyFileFdEx(int srcFd, int dstFd, long size, TAVOCopyProgress progress,
@@ -246,7 +253,6 @@ int TAVOCopyFileFdEx(int srcFd, int dstFd, long size, TAVOCopyProgress progress,
                     ::lseek(srcFd, 0, SEEK_CUR) == 0 && ::lseek(dstFd, 0, SEEK_CUR) == 0;
   if (lent) {
     data.src_st = &job->st;
-    data.dst_dev = job->to.id.dev;
     data.dst_is_new = true;
   }
   if (fileop::MoveAllData(&data, &pacer) < 0) return -1;

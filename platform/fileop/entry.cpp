@@ -86,6 +86,9 @@ int CopyByType(Job& job, HardLinks* links) {
   const bool shared = links != nullptr && job.st.st_nlink > 1;
   if (shared) {
     const int linked = links->TryLink(job);
+    if (linked > 0 && job.request.options->progress != nullptr) {
+      job.request.options->progress(static_cast<unsigned long long>(job.st.st_size), 0);
+    }
     if (linked != 0) return linked < 0 ? -1 : 0;
   }
   int result = 0;

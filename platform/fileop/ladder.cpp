@@ -1,7 +1,9 @@
 #include "ladder.h"
 
+#include <sys/statfs.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <vector>
 
 #include "failure.h"
@@ -13,9 +15,25 @@ namespace {
 // Up to here the detour through a buffer is cheaper than any cleverer way.
 constexpr long long kSmallFile = 64 * 1024;
 
+// Device numbers are given again to what is mounted next; these are not.
+struct VolumeId {
+  decltype(statfs::f_type) type = 0;
+  fsid_t id{};
+
+  bool operator==(const VolumeId& other) const {
+    return type == other.type && std::memcmp(&id, &other.id, sizeof id) == 0;
+  }
+};
+
+VolumeId VolumeOf(int fd) {
+  struct statfs volume;
+  if (::fstatfs(fd, &volume) != 0) return {};
+  return {volume.f_type, volume.f_fsid};
+}
+
 struct Pair {
-  dev_t src;
-  dev_t dst;
+  VolumeId src;
+  VolumeId dst;
   PairMemory memory;
 };
 
@@ -46,17 +64,23 @@ int Prepare(const DataJob& job, const struct stat& src, const struct stat* dst,
   return 0;
 }
 
-Rung Climb(Transfer& transfer, PairMemory& memory, bool small, bool share) {
+Rung ClimbFromTheTop(Transfer& transfer, bool share) {
+  PairMemory& memory = MemoryOfPair(transfer.src, transfer.dst);
   Rung rung = Rung::kNotHere;
   if (share && !memory.shares_no_blocks) {
     rung = ShareBlocks(transfer);
     if (rung == Rung::kNeverHere) memory.shares_no_blocks = true;
   }
-  const auto refused = [&rung] { return rung == Rung::kNotHere || rung == Rung::kNeverHere; };
-  if (refused() && !small && !memory.no_kernel_copy) {
+  if ((rung == Rung::kNotHere || rung == Rung::kNeverHere) && !memory.no_kernel_copy) {
     rung = KernelCopy(transfer);
     if (rung == Rung::kNeverHere) memory.no_kernel_copy = true;
   }
+  return rung;
+}
+
+Rung Climb(Transfer& transfer, bool small, bool share) {
+  Rung rung = small ? Rung::kNotHere : ClimbFromTheTop(transfer, share);
+  const auto refused = [&rung] { return rung == Rung::kNotHere || rung == Rung::kNeverHere; };
   if (refused()) rung = ExtentCopy(transfer);
   if (refused()) rung = PlainCopy(transfer);
   return rung;
@@ -77,12 +101,14 @@ int CheckEnd(const Transfer& transfer) {
 
 }  // namespace
 
-PairMemory& MemoryOfPair(dev_t src, dev_t dst) {
+PairMemory& MemoryOfPair(int src, int dst) {
   thread_local std::vector<Pair> pairs;
+  const VolumeId from = VolumeOf(src);
+  const VolumeId to = VolumeOf(dst);
   for (Pair& pair : pairs) {
-    if (pair.src == src && pair.dst == dst) return pair.memory;
+    if (pair.src == from && pair.dst == to) return pair.memory;
   }
-  pairs.push_back({src, dst, {}});
+  pairs.push_back({from, to, {}});
   return pairs.back().memory;
 }
 
@@ -94,25 +120,21 @@ int MoveAllData(DataJob* job, Pacer* pacer) {
   } else if (::fstat(job->src, &src) != 0) {
     return Fail(errno, Side::kSource);
   }
-  if (job->dst_is_new) {
-    dst.st_dev = job->dst_dev;
-  } else if (::fstat(job->dst, &dst) != 0) {
+  if (!job->dst_is_new && ::fstat(job->dst, &dst) != 0) {
     return Fail(errno, Side::kDestination);
   }
   Transfer transfer;
   transfer.pacer = pacer;
   if (Prepare(*job, src, &dst, &transfer) < 0) return -1;
   const bool small = job->expected <= kSmallFile;
-  const bool share = !small && dst.st_size == 0;
-  PairMemory& memory = MemoryOfPair(src.st_dev, dst.st_dev);
-  if (Climb(transfer, memory, small, share) == Rung::kFailed) return -1;
+  if (Climb(transfer, small, dst.st_size == 0) == Rung::kFailed) return -1;
   if (!transfer.end_seen && CheckEnd(transfer) < 0) return -1;
   job->end_proven = true;
   return 0;
 }
 
 int ShareAllData(DataJob* job, Pacer* pacer) {
-  PairMemory& memory = MemoryOfPair(job->src_st->st_dev, job->dst_dev);
+  PairMemory& memory = MemoryOfPair(job->src, job->dst);
   if (memory.shares_no_blocks) return 0;
   Transfer transfer;
   transfer.src = job->src;

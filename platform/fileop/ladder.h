@@ -14,8 +14,9 @@ struct PairMemory {
   bool no_kernel_copy = false;
 };
 
-// The calling thread's memory of the pair; lives as long as the thread.
-PairMemory& MemoryOfPair(dev_t src, dev_t dst);
+// The calling thread's memory of the pair of file systems behind two descriptors;
+// lives as long as the thread.
+PairMemory& MemoryOfPair(int src, int dst);
 
 // Everything the ladder has to know.
 struct DataJob {
@@ -23,7 +24,6 @@ struct DataJob {
   int dst = -1;
   long long expected = 0;               // size of the source as the caller knows it
   const struct stat* src_st = nullptr;  // a recent fstat of `src`, or null
-  dev_t dst_dev = 0;                    // device of `dst` when `dst_is_new`
   bool dst_is_new = false;              // `dst` is a new, empty regular file
   bool end_proven = false;              // out: copied exactly up to the source's end
 };

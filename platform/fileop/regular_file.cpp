@@ -19,10 +19,19 @@ int OpenQuietly(int folder, const char* name) {
   thread_local bool may = true;
   if (may) {
     const int fd = ::openat(folder, name, kFlags | O_NOATIME);
-    if (fd >= 0 || errno != EPERM) return fd;
-    may = false;
+    if (fd >= 0 || (errno != EPERM && errno != EAGAIN)) return fd;
+    if (errno == EPERM) may = false;
   }
-  return ::openat(folder, name, kFlags);
+  const int fd = ::openat(folder, name, kFlags);
+  if (fd >= 0 || errno != EAGAIN) return fd;
+  // A lease (a file server's own lock) is given up only for those who wait.
+  struct stat st;
+  if (::fstatat(folder, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return -1;
+  if (!S_ISREG(st.st_mode)) {
+    errno = EAGAIN;
+    return -1;
+  }
+  return ::openat(folder, name, kFlags & ~O_NONBLOCK);
 }
 
 int OpenAgain(Job& job) {
@@ -75,7 +84,6 @@ int MoveData(Job& job, const DataWay& way, PendingFile& file) {
   data.dst = file.fd();
   data.expected = job.st.st_size;
   data.src_st = &job.st;
-  data.dst_dev = job.to.id.dev;
   data.dst_is_new = true;
   if (way.share_blocks) {
     const int shared = ShareAllData(&data, &pacer);

@@ -44,7 +44,7 @@ int TreeCopy::Run(SourceFolder& from, const std::string& src_name, TargetFolder&
                   const std::string& dst_name, Outcome* outcome) {
   root_from_ = &from;
   root_to_ = &to;
-  const bool rename = request_.removes && request_.options->moveFlag != 0 && !to.remote;
+  const bool rename = request_.removes && request_.options->moveFlag != 0;
   Enter({from, to, src_name, dst_name, rename});
   while (!levels_.empty()) {
     if (stopped_) {
@@ -59,9 +59,9 @@ int TreeCopy::Run(SourceFolder& from, const std::string& src_name, TargetFolder&
 }
 
 void TreeCopy::Note(const Failure& failure) {
-  if (!first_) first_ = failure;
+  // That it was stopped is what the caller hears of, whatever failed before.
+  if (!first_ || failure.err == ECANCELED) first_ = failure;
   if (StopsEverything(failure)) {
-    // A stop is what the caller hears of, unless something failed before.
     stopped_ = true;
     return;
   }
@@ -225,6 +225,9 @@ int TreeCopy::OpenTarget(Place& place, Level* level) {
   }
   if (::fstat(level->from.fd.get(), &level->st) != 0) return Fail(errno, Side::kSource);
   if (DescribeSource(request_.removes, &level->from) < 0) return -1;
+  if (!(level->from.id.dev == place.from.id.dev)) {
+    level->from.fs_type = FsTypeOf(level->from.fd.get());
+  }
   if (!levels_.empty() && level->from.id == own_target_) {
     return FailWith(core::kErrExists, EINVAL, Side::kSource);
   }

@@ -1,0 +1,266 @@
+// A move loses nothing, whatever happens on its way.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include "copier.h"
+#include "core/error.h"
+#include "volumes.h"
+
+namespace {
+
+// Called in place of these two system calls by everything in this process.
+std::function<int(const char* name)> on_unlink;
+std::function<int()> on_sync;
+
+}  // namespace
+
+extern "C" int unlinkat(int folder, const char* name, int flags) noexcept {
+  if (on_unlink && on_unlink(name) != 0) return -1;
+  static const auto real =
+      reinterpret_cast<int (*)(int, const char*, int)>(::dlsym(RTLD_NEXT, "unlinkat"));
+  return real(folder, name, flags);
+}
+
+extern "C" int syncfs(int fd) noexcept {
+  if (on_sync && on_sync() != 0) return -1;
+  static const auto real = reinterpret_cast<int (*)(int)>(::dlsym(RTLD_NEXT, "syncfs"));
+  return real(fd);
+}
+
+namespace fileop_test {
+namespace {
+
+using Kind = Copier::Kind;
+
+class Move : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    on_unlink = nullptr;
+    on_sync = nullptr;
+  }
+
+  static void FillTree(const std::string& root) {
+    for (unsigned i = 0; i < 30; ++i) {
+      const std::string folder = root + "/d" + std::to_string(i % 3);
+      MakeFolder(folder + "/deeper");
+      Write(folder + "/f" + std::to_string(i), Pattern(i * 3000, i));
+      Write(folder + "/deeper/g" + std::to_string(i), Pattern(i, i));
+    }
+  }
+
+  Scratch scratch_;
+};
+
+TEST_F(Move, WithinAVolumeIsARenameThatReportsTheHooksSize) {
+  FillTree(scratch_ / "src");
+  const ino_t inode = StatOf(scratch_ / "src/d1/f1").st_ino;
+  Copier copier(Kind::kMove);
+  copier.on_dir_size = [&](const std::string& src, const std::string& dst) {
+    EXPECT_EQ(src, scratch_ / "src");
+    EXPECT_EQ(dst, scratch_ / "dst");
+    return 4711ULL;
+  };
+  ASSERT_EQ(copier.Folder(scratch_ / "src", scratch_ / "dst"), 0);
+  EXPECT_EQ(StatOf(scratch_ / "dst/d1/f1").st_ino, inode);
+  EXPECT_EQ(copier.progress, 4711U);
+  copier.on_dir_size = nullptr;
+  ASSERT_EQ(copier.File(scratch_ / "dst/d1/f1", scratch_ / "f"), 0);
+  EXPECT_EQ(StatOf(scratch_ / "f").st_ino, inode);
+  EXPECT_FALSE(Exists(scratch_ / "dst/d1/f1"));
+}
+
+TEST_F(Move, OntoAnExistingFolderMergesByRename) {
+  FillTree(scratch_ / "src");
+  MakeFolder(scratch_ / "dst/d1");
+  Write(scratch_ / "dst/d1/f1", "old");
+  const ino_t inode = StatOf(scratch_ / "src/d1/f4").st_ino;
+  Copier copier(Kind::kMove, 0);
+  ASSERT_EQ(copier.Folder(scratch_ / "src", scratch_ / "dst"), 0);
+  EXPECT_EQ(StatOf(scratch_ / "dst/d1/f4").st_ino, inode);
+  EXPECT_EQ(Read(scratch_ / "dst/d1/f1"), "old");
+  // What was skipped stays, and only that.
+  EXPECT_EQ(List(scratch_ / "src"), std::vector<std::string>{"d1"});
+  EXPECT_EQ(List(scratch_ / "src/d1"), std::vector<std::string>{"f1"});
+}
+
+TEST_F(Move, AcrossVolumesKeepsEverythingAndLeavesNothing) {
+  SKIP_UNLESS_ROOT();
+  Volume other("ext4", 64);
+  SKIP_UNLESS_MOUNTED(other);
+  FillTree(scratch_ / "src");
+  ASSERT_EQ(::lchown((scratch_ / "src/d1/f1").c_str(), 1234, 5678), 0);
+  const auto before = Describe(scratch_ / "src");
+  Copier copier(Kind::kMove);
+  ASSERT_EQ(copier.Folder(scratch_ / "src", other / "dst"), 0);
+  EXPECT_EQ(Describe(other / "dst"), before);
+  EXPECT_EQ(StatOf(other / "dst/d1/f1").st_uid, 1234U);
+  EXPECT_EQ(StatOf(other / "dst/d1/f1").st_gid, 5678U);
+  EXPECT_FALSE(Exists(scratch_ / "src"));
+}
+
+TEST_F(Move, PowerCutAtTheFirstRemovalFindsEveryCopyOnDisk) {
+  SKIP_UNLESS_ROOT();
+  Volume other("ext4", 48);
+  SKIP_UNLESS_MOUNTED(other);
+  FillTree(scratch_ / "src");
+  FillTree(scratch_ / "kept");
+  std::string image;
+  on_unlink = [&](const char*) {
+    if (image.empty()) image = other.Snapshot();
+    return 0;
+  };
+  {
+    Copier copier(Kind::kMove);
+    ASSERT_EQ(copier.Folder(scratch_ / "src", other / "dst"), 0);
+  }
+  on_unlink = nullptr;
+  ASSERT_FALSE(image.empty());
+  Recovered after(image);
+  for (unsigned i = 0; i < 30; ++i) {
+    const std::string folder = "/d" + std::to_string(i % 3);
+    for (const std::string& file :
+         {folder + "/f" + std::to_string(i), folder + "/deeper/g" + std::to_string(i)}) {
+      EXPECT_TRUE(SameContent(after / ("dst" + file), (scratch_ / "kept") + file)) << file;
+    }
+  }
+}
+
+TEST_F(Move, ASyncThatFailsKeepsEverySource) {
+  SKIP_UNLESS_ROOT();
+  Volume other("tmpfs", 16);
+  SKIP_UNLESS_MOUNTED(other);
+  FillTree(scratch_ / "src");
+  const auto before = Describe(scratch_ / "src");
+  on_sync = [] {
+    errno = EIO;
+    return -1;
+  };
+  Copier copier(Kind::kMove);
+  EXPECT_LT(copier.Folder(scratch_ / "src", other / "dst"), 0);
+  EXPECT_EQ(copier.code, core::kErrInputOutput);
+  EXPECT_EQ(Describe(scratch_ / "src"), before);
+}
+
+TEST_F(Move, SingleFilesShareOneSyncAndGoWhenTheHandleIsFreed) {
+  SKIP_UNLESS_ROOT();
+  Volume other("ext4", 32);
+  SKIP_UNLESS_MOUNTED(other);
+  unsigned syncs = 0;
+  on_sync = [&] {
+    ++syncs;
+    return 0;
+  };
+  Copier copier(Kind::kMove);
+  for (int i = 0; i < 20; ++i) {
+    const std::string name = "f" + std::to_string(i);
+    Write(scratch_ / name, name);
+    ASSERT_EQ(copier.File(scratch_ / name, other / name), 0);
+    EXPECT_TRUE(Exists(scratch_ / name));
+  }
+  // Changed after it was copied: it is not the file that is safe now.
+  Write(scratch_ / "f3", "changed");
+  copier.Free();
+  EXPECT_EQ(syncs, 1U);
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(Exists(scratch_ / ("f" + std::to_string(i))), i == 3);
+}
+
+TEST_F(Move, AFailedFileStaysAndTheRestGoes) {
+  SKIP_UNLESS_ROOT();
+  Volume other("tmpfs", 32);
+  SKIP_UNLESS_MOUNTED(other);
+  FillTree(scratch_ / "src");
+  Copier copier(Kind::kMove);
+  copier.on_data = [&](const std::string& src, const std::string&, int*, int*) {
+    if (src.ends_with("d1/f4")) {
+      VLIBCErrSetEx(0xD900, "test", 1);
+      return -1;
+    }
+    if (src.ends_with("d2/f5")) Write(src, "grown while it was read, and a different size");
+    if (src.ends_with("d2/f8")) {
+      EXPECT_EQ(::truncate(src.c_str(), 10), 0);
+    }
+    return 1;
+  };
+  ASSERT_LT(copier.Folder(scratch_ / "src", other / "dst"), 0);
+  EXPECT_EQ(copier.code, 0xD900);
+  EXPECT_EQ(List(scratch_ / "src/d1"), std::vector<std::string>{"f4"});
+  // Changed while they were copied: whatever was copied, the sources stay.
+  EXPECT_EQ(List(scratch_ / "src/d2"), (std::vector<std::string>{"f5", "f8"}));
+  EXPECT_FALSE(Exists(scratch_ / "src/d0"));
+  EXPECT_FALSE(Exists(other / "dst/d1/f4"));
+  EXPECT_EQ(List(other / "dst/d0").size(), 11U);
+}
+
+TEST_F(Move, ASourceThatCouldNotBeRemovedIsNotCopied) {
+  SKIP_UNLESS_ROOT();
+  Volume other("tmpfs", 16);
+  SKIP_UNLESS_MOUNTED(other);
+  ASSERT_EQ(::chmod(scratch_.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(other.path().c_str(), 0777), 0);
+  MakeFolder(scratch_ / "locked");
+  Write(scratch_ / "locked/f", "f");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::setresuid(65534, 65534, 65534) != 0) ::_exit(9);
+    Copier copier(Kind::kMove);
+    const bool refused = copier.File(scratch_ / "locked/f", other / "f") < 0 &&
+                         copier.code == core::kErrNotPermitted;
+    ::_exit(refused ? 0 : 1);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_FALSE(Exists(other / "f"));
+}
+
+TEST_F(Move, KilledAtAnyMomentEachFileIsWholeSomewhere) {
+  SKIP_UNLESS_ROOT();
+  Volume other("tmpfs", 64);
+  SKIP_UNLESS_MOUNTED(other);
+  FillTree(scratch_ / "kept");
+  for (int round = 0; round < 10; ++round) {
+    FillTree(scratch_ / "src");
+    const pid_t child = ::fork();
+    if (child == 0) {
+      Copier copier(Kind::kMove);
+      on_unlink = [](const char*) { return ::usleep(300), 0; };
+      ::_exit(copier.Folder(scratch_ / "src", other / "dst") == 0 ? 0 : 1);
+    }
+    ::usleep(static_cast<useconds_t>(round) * 8000);
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    for (unsigned i = 0; i < 30; ++i) {
+      const std::string file = "/d" + std::to_string(i % 3) + "/f" + std::to_string(i);
+      const std::string& kept = (scratch_ / "kept") + file;
+      EXPECT_TRUE(SameContent((scratch_ / "src") + file, kept) ||
+                  SameContent((other / "dst") + file, kept))
+          << file;
+    }
+    ASSERT_EQ(std::system(("rm -rf " + (other / "dst")).c_str()), 0);
+  }
+}
+
+TEST_F(Move, AHookThatCopiesNothingKeepsTheSource) {
+  SKIP_UNLESS_ROOT();
+  Volume other("tmpfs", 16);
+  SKIP_UNLESS_MOUNTED(other);
+  MakeFolder(scratch_ / "src");
+  Write(scratch_ / "src/nothing", "to be left");
+  Write(scratch_ / "src/own", "way");
+  Copier copier(Kind::kMove);
+  copier.on_file = [](const char* src, const char* dst, void*) {
+    if (std::string(src).ends_with("own")) Write(dst, "way");
+    return 0;
+  };
+  EXPECT_EQ(copier.Folder(scratch_ / "src", other / "dst"), 0);
+  EXPECT_EQ(List(scratch_ / "src"), std::vector<std::string>{"nothing"});
+  EXPECT_EQ(Read(other / "dst/own"), "way");
+}
+
+}  // namespace
+}  // namespace fileop_test

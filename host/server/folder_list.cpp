@@ -46,6 +46,16 @@ bool RealFolder(const std::string& user, const std::string& path, std::string* r
   return true;
 }
 
+// Why a folder could not be resolved: a file stands in its place, or what the resolver said.
+int ReasonFor(const std::string& user, const std::string& path) {
+  const int code = WfmLibGetErr();
+  PathInfo info;
+  struct stat st {};
+  const bool other = code == WEBFM_NOT_FOUND && PathInfoFactory::create(user.c_str(), path, info) &&
+                     ::lstat(info.realPath.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+  return other ? WEBFM_NOT_A_FOLDER : code;
+}
+
 // The resolved path holds no link; one that appears since then is an error.
 core::UniqueFd OpenFolder(const std::string& real) {
   open_how how{};
@@ -108,7 +118,7 @@ std::string FolderListText(const std::string& user, const std::string& path) {
   }
   if (type < 1) return Refuse(WEBFM_NO_PERMISSION, path);
   std::string real;
-  if (!RealFolder(user, path, &real)) return Refuse(WfmLibGetErr(), path);
+  if (!RealFolder(user, path, &real)) return Refuse(ReasonFor(user, path), path);
   core::UniqueFd fd = OpenFolder(real);
   if (!fd) return Refuse(WfmParseErrnoToError(errno, real.c_str(), nullptr), path);
   const Dir dir(::fdopendir(fd.get()));

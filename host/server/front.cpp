@@ -144,8 +144,10 @@ void Front::Post(const httplib::Request& request, httplib::Response& response,
   const bool foreign = RefuseForeignHost(request, response);
   if (!foreign && !login) caller = Admit(request, response);
   if (foreign || (!login && !caller)) {
-    // Unread, the body would be taken for the next request.
-    static_cast<void>(reader([](const char*, std::size_t) { return true; }));
+    // The library writes a status of its own when the body is broken.
+    const int status = response.status;
+    DropBody(request, reader);
+    response.status = status;
     return;
   }
   Body body;

@@ -11,6 +11,11 @@
 namespace host {
 namespace {
 
+// Without either header the library would read until the peer closes.
+bool HasBody(const httplib::Request& request) {
+  return request.has_header("Content-Length") || request.has_header("Transfer-Encoding");
+}
+
 std::string ContentType(const httplib::Request& request) {
   std::string type = request.get_header_value("Content-Type");
   type.resize(std::min(type.size(), type.find(';')));
@@ -90,8 +95,14 @@ bool AddMembers(const Body& body, Json::Value* out, std::string* err) {
 
 }  // namespace
 
+void DropBody(const httplib::Request& request, const httplib::ContentReader& reader) {
+  if (!HasBody(request)) return;
+  static_cast<void>(reader([](const char*, std::size_t) { return true; }));
+}
+
 BodyStatus ReadBody(const httplib::Request& request, const httplib::ContentReader& reader,
                     Body* out) {
+  if (!HasBody(request)) return BodyStatus::kOk;
   const std::string type = ContentType(request);
   BodyStatus status = BodyStatus::kOk;
   if (type == "multipart/form-data") {

@@ -29,6 +29,10 @@ struct Body {
 BodyStatus ReadBody(const httplib::Request& request, const httplib::ContentReader& reader,
                     Body* out);
 
+// Reads the body of a request that is refused; unread, it would be taken for the next
+// request.
+void DropBody(const httplib::Request& request, const httplib::ContentReader& reader);
+
 // A query or form field, empty when it is missing.
 std::string Field(const Fields& fields, const std::string& name);
 Fields QueryFields(const httplib::Request& request);

@@ -74,13 +74,4 @@ def run(arguments):
               f"{ENTRIES} entries within a file system": measure_rename(arguments, ENTRIES)}
     parameters = {"fs": arguments.fs, "rounds": arguments.rounds,
                   "cache": "cold" if arguments.cold else "warm", "files": arguments.files}
-    result = report.result("move", parameters, groups, ["cp -a", "mv"])
-    compare_with(result, {ACROSS, RENAME})
-    return result
-
-
-def compare_with(result, bases):
-    """Ratios to the program of `bases` in the same group."""
-    medians = {row["group"]: row["median"] for row in result["rows"] if row["program"] in bases}
-    for row in result["rows"]:
-        row["ratio"] = row["median"] / medians[row["group"]]
+    return report.result("move", parameters, groups, ["cp -a", "mv"], (ACROSS, RENAME))

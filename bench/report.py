@@ -10,9 +10,6 @@ import sys
 
 import peers
 
-BASE = "cp -a"
-
-
 def machine():
     model = "unknown"
     for line in pathlib.Path("/proc/cpuinfo").read_text(encoding="utf-8").splitlines():
@@ -42,15 +39,16 @@ def percentile(values, share):
     return ordered[max(0, -(-int(share * 1000) * len(ordered) // 1000) - 1)]
 
 
-def result(benchmark, parameters, groups, names):
-    """`groups`: {title: {program: [seconds, …]}}. Ratios are to `cp -a` of the same group."""
+def result(benchmark, parameters, groups, names, bases=("cp -a",)):
+    """`groups`: {title: {program: [seconds, …]}}. Ratios are to the group's program in `bases`."""
     rows = []
     for title, programs in groups.items():
-        base = statistics.median(programs[BASE]) if BASE in programs else None
+        base = next((name for name in programs if name in bases), None)
         for program, seconds in programs.items():
             median = statistics.median(seconds)
+            ratio = median / statistics.median(programs[base]) if base else None
             rows.append({"group": title, "program": program, "seconds": seconds, "median": median,
-                         "ratio": median / base if base else None})
+                         "base": base, "ratio": ratio})
     return {"benchmark": benchmark, "time": datetime.datetime.now().astimezone().isoformat(),
             "command": " ".join(sys.argv), "parameters": parameters, "machine": machine(),
             "versions": versions(names), "rows": rows}
@@ -70,8 +68,9 @@ def table(report):
     for row in report["rows"]:
         if row["group"] != group:
             group = row["group"]
-            print(f"\n  {group}\n    {'':{width}}  {'median':>10}  {'to cp -a':>8}  min … max")
-        ratio = f"{row['ratio']:8.2f}" if row["ratio"] else " " * 8
+            print(f"\n  {group} (ratio to {row['base']})")
+            print(f"    {'':{width}}  {'median':>10}  {'ratio':>6}  min … max")
+        ratio = f"{row['ratio']:6.2f}" if row["ratio"] else " " * 6
         low, high = min(row["seconds"]), max(row["seconds"])
         print(f"    {row['program']:{width}}  {row['median'] * 1000:7.1f} ms  {ratio}  "
               f"{low * 1000:.1f} … {high * 1000:.1f}")

@@ -98,23 +98,29 @@ Result CreateRecord(const std::string& user, const std::string& id) {
   return result == Result::kDone ? database.Commit() : result;
 }
 
-Result LoadRecord(const std::string& user, const std::string& id, Json::Value* properties) {
+Result LoadRecord(const std::string& user, const std::string& id, Json::Value* properties,
+                  bool* finished) {
   *properties = Json::Value(Json::objectValue);
+  *finished = false;
   Database database;
   if (const Result opened = database.Open(user); opened != Result::kDone) return opened;
-  Statement query(database,
-                  "SELECT p.name, p.value FROM tasks t LEFT JOIN properties p ON p.task = t.seq "
-                  "WHERE t.id = ?");
+  Statement query(
+      database,
+      "SELECT p.name, p.value, t.finished FROM tasks t LEFT JOIN properties p ON p.task = t.seq "
+      "WHERE t.id = ?");
   query.Bind(id);
   bool found = false;
+  bool ended = false;
   Json::Value loaded(Json::objectValue);
   while (query.Next()) {
     found = true;
+    ended = query.Integer(2) != 0;
     if (!query.IsNull(0)) loaded[query.Bytes(0)] = TextToJson(query.Bytes(1));
   }
   if (const Result result = query.result(); result != Result::kDone) return result;
   if (!found) return Result::kGone;
   *properties = std::move(loaded);
+  *finished = ended;
   return Result::kDone;
 }
 

@@ -25,9 +25,10 @@ struct Row {
 
 [[nodiscard]] Result CreateRecord(const std::string& user, const std::string& id);
 
-// The properties, an object. On failure *properties is an empty object.
+// The properties, an object, and whether the record is finished, as of one moment.
+// On failure *properties is an empty object and *finished false.
 [[nodiscard]] Result LoadRecord(const std::string& user, const std::string& id,
-                                Json::Value* properties);
+                                Json::Value* properties, bool* finished);
 
 [[nodiscard]] Result AskFinished(const std::string& user, const std::string& id, bool* finished);
 

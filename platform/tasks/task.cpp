@@ -44,7 +44,7 @@ Task::Task(const char* user, const char* taskId)
 
 Task::Task(Existing /*unused*/, std::string user, std::string taskId)
     : user_(std::move(user)), id_(std::move(taskId)) {
-  const Result result = tasks::internal::LoadRecord(user_, id_, &properties_);
+  const Result result = tasks::internal::LoadRecord(user_, id_, &properties_, &finished_);
   if (result != Result::kDone) throw TaskError(ReasonOf(result));
 }
 
@@ -55,7 +55,7 @@ Task::~Task() {
 std::string Task::getTaskId() const { return id_; }
 
 bool Task::reload() {
-  return tasks::internal::LoadRecord(user_, id_, &properties_) == Result::kDone;
+  return tasks::internal::LoadRecord(user_, id_, &properties_, &finished_) == Result::kDone;
 }
 
 Json::Value Task::getProperty(const char* name) const {
@@ -104,15 +104,14 @@ bool Task::writePending(bool finish) {
   pending_ = Json::Value();
   if (tasks::internal::WriteRecord(user_, id_, values, finish) != Result::kDone) return false;
   for (const std::string& name : values.getMemberNames()) properties_[name].swap(values[name]);
+  finished_ = finished_ || finish;
   return true;
 }
 
 bool Task::isFinished() {
-  bool finished = false;
-  const bool answered = tasks::internal::AskFinished(user_, id_, &finished) == Result::kDone;
   askedFinished_ = true;
-  allFinished_ = allFinished_ && answered && finished;
-  return answered && finished;
+  allFinished_ = allFinished_ && finished_;
+  return finished_;
 }
 
 bool Task::remove() {

@@ -87,7 +87,7 @@ def test_a_full_destination_leaves_no_partial_file_and_keeps_the_sources(make_se
     assert os.system(f"mount -t tmpfs -o size=2m,mode=777 none {small}") == 0
     try:
         server = make_server(shares={"src": place / "src", "small": small})
-        before = describe(make_tree(place / "src" / "tree", files=400))
+        before = describe(make_tree(place / "src" / "tree", files=1500))
         data = server.client.run(["/src/tree"], "/small", remove_src=True)
         assert [e["code"] for e in data["errors"]] == [463]
         for name, entry in describe(place / "src" / "tree").items():

@@ -47,7 +47,7 @@ CONFLICTS = [
     # request, old stays, new content at, skip status
     ({"overwrite": True}, False, ["x"], None),
     ({"overwrite": False}, True, [], "all"),
-    ({"rename": True}, True, ["x (1)"], "none"),
+    ({"overwrite": False, "rename": True}, True, ["x (1)"], "none"),
     ({"overwrite": ["true"]}, False, ["x"], None),
     ({"overwrite": ["false"]}, True, [], "all"),
     ({"overwrite": ["false"], "rename": ["true"]}, True, ["x (1)"], None),
@@ -69,6 +69,14 @@ def test_conflict_modes_decide_about_an_existing_file(server, place, request_par
     # A source that was skipped stays; nothing is lost.
     assert (place / "src" / "x").exists() == (not move or not places)
     assert data.get("skipstatus", {}).get("status") == skip
+
+
+def test_an_existing_name_is_refused_unless_the_request_says_what_to_do(server, place):
+    (place / "src" / "x").write_text("new")
+    (place / "dst" / "x").write_text("old")
+    for params, code in [({}, 1000), ({"remove_src": True}, 1001), ({"rename": True}, 1000)]:
+        answer = server.client.start(["/src/x"], "/dst", **params)
+        assert answer.code == code and answer.detail == [{"code": 1003, "path": "/src/x"}]
 
 
 def test_lists_decide_per_path(server, place):

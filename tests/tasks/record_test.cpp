@@ -122,6 +122,8 @@ TEST_F(RecordTest, AFinishedRecordIsDroppedOnlyAfterEveryAnswerSaidSo) {
     const auto status = Get("ann", "t");
     EXPECT_FALSE(status->isFinished());
     ASSERT_TRUE(worker->finish(false));
+    EXPECT_FALSE(status->isFinished()) << "what it has loaded is not the end";
+    ASSERT_TRUE(status->reload());
     EXPECT_TRUE(status->isFinished());
     EXPECT_FALSE(WfmLibRemoveFinishedTask(status.get(), -1, false));
   }

@@ -52,7 +52,6 @@ TEST_F(StoreFaultTest, ALockThatStaysMakesCallsFailAfterTheTimeout) {
       [] { return !tasks::List("ann").empty(); },
       [] { return tasks::EndRecordsOfDeadWorkers("ann", 0, 1) != 0; },
       [] { return Make("ann", "u") != nullptr; },
-      [&] { return task->isFinished(); },
       [&] { return task->reload(); },
   };
   const auto begin = Clock::now();

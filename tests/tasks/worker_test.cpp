@@ -94,6 +94,7 @@ TEST_F(WorkerTest, RecordOfAKilledWorkerEndsWithThePathInHand) {
   EXPECT_EQ(tasks::EndRecordsOfDeadWorkers(user_, 0, kLost), 1);
   EXPECT_EQ(tasks::EndRecordsOfDeadWorkers(user_, 0, kLost), 0);
 
+  ASSERT_TRUE(task->reload());
   EXPECT_TRUE(task->isFinished());
   const tasks::Record record = Stored("t");
   EXPECT_EQ(record.progress, -1.0);

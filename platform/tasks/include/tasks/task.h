@@ -57,7 +57,9 @@ class Task {
   // transaction; with `drop` the record is removed instead. False on failure.
   bool finish(bool drop);
 
-  // Asks the store. A record that is gone is not finished.
+  // Whether the record was finished when its properties were loaded: an answer
+  // put together from both never says "finished" beside what an unfinished task
+  // had written. A record that is gone is not finished.
   bool isFinished();
 
   // Removes the record. True when it is gone afterwards.
@@ -84,6 +86,7 @@ class Task {
   std::string id_;
   Json::Value properties_;
   Json::Value pending_;
+  bool finished_ = false;
   bool updating_ = false;
   bool askedFinished_ = false;
   bool allFinished_ = true;

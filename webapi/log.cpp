@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace Fennox {
@@ -13,15 +14,11 @@ namespace {
 std::string Format(const char* format, va_list args) __attribute__((format(printf, 1, 0)));
 
 std::string Format(const char* format, va_list args) {
-  va_list measured;
-  va_copy(measured, args);
-  const int length = std::vsnprintf(nullptr, 0, format, measured);
-  va_end(measured);
-  if (length < 0) return format;
-  std::string text(static_cast<std::size_t>(length) + 1, '\0');
-  std::vsnprintf(text.data(), text.size(), format, args);
-  text.pop_back();
-  return text;
+  char* text = nullptr;
+  if (vasprintf(&text, format, args) < 0) return format;
+  std::string copy(text);
+  std::free(text);
+  return copy;
 }
 
 // A file name with a line feed must not look like a log line of its own.

@@ -82,29 +82,29 @@ TEST_F(EnumerateTest, WithoutAccurateProgressTheTotalIsTheNumberOfSources) {
 
 struct ModeCase {
   int requestMode;
+  int resultMode;
+  std::vector<int> entryModes;
   const char* overwrite;
   bool rename;
   const char* renames;
-  std::vector<int> entryModes;
-  int resultMode;
 };
 
 TEST_F(EnumerateTest, ConflictModesOfEntriesAndOfTheRequest) {
   for (const char* name : {"a", "b"}) WriteFile(Share("docs") / name, "");
   const ModeCase cases[] = {
-      {0, "null", false, "null", {0, 0}, 0},
-      {3, "null", false, "null", {3, 3}, 3},
-      {1, "null", true, "null", {2, 2}, 1},
-      {1, R"(["true","false"])", false, "null", {3, 1}, 1},
-      {1, R"(["true","true"])", false, "null", {3, 3}, 3},
-      {1, R"(["true","other"])", false, "null", {3, 1}, 1},
-      {1, R"(["true"])", false, "null", {3, 1}, 1},
-      {1, R"(["false","false"])", true, "null", {2, 2}, 3},
-      {1, R"(["false","true"])", true, R"(["true","false"])", {2, 3}, 3},
-      {1, R"(["true","false"])", true, R"(["true","false"])", {2, 1}, 1},
-      {1, "null", true, R"(["false","true"])", {1, 2}, 1},
-      {2, "null", false, R"(["true","true"])", {2, 2}, 2},
-      {1, R"(["false","false"])", true, R"(["true"])", {2, 1}, 1},
+      {0, 0, {0, 0}, "null", false, "null"},
+      {3, 3, {3, 3}, "null", false, "null"},
+      {1, 1, {2, 2}, "null", true, "null"},
+      {1, 1, {3, 1}, R"(["true","false"])", false, "null"},
+      {1, 3, {3, 3}, R"(["true","true"])", false, "null"},
+      {1, 1, {3, 1}, R"(["true","other"])", false, "null"},
+      {1, 1, {3, 1}, R"(["true"])", false, "null"},
+      {1, 3, {2, 2}, R"(["false","false"])", true, "null"},
+      {1, 3, {2, 3}, R"(["false","true"])", true, R"(["true","false"])"},
+      {1, 1, {2, 1}, R"(["true","false"])", true, R"(["true","false"])"},
+      {1, 1, {1, 2}, "null", true, R"(["false","true"])"},
+      {2, 2, {2, 2}, "null", false, R"(["true","true"])"},
+      {1, 1, {2, 1}, R"(["false","false"])", true, R"(["true"])"},
   };
   for (const ModeCase& c : cases) {
     SCOPED_TRACE(std::string(c.overwrite) + " " + c.renames);

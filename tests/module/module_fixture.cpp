@@ -163,8 +163,7 @@ void ModuleTest::MakeRequest(const std::string& method, const Json::Value& param
 FennoxMVCPHandler& ModuleTest::Handler(const std::string& method, const Json::Value& params,
                                        int version) {
   MakeRequest(method, params, version);
-  handler_ = std::make_unique<FennoxMVCPHandler>(request_.get(), response_.get());
-  return *handler_;
+  return handler_.emplace(request_.get(), response_.get());
 }
 
 Outcome ModuleTest::Delivered() {

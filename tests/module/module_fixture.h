@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -64,5 +65,5 @@ class ModuleTest : public ::testing::Test {
 
   std::unique_ptr<TAVO::APIRequest> request_;
   std::unique_ptr<TAVO::APIResponse> response_;
-  std::unique_ptr<Fennox::FennoxMVCPHandler> handler_;
+  std::optional<Fennox::FennoxMVCPHandler> handler_;
 };

@@ -83,8 +83,8 @@ class PluginTasks : public ::testing::Test {
     fs::create_directories(root_ / "state");
     core::SetConfig(config);
     fs::create_directories(root_ / "in/tree/deep/er");
-    for (int i = 0; i < 50; ++i) {
-      std::ofstream(root_ / "in/tree/deep" / std::to_string(i)) << std::string(i * 1000, 'x');
+    for (std::size_t i = 0; i < 50; ++i) {
+      std::ofstream(root_ / "in/tree/deep" / std::to_string(i)) << std::string(i * 1000UL, 'x');
     }
     std::ofstream(root_ / "in/single") << "one";
     plugin_ = dlopen(PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
@@ -116,7 +116,7 @@ class PluginTasks : public ::testing::Test {
     const TAVO::APIResponse started = Serve("start", params);
     EXPECT_EQ(started.code(), 0) << started.data();
     for (int i = 0; i < 6000; ++i) {
-      const Json::Value status = Serve("status", started.data()).data();
+      Json::Value status = Serve("status", started.data()).data();
       if (status["finished"].asBool()) return status;
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }

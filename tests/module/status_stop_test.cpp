@@ -25,7 +25,7 @@ class StatusStopTest : public ModuleTest {
     if (!progress.isNull()) task.setProperty("progress", progress);
     if (!data.isNull()) task.setProperty("data", data);
     EXPECT_TRUE(finished ? task.finish(false) : task.endUpdate());
-    const std::string id = task.getTaskId();
+    std::string id = task.getTaskId();
     delete _task;
     _task = nullptr;
     return id;

@@ -1,6 +1,7 @@
 #include "request_process.h"
 
 #include <json/value.h>
+#include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 
 #include "bounds.h"
 #include "call.h"
+#include "core/user.h"
 #include "envelope.h"
 #include "frames.h"
 #include "host_calls.h"
@@ -44,6 +46,26 @@ std::string AnswerTo(const Call& call, const Plugin& plugin) {
   }
 }
 
+// Does once what every request needs, while nobody waits: memory of this process is
+// touched, and calls into libraries are bound.
+void WarmUp() {
+  Call call;
+  std::string err;
+  call.params["path"].append("/");
+  static_cast<void>(DecodeCall(EncodeCall(call), &call, &err));
+  static_cast<void>(SuccessText(call.params));
+  core::UniqueFd one;
+  core::UniqueFd other;
+  std::string text;
+  if (MakeSocketPair(SOCK_STREAM, &one, &other) &&
+      SendFrame(one.get(), err, kTransferMs) == FrameStatus::kOk) {
+    static_cast<void>(ReceiveFrame(other.get(), kMaxRequestFrame, kTransferMs, &text));
+  }
+  uid_t uid = 0;
+  gid_t gid = 0;
+  static_cast<void>(TAVOUserGetUGID("root", &uid, &gid));
+}
+
 }  // namespace
 
 void ServeRequest(core::UniqueFd connection, const Plugin& plugin) {
@@ -66,6 +88,7 @@ void ServeRequest(core::UniqueFd connection, const Plugin& plugin) {
 }
 
 void WaitForRequest(core::UniqueFd channel, const Plugin& plugin) {
+  WarmUp();
   while (true) {
     core::UniqueFd connection;
     switch (ReceiveDescriptor(channel.get(), &connection)) {

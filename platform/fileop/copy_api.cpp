@@ -254,6 +254,7 @@ int TAVOCopyFileFdEx(int srcFd, int dstFd, long size, TAVOCopyProgress progress,
   if (lent) {
     data.src_st = &job->st;
     data.dst_is_new = true;
+    data.ahead = fileop::AheadData(*job);
   }
   if (fileop::MoveAllData(&data, &pacer) < 0) return -1;
   if (lent) job->end_proven = data.end_proven;

@@ -8,6 +8,7 @@
 
 #include "conflict.h"
 #include "fileop/copy.h"
+#include "lookahead.h"
 #include "pending_file.h"
 #include "regular_file.h"
 
@@ -64,6 +65,20 @@ int CopySpecial(Job& job) {
   return PublishNode(job, node);
 }
 
+// The hook did not use the empty copy that was made ahead. If it went its own way
+// with it, the file is the hook's.
+void TakeOver(Job& job) {
+  PendingFile unused;
+  unused.Swap(job.ahead->target);
+  struct stat made;
+  struct stat there;
+  if (unused.fd() < 0 || ::fstat(unused.fd(), &made) != 0) return;
+  const bool same =
+      ::fstatat(job.to.fd.get(), job.to_name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+      IdentityOf(made) == IdentityOf(there);
+  if (!same || made.st_size > 0) (void)!unused.Commit(job.to_name, false);
+}
+
 int CarryRegular(Job& job) {
   const _TAVOCOPYARGSEX* args = job.request.args;
   if (args == nullptr || args->copy_file == nullptr) return CopyRegular(job, {args, false});
@@ -73,6 +88,7 @@ int CarryRegular(Job& job) {
                            job.from.fs_type, job.to.fs_type, 0, &job);
   });
   job.src.reset();
+  if (job.ahead != nullptr && job.outcome == Outcome::kNone) TakeOver(job);
   if (result < 0) return -1;
   if (job.outcome != Outcome::kNone) return 0;
   // The hook went its own way, or found nothing to do.
@@ -116,7 +132,7 @@ int CarryEntry(Job& job, const EntryWays& ways) {
     const int looked = ::fstatat(job.from.fd.get(), job.name.c_str(), &job.st, AT_SYMLINK_NOFOLLOW);
     if (looked != 0) return Fail(errno, Side::kSource);
   }
-  if (S_ISREG(job.st.st_mode) && OpenRegular(job) < 0) return -1;
+  if (S_ISREG(job.st.st_mode) && !job.src && OpenRegular(job) < 0) return -1;
   if (CheckRemovable(job) < 0) return -1;
   if (!job.to.unseen) {
     switch (ResolveConflict(job)) {

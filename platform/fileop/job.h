@@ -12,6 +12,9 @@
 
 namespace fileop {
 
+class AheadFile;
+class Finisher;
+
 enum class Outcome {
   kNone,     // nothing is at the destination
   kSkipped,  // what stood there stays, and so does the source
@@ -36,6 +39,10 @@ struct Job {
   int lent_src = -1;
   int lent_dst = -1;
   bool end_proven = false;  // the destination holds exactly the source's bytes
+
+  // Helpers of the tree that the entry belongs to, or null.
+  AheadFile* ahead = nullptr;  // what was read of the source before
+  Finisher* finisher = nullptr;
 
   std::string src_path{};  // as hooks are told
   std::string dst_path{};

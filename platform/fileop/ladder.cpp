@@ -125,6 +125,13 @@ int MoveAllData(DataJob* job, Pacer* pacer) {
   }
   Transfer transfer;
   transfer.pacer = pacer;
+  if (!job->ahead.empty()) {
+    transfer.src = job->src;
+    transfer.dst = job->dst;
+    if (WriteAhead(transfer, job->ahead) == Rung::kFailed) return -1;
+    job->end_proven = true;
+    return 0;
+  }
   if (Prepare(*job, src, &dst, &transfer) < 0) return -1;
   const bool small = job->expected <= kSmallFile;
   if (Climb(transfer, small, dst.st_size == 0) == Rung::kFailed) return -1;

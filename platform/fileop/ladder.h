@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <string_view>
+
 #include "pacer.h"
 
 namespace fileop {
@@ -25,6 +27,7 @@ struct DataJob {
   long long expected = 0;               // size of the source as the caller knows it
   const struct stat* src_st = nullptr;  // a recent fstat of `src`, or null
   bool dst_is_new = false;              // `dst` is a new, empty regular file
+  std::string_view ahead{};             // the source's whole content if it was read before
   bool end_proven = false;              // out: copied exactly up to the source's end
 };
 

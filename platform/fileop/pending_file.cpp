@@ -163,6 +163,14 @@ int PendingFile::Close() {
   return ::close(fd_.release()) == 0 || errno == EINTR ? 0 : Fail(errno, Side::kDestination);
 }
 
+void PendingFile::Swap(PendingFile& other) {
+  std::swap(folder_, other.folder_);
+  std::swap(fd_, other.fd_);
+  std::swap(stands_as_, other.stands_as_);
+  std::swap(at_its_place_, other.at_its_place_);
+  std::swap(committed_, other.committed_);
+}
+
 void PendingFile::Discard() {
   const int saved = errno;
   if (folder_ != nullptr && !committed_ && !stands_as_.empty()) {

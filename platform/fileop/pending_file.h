@@ -54,6 +54,8 @@ class PendingFile {
 
   void Discard();
 
+  void Swap(PendingFile& other);
+
  private:
   int LinkNameless(const std::string& name);
 

@@ -84,6 +84,20 @@ Rung BufferRange(Transfer& transfer, off_t end) {
   return Rung::kDone;
 }
 
+Rung WriteAhead(Transfer& transfer, std::string_view content) {
+  while (!content.empty()) {
+    const long long granted = transfer.pacer->Grant(static_cast<long long>(content.size()));
+    if (granted < 0) return Rung::kFailed;
+    const auto size = static_cast<std::size_t>(granted);
+    if (WriteAll(transfer.dst, content.data(), size) < 0) return Rung::kFailed;
+    transfer.position += granted;
+    content.remove_prefix(size);
+    if (transfer.pacer->Moved(size) < 0) return Rung::kFailed;
+  }
+  ::lseek(transfer.src, transfer.position, SEEK_SET);
+  return Rung::kDone;
+}
+
 Rung PlainCopy(Transfer& transfer) { return BufferRange(transfer, kToTheEnd); }
 
 }  // namespace fileop

@@ -6,33 +6,14 @@
 #include "conflict.h"
 #include "core/error.h"
 #include "core/fs_type.h"
+#include "finisher.h"
 #include "ladder.h"
+#include "lookahead.h"
 #include "metadata.h"
 #include "pending_file.h"
 
 namespace fileop {
 namespace {
-
-int OpenQuietly(int folder, const char* name) {
-  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  // Not touching access times saves the source a write per file; only owners may.
-  thread_local bool may = true;
-  if (may) {
-    const int fd = ::openat(folder, name, kFlags | O_NOATIME);
-    if (fd >= 0 || (errno != EPERM && errno != EAGAIN)) return fd;
-    if (errno == EPERM) may = false;
-  }
-  const int fd = ::openat(folder, name, kFlags);
-  if (fd >= 0 || errno != EAGAIN) return fd;
-  // A lease (a file server's own lock) is given up only for those who wait.
-  struct stat st;
-  if (::fstatat(folder, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return -1;
-  if (!S_ISREG(st.st_mode)) {
-    errno = EAGAIN;
-    return -1;
-  }
-  return ::openat(folder, name, kFlags & ~O_NONBLOCK);
-}
 
 int OpenAgain(Job& job) {
   job.src.reset(OpenQuietly(job.from.fd.get(), job.name.c_str()));
@@ -85,6 +66,7 @@ int MoveData(Job& job, const DataWay& way, PendingFile& file) {
   data.expected = job.st.st_size;
   data.src_st = &job.st;
   data.dst_is_new = true;
+  data.ahead = AheadData(job);
   if (way.share_blocks) {
     const int shared = ShareAllData(&data, &pacer);
     if (shared != 0) return shared < 0 ? -1 : 0;
@@ -130,6 +112,32 @@ int Finish(Job& job, PendingFile& file) {
 
 }  // namespace
 
+std::string_view AheadData(const Job& job) {
+  if (job.ahead == nullptr || !job.ahead->whole) return {};
+  return {job.ahead->data.data(), job.ahead->data.size()};
+}
+
+int OpenQuietly(int folder, const char* name) {
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  // Not touching access times saves the source a write per file; only owners may.
+  thread_local bool may = true;
+  if (may) {
+    const int fd = ::openat(folder, name, kFlags | O_NOATIME);
+    if (fd >= 0 || (errno != EPERM && errno != EAGAIN)) return fd;
+    if (errno == EPERM) may = false;
+  }
+  const int fd = ::openat(folder, name, kFlags);
+  if (fd >= 0 || errno != EAGAIN) return fd;
+  // A lease (a file server's own lock) is given up only for those who wait.
+  struct stat st;
+  if (::fstatat(folder, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return -1;
+  if (!S_ISREG(st.st_mode)) {
+    errno = EAGAIN;
+    return -1;
+  }
+  return ::openat(folder, name, kFlags & ~O_NONBLOCK);
+}
+
 int OpenRegular(Job& job) {
   job.src.reset(OpenQuietly(job.from.fd.get(), job.name.c_str()));
   if (!job.src) return Fail(errno, Side::kSource);
@@ -142,9 +150,13 @@ int OpenRegular(Job& job) {
 int CopyRegular(Job& job, const DataWay& way) {
   if (!job.src && OpenRegular(job) < 0) return -1;
   PendingFile file;
-  const mode_t mode = CreationMode(job.request.rules, job.st);
-  if (file.Create(job.to, job.to_name, mode, job.replace) < 0) return -1;
+  if (job.ahead != nullptr) file.Swap(job.ahead->target);
+  if (file.fd() < 0) {
+    const mode_t mode = CreationMode(job.request.rules, job.st);
+    if (file.Create(job.to, job.to_name, mode, job.replace) < 0) return -1;
+  }
   if (MoveData(job, way, file) < 0) return -1;
+  if (job.finisher != nullptr && job.finisher->Take(job, file) > 0) return 0;
   return Finish(job, file);
 }
 

@@ -1,13 +1,22 @@
 // Copying one regular file.
 #pragma once
 
+#include <string_view>
+
 #include "job.h"
 
 namespace fileop {
 
+// Opens a file without touching its access time where that is allowed, and
+// without waiting for anything but another program's lease. -1 with errno.
+[[nodiscard]] int OpenQuietly(int folder, const char* name);
+
 // Opens the job's source and fills job.st. Negative with the last error set; a
 // file that is not regular any more is an error.
 [[nodiscard]] int OpenRegular(Job& job);
+
+// The source's whole content, when it was read before its turn; else empty.
+std::string_view AheadData(const Job& job);
 
 // How the data gets across.
 struct DataWay {

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <limits>
+#include <string_view>
 
 #include "pacer.h"
 
@@ -38,6 +39,10 @@ Rung ShareBlocks(Transfer& transfer);  // FICLONE
 Rung KernelCopy(Transfer& transfer);   // copy_file_range
 Rung ExtentCopy(Transfer& transfer);   // read and write, around the holes
 Rung PlainCopy(Transfer& transfer);    // read and write
+
+// Writes a source that was read as a whole before its turn, and moves the cursor
+// as if it was read now. Both sides stand at their beginning.
+Rung WriteAhead(Transfer& transfer, std::string_view content);
 
 // Calls `move` for each stretch of data from the cursor on, up to its end, and
 // carries the holes between them over.

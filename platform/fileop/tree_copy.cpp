@@ -23,13 +23,6 @@ std::string Below(const std::string& folder, const std::string& name) {
   return folder + "/" + name;
 }
 
-// DT_DIR or another type; unknown ones are looked up.
-bool IsFolder(int parent, const char* name, unsigned char type) {
-  if (type != DT_UNKNOWN) return type == DT_DIR;
-  struct stat st;
-  return ::fstatat(parent, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
-}
-
 }  // namespace
 
 SourceFolder& TreeCopy::ParentFrom() {
@@ -97,26 +90,42 @@ bool TreeCopy::Tick() {
 void TreeCopy::Step() {
   Level& level = *levels_.back();
   if (!Tick()) return;
-  DirStream::Entry entry;
-  if (level.lost || !level.stream.Next(level.from.fd.get(), &entry)) {
-    if (!level.lost && errno != 0) {
-      Fail(errno, Side::kSource);
-      Note(LatestFailure());
-      level.kept = true;
-    }
+  if (level.lost) {
     EndOfListing(level);
+  } else if (level.in_folders) {
+    FolderStep(level);
+  } else {
+    FileStep(level);
+  }
+}
+
+void TreeCopy::FileStep(Level& level) {
+  Lookahead::Entry entry;
+  const bool ahead = !level.rename && !level.to.remote;
+  const AheadPlace place{level.from.fd.get(), ahead ? &level.to : nullptr, &request_.rules};
+  if (lookahead_.Next(place, &level.stream, &entry, &level.has_folders)) {
+    CarryFile(level, entry);
     return;
   }
-  const bool folder = IsFolder(level.from.fd.get(), entry.name, entry.type);
-  if (!level.in_folders) {
-    if (folder) {
-      level.has_folders = true;
-    } else {
-      CarryFile(level, entry.name, entry.type);
-    }
-  } else if (folder) {
+  ListingEnded(level, errno);
+}
+
+void TreeCopy::FolderStep(Level& level) {
+  DirStream::Entry entry;
+  if (!level.stream.Next(level.from.fd.get(), &entry)) {
+    ListingEnded(level, errno);
+  } else if (IsFolder(level.from.fd.get(), entry.name, entry.type)) {
     Enter({level.from, level.to, entry.name, entry.name, level.rename});
   }
+}
+
+void TreeCopy::ListingEnded(Level& level, int error) {
+  if (error != 0) {
+    Fail(error, Side::kSource);
+    Note(LatestFailure());
+    level.kept = true;
+  }
+  EndOfListing(level);
 }
 
 void TreeCopy::EndOfListing(Level& level) {
@@ -134,16 +143,35 @@ void TreeCopy::EndOfListing(Level& level) {
   }
 }
 
-void TreeCopy::CarryFile(Level& level, const char* name, unsigned char type) {
-  Job job{request_, level.from, name, level.to, name};
+void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
+  Job job{request_, level.from, entry.name, level.to, entry.name};
   job.free_names = !level.fresh;
-  if (type == DT_REG) job.st.st_mode = S_IFREG;
+  job.finisher = &finisher_;
+  if (entry.type == DT_REG) job.st.st_mode = S_IFREG;
+  if (entry.file != nullptr) {
+    entry.file->Do();
+    // What could not be opened ahead is tried again for its error.
+    if (entry.file->fd.valid() && S_ISREG(entry.file->st.st_mode)) {
+      job.src = std::move(entry.file->fd);
+      job.st = entry.file->st;
+      job.ahead = entry.file.get();
+    }
+  }
   if (CarryEntry(job, {level.rename, &links_}) < 0) {
     level.kept = true;
     Note(LatestFailure());
     return;
   }
   AfterFile(level, job);
+}
+
+// Waits for what other hands do for the folder.
+void TreeCopy::Settle(Level& level) {
+  for (const Finisher::Failed& failed : finisher_.Settle()) {
+    Note(failed.failure);
+    level.kept = true;
+    std::erase_if(level.staged, [&](const auto& staged) { return staged.first == failed.name; });
+  }
 }
 
 void TreeCopy::AfterFile(Level& level, Job& job) {
@@ -282,6 +310,8 @@ int TreeCopy::MakeFolder(Place& place, Level* level) {
 
 void TreeCopy::Leave() {
   Level& level = *levels_.back();
+  Settle(level);
+  if (!level.in_folders) lookahead_.Clear();
   Publish(level);
   if (!level.lost) {
     ApplyFolderMetadata(level);

@@ -14,9 +14,12 @@
 #include <vector>
 
 #include "entry.h"
+#include "finisher.h"
 #include "hard_links.h"
+#include "helper.h"
 #include "job.h"
 #include "level.h"
+#include "lookahead.h"
 #include "removal.h"
 
 namespace fileop {
@@ -40,7 +43,11 @@ class TreeCopy {
   };
 
   void Step();
-  void CarryFile(Level& level, const char* name, unsigned char type);
+  void FileStep(Level& level);
+  void FolderStep(Level& level);
+  void ListingEnded(Level& level, int error);
+  void CarryFile(Level& level, const Lookahead::Entry& entry);
+  void Settle(Level& level);
   void AfterFile(Level& level, Job& job);
   void EndOfListing(Level& level);
 
@@ -71,6 +78,9 @@ class TreeCopy {
   Identity own_target_;  // top folder of the copy: not to be copied into itself
   std::vector<std::unique_ptr<Level>> levels_;
   HardLinks links_;
+  Helper helper_;
+  Lookahead lookahead_{&helper_};
+  Finisher finisher_{&helper_};
   RemovalBatch removals_;
   Failure first_;
   bool stopped_ = false;

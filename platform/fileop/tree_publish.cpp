@@ -16,6 +16,8 @@ constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 void TreeCopy::Publish(Level& level) {
   if (!level.to.unseen || level.lost) return;
+  Settle(level);
+  lookahead_.DropTargets();
   TargetFolder& parent = ParentTo();
   const int dir = parent.fd.get();
   int result = RenameNoReplace(dir, level.temp_name.c_str(), dir, level.to_name.c_str());

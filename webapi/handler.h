@@ -63,8 +63,6 @@ class FennoxMVCPHandler : public FileWebAPI {
   TAVO::APIRequest* apiRequest() const { return request; }
 
  private:
-  friend class ActionLoop;
-
   TavoConf conf;
   std::string destSharePath;  // destination folder as the user names it
 };

@@ -21,8 +21,10 @@ std::string Format(const char* format, va_list args) {
   return copy;
 }
 
-// A file name with a line feed must not look like a log line of its own.
+// A file name with a line feed must not look like a log line of its own; the
+// one that ends a message is the log's business.
 void HideControlCharacters(std::string& text) {
+  if (text.ends_with('\n')) text.pop_back();
   for (char& c : text) {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte == 0x7f) c = '?';

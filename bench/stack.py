@@ -50,9 +50,7 @@ class Client:
         return self.call("start", path=sources, dest_folder_path=[dest], **params)["taskid"]
 
     def wait(self, task, pause=0.005, watch=None):
-        """Polls until the answer that says finished; raises when it names failures.
-
-        Whether the copy is complete, the callers find out by comparing it."""
+        """Polls until the answer that says finished; raises unless the task did everything."""
         while True:
             status = self.call("status", taskid=task)
             if status["finished"]:
@@ -62,7 +60,7 @@ class Client:
             time.sleep(pause)
             # The questions of a long task must not take the processor from it.
             pause = min(pause * 1.05, 0.02)
-        if status.get("errors"):
+        if status["progress"] != 1 or status.get("errors"):
             raise Refused(f"the task failed: {str(status)[:500]}")
         return status
 

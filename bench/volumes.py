@@ -2,6 +2,7 @@
 import contextlib
 import os
 import pathlib
+import shlex
 import shutil
 import signal
 import subprocess
@@ -39,8 +40,8 @@ def settle(path):
 
 def read_all(path):
     """Brings a tree into the page cache."""
-    subprocess.run(f"find {path} -type f -print0 | xargs -0 -r cat >/dev/null", shell=True,
-                   check=True)
+    subprocess.run(f"find {shlex.quote(str(path))} -type f -print0 | xargs -0 -r cat >/dev/null",
+                   shell=True, check=True)
 
 
 def drop_caches():

@@ -1,8 +1,10 @@
 #include "removal.h"
 
 #include <fcntl.h>
+#include <syslog.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <utility>
 
 namespace fileop {
@@ -23,6 +25,11 @@ core::UniqueFd OpenOrigin(const Origin& origin) {
 }
 
 }  // namespace
+
+void LogKept(const std::string& path, const Failure& failure) {
+  syslog(LOG_ERR, "%s was moved, but the source could not be removed: %s", path.c_str(),
+         std::strerror(failure.err));
+}
 
 void RemovalBatch::Add(const std::shared_ptr<const Origin>& origin, std::string name,
                        const struct stat& st) {

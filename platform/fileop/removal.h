@@ -66,4 +66,8 @@ class RemovalBatch {
   std::vector<std::pair<dev_t, core::UniqueFd>> targets_;
 };
 
+// For sources whose entry has been reported as moved already: what then happens
+// can only be told to the system log.
+void LogKept(const std::string& path, const Failure& failure);
+
 }  // namespace fileop

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <functional>
@@ -194,6 +195,30 @@ TEST_F(Move, AFailedFileStaysAndTheRestGoes) {
   EXPECT_FALSE(Exists(scratch_ / "src/d0"));
   EXPECT_FALSE(Exists(other / "dst/d1/f4"));
   EXPECT_EQ(List(other / "dst/d0").size(), 11U);
+}
+
+TEST_F(Move, AFileWhoseAttributesDoNotFitStaysAndTheRestGoes) {
+  SKIP_UNLESS_ROOT();
+  Volume from("xfs", 320);
+  Volume to("ext4", 48);
+  SKIP_UNLESS_MOUNTED(from);
+  SKIP_UNLESS_MOUNTED(to);
+  FillTree(from / "src");
+  // More than the other file system has room for; late in a folder and early.
+  const std::string large(60000, 'x');
+  for (const char* name : {"d0/f0", "d0/f27", "d1/f28", "d2/f29"}) {
+    ASSERT_EQ(
+        ::setxattr((from / "src/" + name).c_str(), "user.large", large.data(), large.size(), 0), 0);
+  }
+  Copier copier(Kind::kMove);
+  copier.reflink = false;
+  ASSERT_LT(copier.Folder(from / "src", to / "dst"), 0);
+  EXPECT_EQ(copier.error, E2BIG);
+  EXPECT_EQ(List(from / "src/d0"), (std::vector<std::string>{"f0", "f27"}));
+  EXPECT_EQ(List(from / "src/d1"), std::vector<std::string>{"f28"});
+  EXPECT_EQ(List(to / "dst/d0").size(), 9U);
+  EXPECT_EQ(List(to / "dst/d2").size(), 10U);
+  EXPECT_EQ(Leftovers(to.path()).size(), 0U);
 }
 
 TEST_F(Move, ASourceThatCouldNotBeRemovedIsNotCopied) {

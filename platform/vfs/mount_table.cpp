@@ -1,7 +1,13 @@
 #include "mount_table.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
 #include <string_view>
+#include <utility>
 
 namespace vfs {
 namespace {
@@ -15,10 +21,74 @@ bool Holds(const std::string& folder, const std::string& path) {
          (path.size() == folder.size() || path[folder.size()] == '/');
 }
 
+// The path that real paths on the mount begin with. Empty when it is no folder.
+std::string RealFolder(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
+                                                         &std::free);
+  struct stat status {};
+  if (real == nullptr || stat(real.get(), &status) != 0 || !S_ISDIR(status.st_mode)) return {};
+  return real.get();
+}
+
+std::string WithoutLastSlashes(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+MountInfo Describe(const core::RemoteConfig& remote, const std::string& folder) {
+  MountInfo mount;
+  mount.name = remote.name;
+  mount.protocol = remote.protocol;
+  mount.base_uri = remote.protocol + "://" + remote.name + "/";
+  mount.mount_path = folder;
+  mount.remote_base = WithoutLastSlashes(remote.path);
+  mount.code_page = remote.code_page;
+  mount.max_connections = remote.max_connections;
+  mount.cloud = remote.protocol == "dropbox";
+  mount.users = remote.users;
+  return mount;
+}
+
+// What the table depends on, as one text.
+std::string KeyOf(const std::vector<core::RemoteConfig>& remotes) {
+  std::string key;
+  for (const core::RemoteConfig& remote : remotes) {
+    for (const std::string* part :
+         {&remote.protocol, &remote.name, &remote.mount, &remote.path, &remote.code_page}) {
+      key.append(*part).push_back('\n');
+    }
+    for (const std::string& user : remote.users) key.append(user).push_back(',');
+    key.append(std::to_string(remote.max_connections)).push_back('\n');
+  }
+  return key;
+}
+
+// Each thread keeps its own table, so that a call per file takes no lock.
+const MountTable& KnownMounts() {
+  static const MountTable none;
+  thread_local std::string key;
+  thread_local MountTable table;
+  const auto& remotes = core::CurrentConfig().remotes;
+  if (remotes.empty()) return none;
+  if (std::string now = KeyOf(remotes); now != key) {
+    table = MountsOf(remotes);
+    key = std::move(now);
+  }
+  return table;
+}
+
 }  // namespace
 
-const MountTable& KnownMounts() {
-  static const MountTable table;
+MountTable MountsOf(const std::vector<core::RemoteConfig>& remotes) {
+  const int saved = errno;
+  MountTable table;
+  for (const core::RemoteConfig& remote : remotes) {
+    if (remote.mount.empty() || remote.mount[0] != '/') continue;
+    const std::string folder = RealFolder(remote.mount);
+    // The root folder as a mount would make every path a remote one.
+    if (folder.size() > 1) table.push_back(Describe(remote, folder));
+  }
+  errno = saved;
   return table;
 }
 

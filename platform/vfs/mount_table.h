@@ -5,15 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "core/config.h"
 #include "vfs/vfs.h"
 
 namespace vfs {
 
 using MountTable = std::vector<MountInfo>;
 
-// The mounts of this server. Empty: nothing mounts the configured remotes, so
-// no path lies on one.
-const MountTable& KnownMounts();
+// The mounts of the given remotes: those whose `mount` is an existing folder.
+// Nothing mounts the others, so no path lies on them.
+MountTable MountsOf(const std::vector<core::RemoteConfig>& remotes);
 
 // The mount whose base URI begins `path` (or is `path` without its last slash).
 std::optional<MountInfo> FindByUri(const MountTable& table, const std::string& path);

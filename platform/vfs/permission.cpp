@@ -7,7 +7,7 @@
 #include "core/user.h"
 #include "vfs/vfs.h"
 
-namespace TAVOVFS {
+namespace vfs {
 namespace {
 
 std::vector<gid_t> GroupsOf(const std::string& user) {
@@ -38,7 +38,9 @@ bool IsInGroup(const std::string& user, const std::string& name) {
   return false;
 }
 
-bool IsListed(const std::string& user, const std::vector<std::string>& list) {
+}  // namespace
+
+bool IsUserListed(const std::string& user, const std::vector<std::string>& list) {
   for (const std::string& item : list) {
     if (item == "*" || item == user) return true;
     if (item.size() > 1 && item[0] == '@' && IsInGroup(user, item.substr(1))) return true;
@@ -46,7 +48,9 @@ bool IsListed(const std::string& user, const std::vector<std::string>& list) {
   return false;
 }
 
-}  // namespace
+}  // namespace vfs
+
+namespace TAVOVFS {
 
 bool Cfg::CheckPermissionByUserName(const char* user, _VFS_USER_CONFIG_ kind,
                                     const char* protocol) {
@@ -54,7 +58,7 @@ bool Cfg::CheckPermissionByUserName(const char* user, _VFS_USER_CONFIG_ kind,
     return false;
   }
   for (const core::RemoteConfig& remote : core::CurrentConfig().remotes) {
-    if (remote.protocol == protocol && IsListed(user, remote.users)) return true;
+    if (remote.protocol == protocol && vfs::IsUserListed(user, remote.users)) return true;
   }
   return false;
 }

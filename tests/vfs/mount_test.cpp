@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "core/config.h"
 #include "vfs/vfs.h"
@@ -65,6 +68,53 @@ TEST(MountTest, AConfiguredRemoteIsNoMountUntilItIsMounted) {
   EXPECT_EQ(text, "sftp://nas/");
   EXPECT_FALSE(TAVOVFS::Utils::GetBaseURI("gopher://nas/a", text, false));
   EXPECT_FALSE(TAVOVFS::Utils::GetBaseURI("/photos/a", text, false));
+}
+
+TEST(MountTest, AFolderGivenAsMountHoldsThePathsOfItsRemote) {
+  std::string folder = testing::TempDir() + "/mount-test-XXXXXX";
+  ASSERT_NE(mkdtemp(folder.data()), nullptr);
+  folder = std::filesystem::canonical(folder);
+  std::filesystem::create_directory(folder + "/real");
+  std::filesystem::create_directory_symlink(folder + "/real", folder + "/link");
+  core::Config config;
+  config.remotes.resize(4);
+  const std::vector<std::string> mounts = {folder + "/link/", folder + "/missing", "auto", "/"};
+  for (std::size_t i = 0; i < config.remotes.size(); ++i) {
+    config.remotes[i].name = "m" + std::to_string(i);
+    config.remotes[i].protocol = "ftp";
+    config.remotes[i].mount = mounts[i];
+  }
+  config.remotes[0].path = "/srv/";
+  config.remotes[0].code_page = "ISO-8859-1";
+  config.remotes[0].max_connections = 1;
+  config.remotes[0].users = {"alice"};
+  core::SetConfig(config);
+
+  vfs::MountInfo mount;
+  ASSERT_TRUE(vfs::FindBySharePath("ftp://m0/a", &mount));
+  EXPECT_EQ(mount.base_uri, "ftp://m0/");
+  EXPECT_EQ(mount.mount_path, folder + "/real") << "real paths begin so";
+  EXPECT_EQ(mount.remote_base, "/srv");
+  EXPECT_EQ(mount.code_page, "ISO-8859-1");
+  EXPECT_EQ(mount.max_connections, 1);
+  EXPECT_EQ(mount.users, std::vector<std::string>{"alice"});
+  EXPECT_FALSE(mount.cloud);
+  mount = {};
+  ASSERT_TRUE(vfs::FindByFullPath(folder + "/real/a/b", &mount));
+  EXPECT_EQ(mount.name, "m0");
+  EXPECT_FALSE(vfs::FindByFullPath(folder + "/realm", &mount));
+  EXPECT_FALSE(vfs::FindByFullPath("/etc", &mount));
+  for (const char* path : {"ftp://m1/a", "ftp://m2/a", "ftp://m3/a", "sftp://m0/a"}) {
+    EXPECT_FALSE(vfs::FindBySharePath(path, &mount)) << path;
+  }
+
+  config.remotes[0].protocol = "dropbox";
+  core::SetConfig(config);
+  ASSERT_TRUE(vfs::FindBySharePath("dropbox://m0/a", &mount)) << "another configuration counts";
+  EXPECT_TRUE(mount.cloud);
+  core::SetConfig({});
+  EXPECT_FALSE(vfs::FindByFullPath(folder + "/real/a", &mount));
+  std::filesystem::remove_all(folder);
 }
 
 TEST(MountTest, ProtocolsAreDescribed) {

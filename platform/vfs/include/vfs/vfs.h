@@ -9,6 +9,7 @@
 
 #include <json/value.h>
 #include <string>
+#include <vector>
 
 namespace TAVOVFS {
 
@@ -84,13 +85,23 @@ struct MountInfo {
   std::string remote_base;  // folder on the server that the mount shows
   std::string code_page;
   int max_connections = 0;  // 0: the server decides
-  bool cloud = false;       // a cloud-storage mount
+  // A cloud-storage mount: Dropbox. WebDAV is a protocol of file servers like
+  // FTP and SFTP, with their limits and not those of a storage service.
+  bool cloud = false;
+  std::vector<std::string> users;  // who may use it: users, "@group" or "*"
 };
 
+// Both look among the configured remotes whose `mount` is a folder that exists
+// when the calling thread first asks. They ask the file systems nothing after
+// that, and are cheap where no remote is configured.
+//
 // The mount of a path as the user names it (PROTOCOL://NAME/rest). False when
 // there is none.
 [[nodiscard]] bool FindBySharePath(const std::string& path, MountInfo* out);
 // The mount that holds an absolute local path. False when there is none.
 [[nodiscard]] bool FindByFullPath(const std::string& path, MountInfo* out);
+
+// Does a list of users ("alice", "@group", "*") name the user?
+[[nodiscard]] bool IsUserListed(const std::string& user, const std::vector<std::string>& list);
 
 }  // namespace vfs

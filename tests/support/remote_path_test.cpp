@@ -36,7 +36,7 @@ class RemotePathTest : public Scratch {
   RemotePathTest() {
     MakeDir("mnt/a/b");
     MakeDir("outside");
-    Mount() = {"nas2", "sftp", "sftp://nas2/", At("mnt"), "/srv", "UTF-8", 1, true};
+    Mount() = {"nas2", "sftp", "sftp://nas2/", At("mnt"), "/srv", "UTF-8", 1, true, {"*"}};
     core::RemoteConfig remote;
     remote.name = "nas2";
     remote.users = {"alice"};

@@ -31,7 +31,14 @@ class WideServer : public Base, public BacklogWidener {
   void WidenBacklog() override { ::listen(this->svr_sock_, kBacklog); }
 };
 
+// The library's own choice lets a second server share the port, and requests go to either.
+void TakePortAlone(int socket) {
+  const int yes = 1;
+  ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+}
+
 void Tune(httplib::Server& server) {
+  server.set_socket_options(TakePortAlone);
   // The library takes the queue over.
   server.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
   // Without it the body of an answer waits for the acknowledgement of its headers.

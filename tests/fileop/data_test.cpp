@@ -7,6 +7,7 @@
 #include "copier.h"
 #include "core/error.h"
 #include "core/unique_fd.h"
+#include "platform/fileop/transfer.h"
 #include "volumes.h"
 
 namespace fileop_test {
@@ -84,6 +85,43 @@ TEST_F(Data, ReflinkSharesBlocksWhereTheFileSystemCan) {
     EXPECT_EQ(copier.progress, 8U << 20);
     EXPECT_TRUE(SameContent(volume / "src", volume / "dst"));
     EXPECT_LT((before.f_bfree - after.f_bfree) * before.f_bsize, 4U << 20) << type;
+  }
+}
+
+TEST_F(Data, EveryRungMovesTheSameBytesAndGoesOnWhereAnotherStopped) {
+  const std::string src = scratch_ / "src";
+  WriteAt(src, 0, Pattern(300000));
+  WriteAt(src, 4 << 20, Pattern(300000, 2));
+  ASSERT_EQ(::truncate(src.c_str(), 6 << 20), 0);
+  using Rungs = std::vector<fileop::Rung (*)(fileop::Transfer&)>;
+  for (const bool holes : {false, true}) {
+    for (const Rungs& rungs :
+         {Rungs{fileop::KernelCopy, fileop::PlainCopy},
+          Rungs{fileop::ExtentCopy, fileop::PlainCopy}, Rungs{fileop::PlainCopy}}) {
+      const core::UniqueFd in(::open(src.c_str(), O_RDONLY));
+      const core::UniqueFd out(
+          ::open((scratch_ / "dst").c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644));
+      fileop::Pacer pacer(nullptr, nullptr, nullptr);
+      fileop::Transfer transfer;
+      transfer.src = in.get();
+      transfer.dst = out.get();
+      transfer.expected = 6 << 20;
+      transfer.seekable = true;
+      transfer.holes = holes;
+      transfer.pacer = &pacer;
+      // Some bytes have gone by another way.
+      ASSERT_EQ(fileop::BufferRange(transfer, 100000), fileop::Rung::kDone);
+      fileop::Rung rung = fileop::Rung::kNotHere;
+      for (std::size_t i = 0; i < rungs.size() && rung == fileop::Rung::kNotHere; ++i) {
+        rung = rungs[i](transfer);
+      }
+      EXPECT_EQ(rung, fileop::Rung::kDone);
+      EXPECT_EQ(transfer.position, 6 << 20);
+      EXPECT_TRUE(SameContent(src, scratch_ / "dst"));
+      if (holes && rungs.size() > 1) {
+        EXPECT_EQ(Extents(scratch_ / "dst"), Extents(src));
+      }
+    }
   }
 }
 

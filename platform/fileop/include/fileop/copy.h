@@ -80,7 +80,8 @@ using TAVODirSizeHook = unsigned long long (*)(const char* sourcePath, const cha
 
 // A handle with hooks; all unset at first. Null when there is no memory.
 // Freeing it finishes what is still owed: sources of a move across volumes whose
-// removal waits for one common sync are removed then.
+// removal waits for one common sync are removed then. A source that cannot be
+// removed any more, or has changed since it was copied, stays and is logged.
 _TAVOCOPYARGSEX* TAVOCopyArgsExAlloc();
 void TAVOCopyArgsExFree(_TAVOCOPYARGSEX* args);
 void TAVOCopyArgsExSetGetReadSize(_TAVOCOPYARGSEX* args, TAVOReadSizeHook hook);

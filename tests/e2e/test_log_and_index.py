@@ -5,7 +5,7 @@ import subprocess
 
 from server import BUILD
 
-LOG_ON = '[copymove]\nfilebrowserxferlog = "Yes"\n'
+LOG_ON = '[copymove]\nfilebrowserxferlog = "yes"\n'
 
 
 def indexed(place):

@@ -32,8 +32,8 @@ bool WaitUntil(KVX::Task* task, int seconds, const std::function<bool()>& ready)
     } else if (!MayComeBack(*task)) {
       return false;
     }
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) return false;
     std::this_thread::sleep_for(std::min(pause, left));
     pause = std::min(pause * 2, kLongestPause);

@@ -1,9 +1,42 @@
 #include "cloud/cloud.h"
 
+#include <curl/curl.h>
+#include <pwd.h>
+
+#include <cerrno>
+#include <memory>
+#include <vector>
+
+#include "core/config.h"
 #include "core/error.h"
+#include "ftp_family.h"
 #include "vfs/vfs.h"
 
 namespace TAVOCloud {
+namespace {
+
+bool Refuse(int system, int core) {
+  errno = system;
+  VLIBCErrSetEx(core, __FILE__, __LINE__);
+  return false;
+}
+
+bool IsFtpFamily(const std::string& protocol) {
+  return protocol == "ftp" || protocol == "ftps" || protocol == "sftp";
+}
+
+// Empty for an unknown user, whom only "*" lets in.
+std::string NameOf(uid_t uid) {
+  std::vector<char> buffer(65536);
+  passwd entry{};
+  passwd* found = nullptr;
+  if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) {
+    return {};
+  }
+  return entry.pw_name;
+}
+
+}  // namespace
 
 bool Cloud::DownloadFile(Cloud* cloud, const std::string& remotePath, int fd, std::uint64_t size,
                          ProgressFn progress, CancelFn cancel, ReadSizeFn readSize) {
@@ -25,9 +58,8 @@ bool Cloud::UploadFile(Cloud* cloud, const std::string& remotePath, int fd, std:
                        readSize);
 }
 
-// No transfer library is in use: no kind of connection exists yet.
-void Cloud::InitCurlGlobal() {}
-void Cloud::CleanupCurlGlobal() {}
+void Cloud::InitCurlGlobal() { (void)curl_global_init(CURL_GLOBAL_DEFAULT); }
+void Cloud::CleanupCurlGlobal() { curl_global_cleanup(); }
 
 std::string Cloud::GetServerPathBySharePath(const std::string& remotePath) const {
   if (!remotePath.empty() && remotePath[0] == '/') return remotePath;
@@ -39,17 +71,25 @@ std::string Cloud::GetServerPathBySharePath(const std::string& remotePath) const
   return base + (base.empty() || base.back() != '/' ? "/" : "") + rest;
 }
 
-// No mount of this kind is configured, so no two accounts can meet.
+// There is no object of this kind, so no two accounts can meet.
 bool Dropbox::CopyFromRef(Cloud* /*dest*/, const std::string& /*sourceServerPath*/,
                           const std::string& /*destServerPath*/, Cloud* /*source*/) {
-  VLIBCErrSetEx(core::kErrNotFound, __FILE__, __LINE__);
-  return false;
+  return Refuse(EOPNOTSUPP, core::kErrSeeErrno);
 }
 
-// There is no mount of any kind.
-Cloud* Utils::CreateCloudByURI(uid_t /*uid*/, const std::string& /*uri*/, int /*configMode*/) {
-  VLIBCErrSetEx(core::kErrNotFound, __FILE__, __LINE__);
-  return nullptr;
+// Kinds that have no object yet are refused like a server that cannot do it.
+Cloud* Utils::CreateCloudByURI(uid_t uid, const std::string& uri, int /*configMode*/) {
+  vfs::MountInfo mount;
+  if (!vfs::FindBySharePath(uri, &mount)) return Refuse(ENOENT, core::kErrNotFound), nullptr;
+  if (!vfs::IsUserListed(NameOf(uid), mount.users)) {
+    return Refuse(EACCES, core::kErrNotPermitted), nullptr;
+  }
+  for (const core::RemoteConfig& remote : core::CurrentConfig().remotes) {
+    if (remote.name == mount.name && IsFtpFamily(remote.protocol)) {
+      return std::make_unique<FtpFamily>(remote, mount.base_uri).release();
+    }
+  }
+  return Refuse(EOPNOTSUPP, core::kErrSeeErrno), nullptr;
 }
 
 }  // namespace TAVOCloud

@@ -5,42 +5,15 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
-#include <csignal>
-#include <ctime>
 #include <thread>
 
 #include "cloud/cloud.h"
 #include "core/error.h"
 #include "core/unique_fd.h"
+#include "signal_guard.h"
 
 namespace TAVOCloud {
 namespace {
-
-// An upload that fails closes its end; the download must then get EPIPE, not
-// the signal that would end the process.
-class NoBrokenPipeSignal {
- public:
-  NoBrokenPipeSignal() {
-    sigemptyset(&signal_);
-    sigaddset(&signal_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &signal_, &before_);
-  }
-  ~NoBrokenPipeSignal() {
-    if (sigismember(&before_, SIGPIPE) == 1) return;
-    const int saved = errno;
-    const timespec now{};
-    sigtimedwait(&signal_, nullptr, &now);
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    errno = saved;
-  }
-  NoBrokenPipeSignal(const NoBrokenPipeSignal&) = delete;
-  NoBrokenPipeSignal& operator=(const NoBrokenPipeSignal&) = delete;
-
- private:
-  sigset_t signal_{};
-  sigset_t before_{};
-};
 
 // The first of the two sides to fail is the cause; the other one then only sees
 // the pipe end.
@@ -71,6 +44,7 @@ bool Cloud::CopyFile(Cloud* source, Cloud* dest, const std::string& sourcePath,
   }
   core::UniqueFd out(ends[0]);
   core::UniqueFd in(ends[1]);
+  // An upload that fails closes its end of the pipe under the download.
   const NoBrokenPipeSignal guard;
 
   // The callbacks that count and pace belong to the calling thread, so only the

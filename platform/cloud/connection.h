@@ -1,0 +1,75 @@
+// Requests to one FTP, FTPS or SFTP server, over a connection that is kept.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/config.h"
+#include "flow.h"
+
+namespace TAVOCloud {
+
+// How one request ended.
+struct Outcome {
+  CURLcode code = CURLE_OK;
+  long response = 0;   // the server's last reply (FTP)
+  int os_error = 0;    // errno of a connection that could not be made
+  bool fresh = false;  // a connection was opened for it
+  std::string words;   // for people; holds no secret
+  bool ok() const { return code == CURLE_OK; }
+};
+
+// Not for several threads at a time. Every path is absolute on the server and
+// sendable (see IsSendablePath).
+class Connection {
+ public:
+  explicit Connection(core::RemoteConfig remote);
+
+  const core::RemoteConfig& remote() const { return remote_; }
+  bool IsSftp() const { return remote_.protocol == "sftp"; }
+
+  // Requests end when `flow` is told to stop; null: they do not.
+  void Watch(Flow* flow) { watched_ = flow; }
+  // Requests give up after a few seconds: for cleaning up after a stop.
+  void Hurry(bool hurry) { hurry_ = hurry; }
+
+  // Logs in, if no connection stands.
+  Outcome Open();
+  // The size of a file in bytes.
+  Outcome Size(const std::string& path, std::uint64_t* size);
+  // Succeeds for a folder.
+  Outcome Folder(const std::string& path);
+  // Moves a file's data from `offset` on; `flow` has its place there.
+  Outcome Download(const std::string& path, std::uint64_t offset, Flow* flow);
+  Outcome Upload(const std::string& path, std::uint64_t offset, Flow* flow);
+  // Runs commands in order, up to the first that fails.
+  Outcome Run(const std::vector<std::string>& commands);
+
+ private:
+  struct CleanUp {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+  };
+
+  [[nodiscard]] bool Prepare(const std::string& path, std::string* err);
+  void PreparePatience();
+  [[nodiscard]] bool PrepareSecurity(std::string* err);
+  [[nodiscard]] bool PrepareLogin(std::string* err);
+  template <typename Value>
+  void Set(CURLoption option, Value value);
+  Outcome Perform();
+  static Outcome Unprepared(const std::string& err);
+
+  core::RemoteConfig remote_;
+  std::string password_;
+  bool have_password_ = false;
+  bool options_taken_ = true;
+  bool hurry_ = false;
+  Flow* watched_ = nullptr;
+  std::unique_ptr<CURL, CleanUp> handle_;
+};
+
+}  // namespace TAVOCloud

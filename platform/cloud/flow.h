@@ -1,0 +1,55 @@
+// One file's data on its way between a descriptor and a server.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "cloud/cloud.h"
+
+namespace TAVOCloud {
+
+// Moves the data in order, counts it, paces it and notices a stop. What goes
+// over the wire a second time, after a broken connection, is counted once.
+// The descriptor's position at the beginning is the file's start.
+class Flow {
+ public:
+  Flow(int fd, std::uint64_t size, ProgressFn progress, CancelFn cancel, ReadSizeFn readSize);
+
+  // Takes bytes that came from the server. False when the transfer must end.
+  [[nodiscard]] bool Put(const char* data, std::size_t length);
+  // Gives the next bytes for the server, 0 at the end of `size`. Negative when
+  // the transfer must end.
+  [[nodiscard]] ssize_t Get(char* buffer, std::size_t room);
+  // The next Get begins there. False when the descriptor cannot seek.
+  [[nodiscard]] bool SeekTo(std::uint64_t offset);
+
+  // Asks whether to stop.
+  bool IsCancelled();
+  // Waits, but not beyond a stop. False when stopped.
+  [[nodiscard]] bool Pause(int milliseconds);
+
+  std::uint64_t size() const { return size_; }
+  std::uint64_t moved() const { return moved_; }
+  // errno of the failure on this side: ECANCELED after a stop, 0 without one.
+  int error() const { return error_; }
+
+ private:
+  bool Fail(int error);
+  [[nodiscard]] bool WaitForGrant(std::uint64_t want);
+  void Moved(std::size_t bytes);
+
+  int fd_;
+  std::uint64_t size_;
+  ProgressFn progress_;
+  CancelFn cancel_;
+  ReadSizeFn read_size_;
+  off_t start_;  // -1: the descriptor cannot seek
+  std::uint64_t moved_ = 0;
+  std::uint64_t counted_ = 0;
+  std::uint64_t granted_ = 0;
+  int error_ = 0;
+};
+
+}  // namespace TAVOCloud

@@ -1,0 +1,57 @@
+#include "server_path.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string_view>
+
+namespace TAVOCloud {
+namespace {
+
+bool IsPlain(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         std::string_view("-._~/").find(c) != std::string_view::npos;
+}
+
+}  // namespace
+
+bool IsSendablePath(const std::string& path) {
+  return !path.empty() && path[0] == '/' &&
+         path.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos;
+}
+
+std::string PercentEncode(const std::string& path) {
+  constexpr std::string_view kHex = "0123456789ABCDEF";
+  std::string text;
+  for (const char c : path) {
+    if (IsPlain(c)) {
+      text += c;
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(c);
+    text += {'%', kHex[byte >> 4U], kHex[byte & 0x0FU]};
+  }
+  return text;
+}
+
+std::string Quoted(const std::string& path) {
+  std::string text = "\"";
+  for (const char c : path) {
+    if (c == '"' || c == '\\') text += '\\';
+    text += c;
+  }
+  return text + '"';
+}
+
+std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
+
+std::string TemporaryPathBeside(const std::string& path) {
+  std::random_device random;
+  const std::uint64_t number = (static_cast<std::uint64_t>(random()) << 32U) | random();
+  char name[40];
+  std::snprintf(name, sizeof name, ".fennox-upload-%016llx",
+                static_cast<unsigned long long>(number));
+  return FolderOf(path) + name;
+}
+
+}  // namespace TAVOCloud

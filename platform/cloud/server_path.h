@@ -1,0 +1,24 @@
+// How paths on a server are written in URLs and commands.
+#pragma once
+
+#include <string>
+
+namespace TAVOCloud {
+
+// False for what no command may carry: an empty or relative path, or one with
+// CR, LF or NUL, which would end the command and begin another one.
+bool IsSendablePath(const std::string& path);
+
+// The path with everything but letters, digits, "-._~" and "/" as %XX.
+std::string PercentEncode(const std::string& path);
+
+// The path in double quotes, as commands over SFTP take it.
+std::string Quoted(const std::string& path);
+
+// The folder of a path, with its last slash.
+std::string FolderOf(const std::string& path);
+
+// A new name, beside `path`, for what is not complete yet.
+std::string TemporaryPathBeside(const std::string& path);
+
+}  // namespace TAVOCloud

@@ -42,6 +42,9 @@ class Tree:
         self.old = visible(self.target)
 
     def make_old(self, rng):
+        # Every folder exists, so that all files go straight into seen ones.
+        for folder, _, _ in os.walk(self.source):
+            (self.target / os.path.relpath(folder, self.source)).mkdir(parents=True, exist_ok=True)
         names = sorted(name for name, entry in self.new.items() if "data" in entry)
         for name in rng.sample(names, len(names) // 3) + ["d0/only here", "d16/only here"]:
             path = self.target / name

@@ -13,12 +13,12 @@ CASES = [pytest.param(a, b, move, id=f"{'move' if move else 'copy'}-{a}-{b or 's
          for a, b in PAIRS for move in (False, True) if b or not move]
 
 
-def volumes(make_volume, place, source, target):
+def volumes(make_volume, source, target):
     """Two volumes, or one, as shares "src" and "dst"."""
-    first = make_volume(source, "src", 64)
+    first = make_volume(source, "src", 128)
     if target is None:
         return {"src": first.folder, "dst": first.folder}
-    second = make_volume(target, "dst", 64)
+    second = make_volume(target, "dst", 128)
     return {"src": first.folder, "dst": second.folder}
 
 
@@ -29,38 +29,60 @@ def kill(pid):
         pass
 
 
+# Files and mebibytes in big files: a kill hits between files, or inside one.
+SHAPES = [(150, 4), (20, 14)]
+
+
+class Round:
+    """One tree and the task that carries it."""
+
+    def __init__(self, client, shares, name, shape, rng, move):
+        self.client, self.move, self.told = client, move, f"round {name}"
+        target = shares["dst"] / f"b{name}"
+        target.mkdir()
+        self.tree = Tree(shares["src"] / f"a{name}", target, rng, *shape)
+        self.paths = f"/src/a{name}/t", f"/dst/b{name}"
+
+    def seconds(self):
+        """How long the task lives when nobody disturbs it."""
+        begin = time.monotonic()
+        task, _ = start(self.client, *self.paths, self.move)
+        assert finished(self.client, task)["progress"] == 1, self.told
+        taken = time.monotonic() - begin
+        self.client.wait(task)
+        self.tree.check_done(self.move, self.told)
+        return taken
+
+    def killed_after(self, seconds):
+        """False when the task was faster."""
+        begin = time.monotonic()
+        task, pid = start(self.client, *self.paths, self.move)
+        pause_until(begin + seconds)
+        kill(pid)
+        record = finished(self.client, task)
+        self.tree.check_nothing_lost(self.move, self.told)
+        died = record["progress"] != 1
+        if died:
+            assert record["data"]["status"] == "FAIL", self.told
+            assert record["data"]["errors"][-1]["code"] == DIED, self.told
+        self.client.wait(task)
+        complete(self.client, self.tree, *self.paths, self.move, self.told)
+        return died
+
+
 @pytest.mark.parametrize("source,target,move", CASES)
-def test_killed(make_volume, make_server, place, rounds, tally, source, target, move):
-    shares = volumes(make_volume, place, source, target)
+def test_killed(make_volume, make_server, rounds, tally, source, target, move):
+    shares = volumes(make_volume, source, target)
     client = make_server(shares).client
-    span = None
-    for number, rng in rounds(3):
-        for attempt in range(2 if span is None else 1):
-            told = f"round {number}"
-            tree = Tree(shares["src"] / f"a{number}.{attempt}", shares["dst"] / f"b{number}.{attempt}",
-                        rng)
-            tree.parents[1].mkdir(exist_ok=True)
-            paths = f"/src/{tree.parents[0].name}/t", f"/dst/{tree.parents[1].name}"
-            begin = time.monotonic()
-            task, pid = start(client, *paths, move)
-            if span is None:
-                # The first run is not disturbed: it tells how long one lives.
-                assert finished(client, task)["progress"] == 1
-                span = time.monotonic() - begin
-                tree.check_done(move, told)
-                tree.remove()
-                continue
-            pause_until(begin + rng.uniform(0, span))
-            kill(pid)
-            record = finished(client, task)
-            tree.check_nothing_lost(move, told)
-            if record["progress"] == 1:
-                tally["too late"] += 1
-                span *= 0.9
-            else:
-                tally["killed"] += 1
-                assert record["data"]["status"] == "FAIL", told
-                assert record["data"]["errors"][-1]["code"] == DIED, told
-            client.wait(task)
-            complete(client, tree, *paths, move, told)
-            tree.remove()
+    spans = {}
+    for number, rng in rounds(4):
+        shape = SHAPES[number % len(SHAPES)]
+        if shape not in spans:
+            calm = Round(client, shares, f"{number}-calm", shape, rng, move)
+            spans[shape] = calm.seconds()
+            calm.tree.remove()
+        this = Round(client, shares, str(number), shape, rng, move)
+        died = this.killed_after(rng.uniform(0, spans[shape]))
+        tally["killed" if died else "too late"] += 1
+        spans[shape] *= 1.02 if died else 0.9
+        this.tree.remove()

@@ -60,7 +60,7 @@ def test_changed(make_volume, make_server, rounds, tally, change, move):
         record = finished(client, task)
         here, there = content(big), content(copy)
         tally["refused" if record["data"].get("errors") else "taken"] += 1
-        # A file that was changed by others is theirs: never removed unless its last state was copied.
+        # What others changed is removed only when its last state was copied.
         if changed is not None:
             assert here == changed or (move and here is None and there == changed)
         if there is not None and change in (shorten, delete, replace):

@@ -7,8 +7,8 @@ import threading
 
 import pytest
 
-from outcome import finished, start
-from trees import describe, leftovers
+from outcome import finished
+from trees import describe
 from volumes import libc
 
 RENAME_EXCHANGE = 2

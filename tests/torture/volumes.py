@@ -90,7 +90,8 @@ class Volume:
 
     def loop_name(self):
         device = os.stat(self.folder).st_dev
-        return os.path.basename(os.readlink(f"/sys/dev/block/{os.major(device)}:{os.minor(device)}"))
+        link = f"/sys/dev/block/{os.major(device)}:{os.minor(device)}"
+        return os.path.basename(os.readlink(link))
 
     def remove(self):
         if self.kind in ("folder", "shm"):

@@ -59,7 +59,9 @@ def test_changed(make_volume, make_server, rounds, tally, change, move):
         changed = content(big)
         record = finished(client, task)
         here, there = content(big), content(copy)
-        tally["refused" if record["data"].get("errors") else "taken"] += 1
+        tally["refused" if record["data"].get("errors") else
+              "taken as it was" if there == before else
+              "taken as it became" if there == changed else "taken as a mixture"] += 1
         # What others changed is removed only when its last state was copied.
         if changed is not None:
             assert here == changed or (move and here is None and there == changed)

@@ -30,39 +30,36 @@ bool TakeFreeName(Job& job) {
   return true;
 }
 
-Verdict Refuse(int code, int err) {
-  FailWith(code, err, Side::kUnknown);
-  return Verdict::kFail;
-}
+int Refuse(int code, int err) { return FailWith(code, err, Side::kUnknown); }
 
 }  // namespace
 
-Verdict ResolveConflict(Job& job) {
+std::optional<int> SettleConflict(Job& job) {
   struct stat there;
   if (::fstatat(job.to.fd.get(), job.to_name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
-    if (errno == ENOENT) {
-      job.replace = false;
-      return Verdict::kGo;
-    }
-    Fail(errno, Side::kDestination);
-    return Verdict::kFail;
+    if (errno != ENOENT) return Fail(errno, Side::kDestination);
+    job.replace = false;
+    return std::nullopt;
   }
   if (S_ISDIR(there.st_mode)) return Refuse(core::kErrFileExpected, EISDIR);
   const TAVOCOPYOPTIONS& options = *job.request.options;
   if (options.newName != nullptr && job.free_names && options.conflictPolicy <= 0) {
-    return TakeFreeName(job) ? Verdict::kGo : Refuse(core::kErrExists, EEXIST);
+    if (TakeFreeName(job)) return std::nullopt;
+    return Refuse(core::kErrExists, EEXIST);
   }
-  if (options.conflictPolicy == 0) return Verdict::kSkip;
+  if (options.conflictPolicy == 0) {
+    job.outcome = Outcome::kSkipped;
+    return 0;
+  }
   struct stat src;
   if (::fstatat(job.from.fd.get(), job.name.c_str(), &src, AT_SYMLINK_NOFOLLOW) != 0) {
-    Fail(errno, Side::kSource);
-    return Verdict::kFail;
+    return Fail(errno, Side::kSource);
   }
   // To replace a file by itself would leave nothing.
   if (IdentityOf(src) == IdentityOf(there)) return Refuse(core::kErrExists, EEXIST);
   if (options.conflictPolicy < 0) return Refuse(core::kErrExists, EEXIST);
   job.replace = true;
-  return Verdict::kGo;
+  return std::nullopt;
 }
 
 int TryRename(Job& job) {
@@ -79,15 +76,7 @@ int TryRename(Job& job) {
     }
     if (errno == EXDEV || errno == EBUSY) return 1;
     if (errno != EEXIST) return Fail(errno, Side::kUnknown);
-    switch (ResolveConflict(job)) {
-      case Verdict::kFail:
-        return -1;
-      case Verdict::kSkip:
-        job.outcome = Outcome::kSkipped;
-        return 0;
-      case Verdict::kGo:
-        break;
-    }
+    if (const auto result = SettleConflict(job)) return *result;
   }
   return Fail(EEXIST, Side::kDestination);
 }

@@ -37,12 +37,7 @@ int PublishNode(Job& job, PendingFile& node) {
   if (ApplyNodeMetadata(rules, job.st, job.to, node.stands_as().c_str()) < 0) return -1;
   while (node.Commit(job.to_name, job.replace) != 0) {
     if (errno != EEXIST) return Fail(errno, Side::kDestination);
-    const Verdict verdict = ResolveConflict(job);
-    if (verdict == Verdict::kFail) return -1;
-    if (verdict == Verdict::kSkip) {
-      job.outcome = Outcome::kSkipped;
-      return 0;
-    }
+    if (const auto result = SettleConflict(job)) return *result;
   }
   job.outcome = Outcome::kCopied;
   return 0;
@@ -135,15 +130,7 @@ int CarryEntry(Job& job, const EntryWays& ways) {
   if (S_ISREG(job.st.st_mode) && !job.src && OpenRegular(job) < 0) return -1;
   if (CheckRemovable(job) < 0) return -1;
   if (!job.to.unseen) {
-    switch (ResolveConflict(job)) {
-      case Verdict::kFail:
-        return -1;
-      case Verdict::kSkip:
-        job.outcome = Outcome::kSkipped;
-        return 0;
-      case Verdict::kGo:
-        break;
-    }
+    if (const auto result = SettleConflict(job)) return *result;
   }
   return CopyByType(job, ways.links);
 }

@@ -85,15 +85,7 @@ int Publish(Job& job, PendingFile& file) {
       return 0;
     }
     if (errno != EEXIST && errno != EISDIR) return Fail(errno, Side::kDestination);
-    switch (ResolveConflict(job)) {
-      case Verdict::kFail:
-        return -1;
-      case Verdict::kSkip:
-        job.outcome = Outcome::kSkipped;
-        return 0;
-      case Verdict::kGo:
-        break;
-    }
+    if (const auto result = SettleConflict(job)) return *result;
   }
   return Fail(EEXIST, Side::kDestination);
 }

@@ -123,14 +123,7 @@ int CopyAlone(const char* src, const char* dst, TAVOCOPYOPTIONS* options, _TAVOC
   Job job{request, ends.from, ends.name, ends.to, ends.to_name};
   job.SetPaths();
   if (OpenRegular(job) < 0) return -1;
-  switch (ResolveConflict(job)) {
-    case Verdict::kFail:
-      return -1;
-    case Verdict::kSkip:
-      return 0;
-    case Verdict::kGo:
-      break;
-  }
+  if (const auto result = SettleConflict(job)) return *result;
   return CopyRegular(job, {args, share_blocks});
 }
 

@@ -10,15 +10,16 @@ struct ProtocolFacts {
   const char* name;
   const char* description;
   int port;
+  bool streams;  // the cloud library has an object for it
 };
 
 constexpr std::array<ProtocolFacts, 6> kProtocols{{
-    {"sftp", "SSH file transfer", 22},
-    {"ftp", "FTP", 21},
-    {"ftps", "FTP over TLS", 21},
-    {"webdav", "WebDAV", 80},
-    {"webdavs", "WebDAV over TLS", 443},
-    {"dropbox", "Dropbox", 443},
+    {"sftp", "SSH file transfer", 22, true},
+    {"ftp", "FTP", 21, true},
+    {"ftps", "FTP over TLS", 21, true},
+    {"webdav", "WebDAV", 80, false},
+    {"webdavs", "WebDAV over TLS", 443, false},
+    {"dropbox", "Dropbox", 443, false},
 }};
 
 }  // namespace
@@ -30,7 +31,9 @@ bool Protocol::GetProtocol(const char* protocol, Json::Value& description) {
     description["name"] = facts.name;
     description["description"] = facts.description;
     description["port"] = facts.port;
-    description["enable_curl"] = "true";  // a text, not a boolean: part of the interface
+    // A text, not a boolean: part of the interface. Without it file data goes
+    // through the mounted folder.
+    description["enable_curl"] = facts.streams ? "true" : "false";
     return true;
   }
   return false;

@@ -42,6 +42,7 @@ int FreePort() {
 
 pid_t Spawn(const std::vector<std::string>& command, bool tied) {
   std::vector<char*> args;
+  args.reserve(command.size() + 1);
   for (const std::string& word : command) args.push_back(const_cast<char*>(word.c_str()));
   args.push_back(nullptr);
   const pid_t pid = fork();

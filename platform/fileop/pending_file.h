@@ -41,7 +41,8 @@ class PendingFile {
   [[nodiscard]] int TakeBack(int fd);
 
   // Gives the file its final name; with `replace` whatever stands there is
-  // replaced, else EEXIST is left in errno. -1 without the last error set: the
+  // replaced, once the file's data is on disk (as long as its descriptor is
+  // open), else EEXIST is left in errno. -1 without the last error set: the
   // caller knows what a taken name means.
   [[nodiscard]] int Commit(const std::string& name, bool replace);
 

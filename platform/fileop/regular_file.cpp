@@ -97,8 +97,9 @@ int Finish(Job& job, PendingFile& file) {
   if (job.request.removes && TAVOFSIsRemoteFS(job.to.fs_type) != 0 && ::fsync(file.fd()) != 0) {
     return Fail(errno, Side::kDestination);
   }
-  // Without a name it takes the descriptor to get one.
-  if (!file.stands_as().empty() && file.Close() < 0) return -1;
+  // Without a name it takes the descriptor to get one, and to replace another
+  // file its data must be synced.
+  if (!file.stands_as().empty() && !job.replace && file.Close() < 0) return -1;
   return Publish(job, file);
 }
 

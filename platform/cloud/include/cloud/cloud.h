@@ -18,7 +18,7 @@ class Cloud {
  public:
   virtual ~Cloud() = default;
 
-  virtual std::string Name() const = 0;      // configured name of the mount
+  virtual std::string Name() const = 0;        // configured name of the mount
   virtual bool Connect(std::string* err) = 0;  // false: *err says why in words
   // Path test: true when the file needs no transfer at all (a file that the
   // server makes by itself).

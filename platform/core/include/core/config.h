@@ -9,12 +9,12 @@ namespace core {
 
 // One [[share]]: a local folder under a name.
 struct ShareConfig {
-  std::string name;                       // first component of its paths, "/NAME/rest"
-  std::string path;                       // absolute path of the folder
-  std::vector<std::string> read{"*"};     // users, "@group" or "*"
-  std::vector<std::string> write;         // the same; whoever may write may read
-  int restrictions = 0;                   // sum of the Restriction values
-  std::string code_page = "UTF-8";        // character set of names
+  std::string name;                    // first component of its paths, "/NAME/rest"
+  std::string path;                    // absolute path of the folder
+  std::vector<std::string> read{"*"};  // users, "@group" or "*"
+  std::vector<std::string> write;      // the same; whoever may write may read
+  int restrictions = 0;                // sum of the Restriction values
+  std::string code_page = "UTF-8";     // character set of names
 };
 
 enum Restriction : int {

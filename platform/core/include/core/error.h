@@ -10,23 +10,23 @@ namespace core {
 // Error codes with a name of their own. Other values may be set by callers.
 enum ErrorCode : int {
   kErrNone = 0,
-  kErrNotPermitted = 0x0300,     // EPERM, EACCES, EROFS
-  kErrNotFound = 0x0700,         // ENOENT
-  kErrSeeErrno = 0x0800,         // errno alone tells the reason (EOPNOTSUPP, EILSEQ)
-  kErrCannotOpen = 0x0900,       // an open failed for a reason without a code of its own; ECONNREFUSED
-  kErrBadArgument = 0x0D00,      // EINVAL by the caller
-  kErrHostDown = 0x1100,         // EHOSTDOWN and other lost-peer errors
-  kErrQuota = 0x2400,            // EDQUOT
-  kErrNoSpace = 0x2900,          // ENOSPC
-  kErrInputOutput = 0x6C00,      // EIO, ENXIO, EREMOTEIO
-  kErrSystem = 0x8000,           // any other failed system call
-  kErrFolderExpected = 0xA000,   // a file stands where a folder must be
-  kErrFileExpected = 0xA200,     // a folder stands where a file must be
-  kErrExists = 0xA300,           // EEXIST under the policy "report the conflict"; ENOTEMPTY
-  kErrTooLarge = 0xA400,         // EFBIG
-  kErrIllegalName = 0xBE00,      // ELOOP, a path that may not be used
-  kErrNameTooLong = 0xC300,      // ENAMETOOLONG
-  kErrNoRight = 0xD100,          // refused by the server's own rules
+  kErrNotPermitted = 0x0300,  // EPERM, EACCES, EROFS
+  kErrNotFound = 0x0700,      // ENOENT
+  kErrSeeErrno = 0x0800,      // errno alone tells the reason (EOPNOTSUPP, EILSEQ)
+  kErrCannotOpen = 0x0900,    // an open failed for a reason without a code of its own; ECONNREFUSED
+  kErrBadArgument = 0x0D00,   // EINVAL by the caller
+  kErrHostDown = 0x1100,      // EHOSTDOWN and other lost-peer errors
+  kErrQuota = 0x2400,         // EDQUOT
+  kErrNoSpace = 0x2900,       // ENOSPC
+  kErrInputOutput = 0x6C00,   // EIO, ENXIO, EREMOTEIO
+  kErrSystem = 0x8000,        // any other failed system call
+  kErrFolderExpected = 0xA000,  // a file stands where a folder must be
+  kErrFileExpected = 0xA200,    // a folder stands where a file must be
+  kErrExists = 0xA300,          // EEXIST under the policy "report the conflict"; ENOTEMPTY
+  kErrTooLarge = 0xA400,        // EFBIG
+  kErrIllegalName = 0xBE00,     // ELOOP, a path that may not be used
+  kErrNameTooLong = 0xC300,     // ENAMETOOLONG
+  kErrNoRight = 0xD100,         // refused by the server's own rules
 };
 
 // Where the current code was set. `file` is the pointer that the setter gave.

@@ -30,9 +30,9 @@ struct TAVOCOPYOPTIONS {
   // 1 replaces an existing file, 0 leaves it in place (success), -1 reports it
   // (kErrExists).
   std::int32_t conflictPolicy;
-  std::int32_t moveFlag;         // 1: a move; the source's owner is kept
-  std::int32_t keepMetadata;     // 1: modes, times, attributes and ACLs are copied
-  std::int32_t removeSourceFlag; // 1: sources are removed once their copy is safe
+  std::int32_t moveFlag;          // 1: a move; the source's owner is kept
+  std::int32_t keepMetadata;      // 1: modes, times, attributes and ACLs are copied
+  std::int32_t removeSourceFlag;  // 1: sources are removed once their copy is safe
   // Bytes moved since the last call; called on the calling thread, at least
   // every 8 MiB and ten times a second. Its result is not looked at. May be null.
   TAVOCopyProgress progress;
@@ -41,7 +41,7 @@ struct TAVOCOPYOPTIONS {
   // When set, a conflicting file inside a merged folder gets a free name
   // instead of being skipped. May be null.
   TAVOCopyNewName newName;
-  std::int32_t userId;   // owner of what a copy makes; used as root only
+  std::int32_t userId;  // owner of what a copy makes; used as root only
   std::int32_t groupId;
 };
 

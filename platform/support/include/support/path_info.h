@@ -10,10 +10,11 @@ struct PathInfo {
   std::string sharePath;   // as the user names it: "/SHARE/rest", "/home/rest", "sftp://NAME/rest"
   std::string remoteBase;  // on a remote mount: the same path on the server
   std::string realPath;    // absolute and canonical but for its last component
-  std::string share;       // share name without slashes ("home" for the home area), or a mount's base URI
-  std::string volume;      // mount point of the file system that holds it
-  std::string mountUri;    // base URI of the remote mount
-  std::string codePage;    // character set of names there
+  std::string
+      share;  // share name without slashes ("home" for the home area), or a mount's base URI
+  std::string volume;    // mount point of the file system that holds it
+  std::string mountUri;  // base URI of the remote mount
+  std::string codePage;  // character set of names there
 };
 
 class PathInfoFactory {

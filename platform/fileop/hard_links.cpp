@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "conflict.h"
 #include "pending_file.h"
 
@@ -17,6 +19,13 @@ struct Earlier {
 int MakeHardLink(int folder, const char* name, const void* how) {
   const auto& earlier = *static_cast<const Earlier*>(how);
   return ::linkat(earlier.folder, earlier.name, folder, name, 0);
+}
+
+// A name that replaces another file must stand for data that is on disk.
+bool IsOnDisk(const Earlier& earlier) {
+  const core::UniqueFd copy(
+      ::openat(earlier.folder, earlier.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  return copy.valid() && (::fdatasync(copy.get()) == 0 || errno == EINVAL);
 }
 
 }  // namespace
@@ -38,6 +47,10 @@ int HardLinks::TryLink(Job& job) {
       !(IdentityOf(st) == copy.file)) {
     Forget(at);
     return 0;
+  }
+  if (job.replace && !IsOnDisk(earlier)) {
+    Forget(at);
+    return 0;  // a copy of its own can be synced
   }
   PendingFile node;
   if (node.CreateNode(job.to, job.to_name, job.replace, MakeHardLink, &earlier) < 0) {

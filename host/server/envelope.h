@@ -23,9 +23,4 @@ std::string FailureText(int code, const Json::Value& detail);
 // A failure whose detail is {"message": words}.
 std::string FailureWords(int code, const std::string& message);
 
-bool IsUtf8(const std::string& text);
-
-// `text` with every byte that is no part of a UTF-8 character replaced by U+FFFD.
-std::string WithReplacements(const std::string& text);
-
 }  // namespace host

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "core/unique_fd.h"
+#include "core/utf8.h"
 #include "envelope.h"
 #include "support/errors.h"
 #include "support/path_info.h"
@@ -82,7 +83,7 @@ Json::Value EntryValue(const std::string& name, const struct stat& st) {
   value["size"] = Json::Value::UInt64(S_ISREG(st.st_mode) ? st.st_size : 0);
   value["mtime"] = Json::Value::Int64(st.st_mtime);
   value["hidden"] = name.front() == '.' || name == "@eaDir";
-  if (!IsUtf8(name)) value["damaged_name"] = true;
+  if (!core::IsUtf8(name)) value["damaged_name"] = true;
   return value;
 }
 

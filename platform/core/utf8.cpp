@@ -30,21 +30,38 @@ bool SecondFits(unsigned char lead, unsigned char second) {
   }
 }
 
+// Length of the character that `text` begins with; 0 when there is none.
+std::size_t CharacterLength(std::string_view text) {
+  const auto lead = static_cast<unsigned char>(text[0]);
+  const std::size_t length = SequenceLength(lead);
+  if (length == 0 || text.size() < length) return 0;
+  if (length > 1 && !SecondFits(lead, static_cast<unsigned char>(text[1]))) return 0;
+  for (std::size_t i = 2; i < length; ++i) {
+    if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) return 0;
+  }
+  return length;
+}
+
 }  // namespace
 
 bool IsUtf8(std::string_view text) {
-  std::size_t at = 0;
-  while (at < text.size()) {
-    const auto lead = static_cast<unsigned char>(text[at]);
-    const std::size_t length = SequenceLength(lead);
-    if (length == 0 || text.size() - at < length) return false;
-    if (length > 1 && !SecondFits(lead, static_cast<unsigned char>(text[at + 1]))) return false;
-    for (std::size_t i = 2; i < length; ++i) {
-      if ((static_cast<unsigned char>(text[at + i]) & 0xC0) != 0x80) return false;
-    }
-    at += length;
+  while (!text.empty()) {
+    const std::size_t length = CharacterLength(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
   }
   return true;
+}
+
+std::string ReplaceInvalidUtf8(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t length = CharacterLength(text);
+    out += length == 0 ? "\xEF\xBF\xBD" : text.substr(0, length);
+    text.remove_prefix(length == 0 ? 1 : length);
+  }
+  return out;
 }
 
 }  // namespace core

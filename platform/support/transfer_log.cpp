@@ -16,8 +16,8 @@
 
 #include "core/config.h"
 #include "core/unique_fd.h"
+#include "core/utf8.h"
 #include "user_record.h"
-#include "utf8.h"
 
 namespace {
 
@@ -101,11 +101,11 @@ std::string FormatLine(const char* user, const char* text, std::uint64_t size, i
                        bool isDir) {
   Json::Value line(Json::objectValue);
   line["time"] = static_cast<Json::Int64>(std::time(nullptr));
-  line["user"] = support::ReplaceInvalidUtf8(user);
+  line["user"] = core::ReplaceInvalidUtf8(user);
   line["action"] = action == kXferMove ? "move" : "copy";
   line["size"] = static_cast<Json::UInt64>(size);
   line["folder"] = isDir;
-  line["text"] = support::ReplaceInvalidUtf8(text);
+  line["text"] = core::ReplaceInvalidUtf8(text);
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
   builder["emitUTF8"] = true;

@@ -1,5 +1,5 @@
 """A throw-away vsftpd, with TLS and a certificate of its own when asked."""
-from throwaway import ThrowAwayServer, arguments, run, serve
+from throwaway import ThrowAwayServer, arguments, make_certificate, serve
 
 PASSWORD = "s3cret word"
 
@@ -20,10 +20,7 @@ class FtpServer(ThrowAwayServer):
         password.write_text(PASSWORD + "\n")
         password.chmod(0o600)
         if self.tls:
-            run("/usr/bin/openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
-                "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj", "/CN=127.0.0.1",
-                "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", self.own / "server.key",
-                "-out", self.own / "server.pem")
+            make_certificate(self.own)
 
     def command(self):
         config = {

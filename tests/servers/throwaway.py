@@ -28,6 +28,14 @@ def run(*command):
                    stderr=subprocess.DEVNULL)
 
 
+def make_certificate(folder):
+    """server.pem and server.key for 127.0.0.1, known to nobody else."""
+    run("/usr/bin/openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+        "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj", "/CN=127.0.0.1",
+        "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", folder / "server.key",
+        "-out", folder / "server.pem")
+
+
 def descendants(pid):
     """Pids of the processes below `pid`."""
     children = {}
@@ -59,6 +67,7 @@ class ThrowAwayServer:
     protocol = ""
     program = ""      # what must be installed
     greeting = b""    # how a server that takes connections begins to talk; may be empty
+    preforks = False  # its processes are there before any connection, and stay
 
     def __init__(self, root):
         self.root = pathlib.Path(root).resolve()
@@ -108,7 +117,7 @@ class ThrowAwayServer:
         else:
             return False
         # The probe counts as a connection until its session has gone.
-        while self.sessions() and time.monotonic() < end:
+        while not self.preforks and self.sessions() and time.monotonic() < end:
             time.sleep(0.01)
         return self.process.poll() is None
 

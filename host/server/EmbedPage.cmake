@@ -1,13 +1,15 @@
-# Writes OUTPUT, a source file that holds the files of FOLDER and FindPageFile.
-#   cmake -DFOLDER=… -DOUTPUT=… -P EmbedPage.cmake
-file(GLOB files RELATIVE ${FOLDER} ${FOLDER}/*)
-list(SORT files)
+# Writes OUTPUT, a source file that holds the files of FOLDER, ALSO one more file, and FindPageFile.
+#   cmake -DFOLDER=… -DALSO=… -DOUTPUT=… -P EmbedPage.cmake
+file(GLOB paths ${FOLDER}/*)
+list(SORT paths)
+list(APPEND paths ${ALSO})
 
 set(arrays "")
 set(rows "")
 set(index 0)
-foreach(file ${files})
-  file(READ ${FOLDER}/${file} hex HEX)
+foreach(from ${paths})
+  get_filename_component(file ${from} NAME)
+  file(READ ${from} hex HEX)
   string(LENGTH "${hex}" digits)
   math(EXPR size "${digits} / 2")
   string(REGEX REPLACE "([0-9a-f][0-9a-f])" "\\\\x\\1" bytes "${hex}")
@@ -23,6 +25,8 @@ foreach(file ${files})
     set(type "text/javascript; charset=utf-8")
   elseif(file MATCHES "\\.css$")
     set(type "text/css; charset=utf-8")
+  elseif(file MATCHES "\\.json$")
+    set(type "application/json")
   elseif(file MATCHES "\\.svg$")
     set(type "image/svg+xml")
   elseif(file MATCHES "\\.png$")

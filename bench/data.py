@@ -8,11 +8,13 @@ import stat
 
 SEED = 20260101
 BLOCK = 1 << 20
+SPARSE, SPARSE_SIZE, SPARSE_DATA = "sparse.bin", 4 << 30, 64 << 20
 
 
-def make_tree(root, files=30000, folders=300, mean=8192, seed=SEED):
-    """A tree of many small files: log-normal sizes of `mean` bytes on average."""
+def make_tree(root, files=30000, mean=8192, seed=SEED):
+    """A tree of small files, 100 in a folder: log-normal sizes of `mean` bytes on average."""
     dice = random.Random(seed)
+    folders = max(1, files // 100)
     sigma = 1.5
     mu = math.log(mean) - sigma * sigma / 2
     noise = dice.randbytes(4 * BLOCK)
@@ -40,6 +42,16 @@ def make_large(root, size=2 << 30, seed=SEED):
         left = size
         while left > 0:
             left -= file.write(block[:min(left, len(block))])
+
+
+def make_sparse(root):
+    """One file with a piece of data at the end of each of 64 equal stretches."""
+    block = random.Random(SEED).randbytes(SPARSE_DATA // 64)
+    os.makedirs(root)
+    with open(f"{root}/{SPARSE}", "wb", buffering=0) as file:
+        for number in range(1, 65):
+            file.seek(SPARSE_SIZE // 64 * number - len(block))
+            file.write(block)
 
 
 def make_tiny(root, files, per_folder=1000):
@@ -77,13 +89,20 @@ def count(root):
     return files, folders, size
 
 
-class Different(Exception):
+def allocated(root):
+    """Bytes in the blocks of the files below `root` that are not empty."""
+    return sum(os.lstat(os.path.join(folder, name)).st_blocks * 512
+               for folder, _, names in os.walk(root) for name in names)
+
+
+class Different(RuntimeError):
     """A copy is not what it should be."""
 
 
 def compare(source, copy):
     """Raises Different unless `copy` has the same names, kinds, sizes and contents as `source`."""
     filecmp.clear_cache()
+    filecmp.BUFSIZE = BLOCK
     pending = [""]
     while pending:
         place = pending.pop()
@@ -100,3 +119,35 @@ def compare(source, copy):
                 pending.append(os.path.join(place, name))
             elif a.st_size != b.st_size or not filecmp.cmp(one, two, shallow=False):
                 raise Different(f"{two} differs from {one}")
+
+
+def extents(file):
+    """[begin, end) of each piece of data between the holes."""
+    found, end = [], 0
+    while True:
+        try:
+            begin = os.lseek(file, end, os.SEEK_DATA)
+        except OSError:
+            return found  # only a hole is left
+        end = os.lseek(file, begin, os.SEEK_HOLE)
+        found.append((begin, end))
+
+
+def read_extents(path):
+    """What lies between the holes; brings it into the page cache."""
+    with open(path, "rb", buffering=0) as file:
+        return [(begin, os.pread(file.fileno(), end - begin, begin))
+                for begin, end in extents(file.fileno())]
+
+
+def compare_sparse(source, copy):
+    """Raises Different unless size, data, holes and the number of blocks are the same."""
+    for path in (source, copy):
+        with open(path, "rb") as file:
+            os.fsync(file.fileno())
+    one, two = os.stat(source), os.stat(copy)
+    if one.st_size != two.st_size or read_extents(source) != read_extents(copy):
+        raise Different(f"{copy} differs from {source}")
+    if one.st_blocks != two.st_blocks:
+        raise Different(f"{copy} holds {two.st_blocks} blocks of 512 bytes, "
+                        f"{source} {one.st_blocks}")

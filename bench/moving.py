@@ -1,14 +1,19 @@
 """Moves: across two file systems, and within one."""
+import os
+import time
+
 import data
 import peers
 import report
 import stack
 import volumes
-from copying import OURS, places, prepare, turns
+from copying import OURS, check_ratio, described, places, prepare, tree_size, turns
 
 ACROSS = "cp -a; sync; rm -r"
 RENAME = "mv"
+FLOOR = "rename() alone"  # a loop of the one system call that a move must make
 ENTRIES = 10000
+OVERHEAD = 50  # milliseconds
 
 
 def across(program, source, dest):
@@ -23,7 +28,14 @@ def across(program, source, dest):
 def rename(program, source, dest, names):
     if program == OURS:
         with stack.server({"in": source, "out": dest}) as client:
-            return client.run([f"/in/tree/{name}" for name in names], "/out", remove_src=True)
+            return client.run([f"/in/tree/{name}" for name in names], "/out", pause=0.002,
+                              remove_src=True)
+    if program == FLOOR:
+        pairs = [(f"{source}/tree/{name}", f"{dest}/{name}") for name in names]
+        begin = time.perf_counter()
+        for old, new in pairs:
+            os.rename(old, new)
+        return time.perf_counter() - begin
     return peers.timed(["mv", "-t", dest, *(f"{source}/tree/{name}" for name in names)])[0]
 
 
@@ -35,7 +47,7 @@ def expect(place, wanted):
 
 def measure_across(arguments):
     seconds = {OURS: [], ACROSS: []}
-    size = (1 << 30) + arguments.files * 64 * 1024
+    size = tree_size(arguments.files)
     with volumes.Workshop(arguments.backing) as workshop:
         source_template = workshop.template(
             "source", arguments.fs, size,
@@ -52,7 +64,7 @@ def measure_across(arguments):
 
 
 def measure_rename(arguments, entries):
-    seconds = {OURS: [], RENAME: []}
+    seconds = {OURS: [], RENAME: [], FLOOR: []}
     with volumes.Workshop(arguments.backing) as workshop:
         template = workshop.template(
             "source", arguments.fs, 1 << 30,
@@ -68,10 +80,29 @@ def measure_rename(arguments, entries):
     return seconds
 
 
-def run(arguments):
-    groups = {f"{arguments.files} small files to another file system": measure_across(arguments),
-              "1 entry within a file system": measure_rename(arguments, 1),
-              f"{ENTRIES} entries within a file system": measure_rename(arguments, ENTRIES)}
+def result_of(arguments, groups):
     parameters = {"fs": arguments.fs, "rounds": arguments.rounds,
                   "cache": "cold" if arguments.cold else "warm", "files": arguments.files}
     return report.result("move", parameters, groups, ["cp -a", "mv"], (ACROSS, RENAME))
+
+
+def run_across(arguments):
+    arguments.two_fs = True
+    group = f"{arguments.files} small files to another file system"
+    result = result_of(arguments, {group: measure_across(arguments)})
+    check_ratio(result, group, described(arguments, f"move of {arguments.files} small files"), 1.0,
+                ACROSS)
+    return result
+
+
+def run_within(arguments):
+    arguments.two_fs = False
+    groups = {count: f"{count} {'entry' if count == 1 else 'entries'} within a file system"
+              for count in (1, ENTRIES)}
+    result = result_of(arguments, {title: measure_rename(arguments, count)
+                                   for count, title in groups.items()})
+    for title in groups.values():
+        more = report.median_of(result, title, OURS) - report.median_of(result, title, FLOOR)
+        report.check(result, f"move of {title} ({arguments.fs}): over the renames alone",
+                     more * 1000, OVERHEAD, "ms")
+    return result

@@ -1,7 +1,9 @@
 """The programs that the server is measured against."""
+import contextlib
 import os
 import pathlib
 import shutil
+import socket
 import subprocess
 import sys
 import time
@@ -12,8 +14,9 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 COPY = {
     "cp -a": lambda source, dest: ["cp", "-a", source, f"{dest}/"],
     "rsync -a": lambda source, dest: ["rsync", "-a", source, f"{dest}/"],
+    # As it comes. It drops owners, modes and links, which makes it no slower.
     "rclone copy": lambda source, dest: [
-        "rclone", "copy", "--metadata", "--links", source, f"{dest}/{os.path.basename(source)}"],
+        "rclone", "copy", source, f"{dest}/{os.path.basename(source)}"],
 }
 
 
@@ -29,6 +32,22 @@ def available(names):
         if not installed(name):
             print(f"{name.split()[0]} is not installed; measuring without it", file=sys.stderr)
     return [name for name in names if installed(name)]
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def wait_for_port(port, process, seconds=30):
+    """Until somebody listens there; raises when `process` has ended."""
+    end = time.monotonic() + seconds
+    while time.monotonic() < end and process.poll() is None:
+        with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", port), 5):
+            return
+        time.sleep(0.02)
+    raise RuntimeError(f"{process.args[0]} does not listen on port {port}")
 
 
 def timed(*commands):
@@ -48,6 +67,11 @@ def timed(*commands):
         if child.returncode != 0:
             raise RuntimeError(f"{' '.join(words[:6])}: {complaint.strip()[:500]}")
     return time.perf_counter() - begin, peak
+
+
+def warm(name):
+    """Brings the program itself into memory, so that only its data is cold."""
+    version(name)
 
 
 def version(name):

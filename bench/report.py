@@ -10,6 +10,7 @@ import sys
 
 import peers
 
+
 def machine():
     model = "unknown"
     for line in pathlib.Path("/proc/cpuinfo").read_text(encoding="utf-8").splitlines():
@@ -52,6 +53,39 @@ def result(benchmark, parameters, groups, names, bases=("cp -a",)):
     return {"benchmark": benchmark, "time": datetime.datetime.now().astimezone().isoformat(),
             "command": " ".join(sys.argv), "parameters": parameters, "machine": machine(),
             "versions": versions(names), "rows": rows}
+
+
+def median_of(result, group, program):
+    return next(row["median"] for row in result["rows"]
+                if row["group"] == group and row["program"] == program)
+
+
+def check(result, what, value, limit, unit="", at_least=False):
+    """Holds a figure of the result against its target. NaN meets none."""
+    met = value >= limit if at_least else value <= limit
+    result.setdefault("checks", []).append(
+        {"what": what, "value": value, "limit": limit, "unit": unit, "at_least": at_least,
+         "met": met})
+
+
+def figure(value, unit):
+    digits = 2 if not unit or value < 10 else 1
+    return f"{value:.{digits}f}{' ' + unit if unit else ''}"
+
+
+def target(check):
+    return f"{'at least' if check['at_least'] else 'at most'} {check['limit']:g} {check['unit']}".strip()
+
+
+def verdicts(result):
+    """Prints what was met and what was missed; whether all was met."""
+    checks = result.get("checks", [])
+    if checks:
+        print()
+    for one in checks:
+        print(f"  {'met   ' if one['met'] else 'MISSED'}  {one['what']}: "
+              f"{figure(one['value'], one['unit'])}, target {target(one)}")
+    return all(one["met"] for one in checks)
 
 
 def heading(report):

@@ -26,6 +26,7 @@ class Client:
     """One connection that is kept open, so that only the call itself is measured."""
 
     def __init__(self, port, token):
+        self.port = port
         self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=120)
         self.headers = {"Authorization": f"Bearer {token}", "Content-Type": "application/json"}
 
@@ -64,10 +65,16 @@ class Client:
             raise Refused(f"the task failed: {str(status)[:500]}")
         return status
 
-    def run(self, sources, dest, **params):
-        """Seconds from the start request to the answer that says finished."""
+    def run(self, sources, dest, started=None, watch=None, pause=0.005, **params):
+        """Seconds from the start request to the answer that says finished.
+
+        `started` is called with the task's id, `watch` between the questions.
+        """
         begin = time.perf_counter()
-        self.wait(self.start(sources, dest, **params))
+        task = self.start(sources, dest, **params)
+        if started:
+            started(task)
+        self.wait(task, pause, watch)
         return time.perf_counter() - begin
 
 

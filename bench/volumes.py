@@ -12,7 +12,9 @@ import time
 # ext4 would otherwise go on initialising itself in the background while it is measured.
 MAKE = {
     "ext4": ["mkfs.ext4", "-q", "-F", "-m", "0", "-E", "lazy_itable_init=0,lazy_journal_init=0"],
-    "xfs": ["mkfs.xfs", "-q", "-f", "-m", "reflink=1"],
+    # Copies of data; that blocks can be shared is measured for itself.
+    "xfs": ["mkfs.xfs", "-q", "-f", "-m", "reflink=0"],
+    "xfs, shared": ["mkfs.xfs", "-q", "-f", "-m", "reflink=1"],
 }
 
 
@@ -49,17 +51,30 @@ def drop_caches():
     pathlib.Path("/proc/sys/vm/drop_caches").write_text("3\n", encoding="ascii")
 
 
-class Workshop:
-    """A folder for images and mount points; everything in it is gone afterwards."""
+def bytes_read(path):
+    """What the device below the file system at `path` has read so far."""
+    device = os.stat(path).st_dev
+    words = pathlib.Path(f"/sys/dev/block/{os.major(device)}:{os.minor(device)}/stat").read_text()
+    return int(words.split()[2]) * 512
 
-    def __init__(self, backing):
-        self.backing = backing
-        self.images = self.mounts = None
+
+class Workshop:
+    """Folders for images and mount points; everything in them is gone afterwards.
+
+    With a `disk`, images of templates made with on_disk lie there.
+    """
+
+    def __init__(self, backing, disk=None):
+        self.backing, self.disk = backing, disk
+        self.images = self.disk_images = self.mounts = None
 
     def __enter__(self):
         with undisturbed():
             self.images = pathlib.Path(tempfile.mkdtemp(prefix="fennox-bench-", dir=self.backing))
             self.mounts = pathlib.Path(tempfile.mkdtemp(prefix="fennox-bench-"))
+            if self.disk:
+                self.disk_images = pathlib.Path(
+                    tempfile.mkdtemp(prefix="fennox-bench-", dir=self.disk))
         return self
 
     def __exit__(self, *_):
@@ -70,10 +85,12 @@ class Workshop:
                 place.rmdir()
             self.mounts.rmdir()
             shutil.rmtree(self.images)
+            if self.disk_images:
+                shutil.rmtree(self.disk_images)
 
-    def template(self, name, fs, size, fill=None, options=()):
+    def template(self, name, fs, size, fill=None, options=(), on_disk=False):
         """An image with what `fill(mount point)` puts there, to be mounted as fresh copies."""
-        image = self.images / f"{name}.template"
+        image = (self.disk_images if on_disk else self.images) / f"{name}.template"
         with open(image, "wb") as file:
             file.truncate(size)
         run(*MAKE[fs], *options, image)
@@ -85,7 +102,7 @@ class Workshop:
     @contextlib.contextmanager
     def volume(self, template, name):
         """A fresh copy of the template, mounted."""
-        image = self.images / name
+        image = template.with_name(name)
         try:
             run("cp", "--sparse=always", template, image)
             with self._mounted(image, name) as place:

@@ -7,6 +7,7 @@
 
 #include "conflict.h"
 #include "pending_file.h"
+#include "stable.h"
 
 namespace fileop {
 namespace {
@@ -25,7 +26,7 @@ int MakeHardLink(int folder, const char* name, const void* how) {
 bool IsOnDisk(const Earlier& earlier) {
   const core::UniqueFd copy(
       ::openat(earlier.folder, earlier.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  return copy.valid() && (::fdatasync(copy.get()) == 0 || errno == EINVAL);
+  return copy.valid() && SyncData(copy.get()) == 0;
 }
 
 }  // namespace

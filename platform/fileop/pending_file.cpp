@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "stable.h"
 #include "temp_name.h"
 
 namespace fileop {
@@ -154,7 +155,7 @@ int PendingFile::Commit(const std::string& name, bool replace) {
   }
   // Else a power cut could leave the new name in the journal, its data nowhere,
   // and the old content gone.
-  if (replace && fd_.valid() && ::fdatasync(fd_.get()) != 0 && errno != EINVAL) return -1;
+  if (replace && fd_.valid() && SyncData(fd_.get()) != 0) return -1;
   const int renamed = replace ? ::renameat(dir, stands_as_.c_str(), dir, name.c_str())
                               : RenameNoReplace(dir, stands_as_.c_str(), dir, name.c_str());
   committed_ = renamed == 0;

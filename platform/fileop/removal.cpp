@@ -7,6 +7,8 @@
 #include <cstring>
 #include <utility>
 
+#include "stable.h"
+
 namespace fileop {
 namespace {
 
@@ -43,9 +45,7 @@ int RemovalBatch::NeedsSync(const TargetFolder& folder) {
   for (const auto& target : targets_) {
     if (target.first == folder.id.dev) return 0;
   }
-  core::UniqueFd fd(::openat(folder.fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // Not readable: any file of it will do, and there is one.
-  if (!fd) fd.reset(::fcntl(folder.fd.get(), F_DUPFD_CLOEXEC, 0));
+  core::UniqueFd fd = OpenForSync(folder.fd.get());
   if (!fd) return Fail(errno, Side::kDestination);
   targets_.emplace_back(folder.id.dev, std::move(fd));
   return 0;
@@ -53,9 +53,7 @@ int RemovalBatch::NeedsSync(const TargetFolder& folder) {
 
 int RemovalBatch::Sync() {
   for (const auto& target : targets_) {
-    if (::syncfs(target.second.get()) == 0) continue;
-    if (errno != EBADF) return Fail(errno, Side::kDestination);
-    ::sync();  // the folder may only be entered, so its descriptor cannot sync
+    if (SyncVolume(target.second.get()) != 0) return Fail(errno, Side::kDestination);
   }
   return 0;
 }

@@ -31,7 +31,8 @@ class RemovalBatch {
   // another file by now, or has changed, stays.
   void Add(const std::shared_ptr<const Origin>& origin, std::string name, const struct stat& st);
 
-  // An open folder of the destination that must be synced before.
+  // An open folder of the destination that must be synced before. To be told
+  // before anything is written there: errors of the volume are seen from then on.
   [[nodiscard]] int NeedsSync(const TargetFolder& folder);
 
   bool Full() const { return records_.size() >= kMaxRecords || bytes_ >= kMaxBytes; }

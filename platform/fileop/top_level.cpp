@@ -77,8 +77,12 @@ int CarryFile(Request& request, Ends& ends) {
   if (S_ISDIR(st.st_mode)) return FailWith(core::kErrFileExpected, EISDIR, Side::kSource);
   job.st = st;
   const TAVOCOPYOPTIONS& options = *request.options;
-  const bool rename = request.removes && options.moveFlag != 0;
-  if (CarryEntry(job, {rename && st.st_dev == ends.to.id.dev, nullptr}) < 0) return -1;
+  const bool rename = request.removes && options.moveFlag != 0 && st.st_dev == ends.to.id.dev;
+  if (request.removes && !rename && request.args != nullptr &&
+      request.args->removals.NeedsSync(ends.to) < 0) {
+    return -1;
+  }
+  if (CarryEntry(job, {rename, nullptr}) < 0) return -1;
   ends.to_name = job.to_name;
   if (job.outcome == Outcome::kRenamed && options.progress != nullptr) {
     const auto* args = request.args;

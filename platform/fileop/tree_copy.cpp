@@ -200,11 +200,6 @@ void TreeCopy::StageRemoval(Level& level, const std::string& name, const struct 
     level.staged.emplace_back(name, st);
     return;
   }
-  if (removals_.NeedsSync(level.to) < 0) {
-    level.kept = true;
-    Note(LatestFailure());
-    return;
-  }
   removals_.Add(level.origin, name, st);
 }
 
@@ -289,6 +284,7 @@ int TreeCopy::OpenTarget(Place& place, Level* level) {
   }
   if (DescribeTarget(&level->to) < 0) return -1;
   if (level->to.id == level->from.id) return FailWith(core::kErrExists, EEXIST, Side::kUnknown);
+  if (request_.removes && removals_.NeedsSync(level->to) < 0) return -1;
   if (!level->fresh && !level->to.remote) CleanLeftovers(level->to.fd.get());
   level->open = true;
   return 0;

@@ -47,6 +47,7 @@ int TreeCopy::MergeUnseen(Level& level, TargetFolder& parent) {
   there.fd.reset(::openat(parent.fd.get(), level.to_name.c_str(), kOpenFolder));
   if (!there.fd) return FailWith(core::kErrFolderExpected, ENOTDIR, Side::kDestination);
   if (DescribeTarget(&there) < 0) return -1;
+  if (request_.removes && removals_.NeedsSync(there) < 0) return -1;
   SourceFolder dark;
   dark.path = level.to.path;
   dark.fd.reset(::fcntl(level.to.fd.get(), F_DUPFD_CLOEXEC, 0));

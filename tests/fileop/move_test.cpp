@@ -6,6 +6,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "copier.h"
@@ -16,7 +17,7 @@ namespace {
 
 // Called in place of these two system calls by everything in this process.
 std::function<int(const char* name)> on_unlink;
-std::function<int()> on_sync;
+std::function<int()> on_sync;  // above 0: success is told, and nothing done
 
 }  // namespace
 
@@ -28,7 +29,7 @@ extern "C" int unlinkat(int folder, const char* name, int flags) noexcept {
 }
 
 extern "C" int syncfs(int fd) noexcept {
-  if (on_sync && on_sync() != 0) return -1;
+  if (const int answer = on_sync ? on_sync() : 0; answer != 0) return std::min(answer, 0);
   static const auto real = reinterpret_cast<int (*)(int)>(::dlsym(RTLD_NEXT, "syncfs"));
   return real(fd);
 }
@@ -145,6 +146,33 @@ TEST_F(Move, ASyncThatFailsKeepsEverySource) {
   EXPECT_LT(copier.Folder(scratch_ / "src", other / "dst"), 0);
   EXPECT_EQ(copier.code, core::kErrInputOutput);
   EXPECT_EQ(Describe(scratch_ / "src"), before);
+}
+
+// On some kernels such a file system answers syncfs with success and has written
+// nothing.
+TEST_F(Move, ADestinationThatTurnedReadOnlyBeforeTheSyncKeepsEverySource) {
+  SKIP_UNLESS_ROOT();
+  for (const bool tree : {true, false}) {
+    SCOPED_TRACE(tree ? "tree" : "single file");
+    Volume other("ext4", 48, "errors=remount-ro");
+    SKIP_UNLESS_MOUNTED(other);
+    FillTree(scratch_ / "src");
+    const auto before = Describe(scratch_ / "src");
+    on_sync = [&] {
+      EXPECT_TRUE(other.MeetError());
+      return 1;
+    };
+    Copier copier(Kind::kMove);
+    if (tree) {
+      EXPECT_LT(copier.Folder(scratch_ / "src", other / "dst"), 0);
+      EXPECT_TRUE(copier.error == EROFS || copier.error == EIO) << copier.error;
+    } else {
+      EXPECT_EQ(copier.File(scratch_ / "src/d1/f1", other / "f1"), 0);
+      copier.Free();
+    }
+    on_sync = nullptr;
+    EXPECT_EQ(Describe(scratch_ / "src"), before);
+  }
 }
 
 TEST_F(Move, SingleFilesShareOneSyncAndGoWhenTheHandleIsFreed) {

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <stdlib.h>
+#include <sys/sysmacros.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -67,7 +68,7 @@ Scratch::~Scratch() {
   Run("chmod -R u+rwx " + path_ + "; rm -rf " + path_);
 }
 
-Volume::Volume(const std::string& type, unsigned megabytes)
+Volume::Volume(const std::string& type, unsigned megabytes, const std::string& options)
     : image_(scratch_ / "image"), mount_(scratch_ / "mount") {
   MakeFolder(mount_);
   const std::string size = std::to_string(megabytes) + "M";
@@ -75,8 +76,9 @@ Volume::Volume(const std::string& type, unsigned megabytes)
     mounted_ = Run("mount -t tmpfs -o size=" + size + " tmpfs " + mount_);
     return;
   }
-  mounted_ = Run("truncate -s " + size + " " + image_) && Run("mkfs." + type + " " + image_) &&
-             Run("mount -o loop " + image_ + " " + mount_);
+  mounted_ =
+      Run("truncate -s " + size + " " + image_) && Run("mkfs." + type + " " + image_) &&
+      Run("mount -o loop" + (options.empty() ? "" : "," + options) + " " + image_ + " " + mount_);
   if (mounted_ && type == "ext4") ::rmdir((mount_ + "/lost+found").c_str());
 }
 
@@ -88,6 +90,16 @@ std::string Volume::Snapshot() const {
   const std::string copy = scratch_ / ("snapshot" + std::to_string(List(scratch_.path()).size()));
   Run("cp --sparse=always " + image_ + " " + copy);
   return copy;
+}
+
+bool Volume::MeetError() const {
+  const dev_t device = StatOf(mount_).st_dev;
+  const std::string link =
+      "/sys/dev/block/" + std::to_string(major(device)) + ":" + std::to_string(minor(device));
+  const std::string loop = std::filesystem::read_symlink(link).filename();
+  std::ofstream trigger("/sys/fs/ext4/" + loop + "/trigger_fs_error");
+  trigger << "provoked" << std::flush;
+  return trigger.good();
 }
 
 Recovered::Recovered(const std::string& image) {

@@ -26,8 +26,8 @@ class Scratch {
 // A file system in an image file, mounted for the test's duration.
 class Volume {
  public:
-  // `type`: ext4, xfs, btrfs, vfat or tmpfs.
-  Volume(const std::string& type, unsigned megabytes);
+  // `type`: ext4, xfs, btrfs, vfat or tmpfs; `options` as for mount.
+  Volume(const std::string& type, unsigned megabytes, const std::string& options = "");
   ~Volume();
   Volume(const Volume&) = delete;
   Volume& operator=(const Volume&) = delete;
@@ -38,6 +38,9 @@ class Volume {
 
   // The volume as a power cut at this moment would leave it.
   std::string Snapshot() const;
+
+  // Has an ext4 meet an error, which it answers as its options say.
+  bool MeetError() const;
 
  private:
   Scratch scratch_;

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "core/config.h"
+#include "core/user_list.h"
 #include "envelope.h"
 #include "folder_list.h"
 #include "support/errors.h"
@@ -51,7 +52,7 @@ std::string Shares(const Call& call) {
     list.append(value);
   }
   for (const core::RemoteConfig& remote : core::CurrentConfig().remotes) {
-    if (!support::ListNames(remote.users, call.user)) continue;
+    if (!core::IsUserListed(call.user, remote.users)) continue;
     Json::Value value(Json::objectValue);
     value["name"] = remote.name;
     value["path"] = remote.protocol + "://" + remote.name + "/";

@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -19,6 +21,7 @@
 #include "launcher_link.h"
 #include "names.h"
 #include "options.h"
+#include "vfs/vfs.h"
 
 namespace {
 
@@ -82,6 +85,10 @@ int Serve(const core::Config& config, const std::string& module) {
 
   std::string err;
   if (!host::PrepareState(config, &err)) return Fail(err);
+  // Workers of several users share the queue's file, which only the server can make.
+  if (settings.several_users && !config.remotes.empty() && !vfs::PrepareQueue()) {
+    return Fail(config.server.state + "/run: " + std::strerror(errno));
+  }
   // Before any thread, and before any secret is read: what it forks inherits its memory.
   host::LauncherLink launcher;
   if (!launcher.Start(module, kIdleProcesses, &err)) return Fail(err);

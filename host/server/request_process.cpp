@@ -15,6 +15,7 @@
 #include "envelope.h"
 #include "frames.h"
 #include "host_calls.h"
+#include "remote_access.h"
 #include "support/errors.h"
 
 namespace host {
@@ -33,6 +34,7 @@ std::string CallPlugin(const Call& call, const Plugin& plugin) {
 // The answer, whatever the handler throws.
 std::string AnswerTo(const Call& call, const Plugin& plugin) {
   try {
+    KeepSecretsFor(call);
     return call.api.empty() ? AnswerHostCall(call) : CallPlugin(call, plugin);
   } catch (const Json::Exception& e) {
     // A parameter of a type that has no meaning for the method.

@@ -9,6 +9,7 @@
 
 #include "core/config.h"
 #include "core/error.h"
+#include "core/user_list.h"
 #include "ftp_family.h"
 #include "vfs/vfs.h"
 
@@ -63,11 +64,14 @@ void Cloud::CleanupCurlGlobal() { curl_global_cleanup(); }
 
 std::string Cloud::GetServerPathBySharePath(const std::string& remotePath) const {
   if (!remotePath.empty() && remotePath[0] == '/') return remotePath;
-  if (serverId_.empty() || remotePath.compare(0, serverId_.size(), serverId_) != 0) return {};
+  // The base folder itself may stand without its last slash.
+  const std::string path = remotePath + (remotePath.size() + 1 == serverId_.size() ? "/" : "");
+  if (serverId_.empty() || !path.starts_with(serverId_)) return {};
   vfs::MountInfo mount;
   const std::string base =
       vfs::FindBySharePath(serverId_, &mount) ? mount.remote_base : std::string("/");
-  const std::string rest = remotePath.substr(serverId_.size());
+  const std::string rest = path.substr(serverId_.size());
+  if (rest.empty() && !base.empty()) return base;
   return base + (base.empty() || base.back() != '/' ? "/" : "") + rest;
 }
 
@@ -81,7 +85,7 @@ bool Dropbox::CopyFromRef(Cloud* /*dest*/, const std::string& /*sourceServerPath
 Cloud* Utils::CreateCloudByURI(uid_t uid, const std::string& uri, int /*configMode*/) {
   vfs::MountInfo mount;
   if (!vfs::FindBySharePath(uri, &mount)) return Refuse(ENOENT, core::kErrNotFound), nullptr;
-  if (!vfs::IsUserListed(NameOf(uid), mount.users)) {
+  if (!core::IsUserListed(NameOf(uid), mount.users)) {
     return Refuse(EACCES, core::kErrNotPermitted), nullptr;
   }
   for (const core::RemoteConfig& remote : core::CurrentConfig().remotes) {

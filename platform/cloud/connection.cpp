@@ -88,7 +88,8 @@ bool Connection::PrepareLogin(std::string* err) {
   if (!remote_.user.empty()) Set(CURLOPT_USERNAME, remote_.user.c_str());
   if (IsSftp() && !remote_.key_file.empty()) {
     Set(CURLOPT_SSH_AUTH_TYPES, static_cast<long>(CURLSSH_AUTH_PUBLICKEY));
-    Set(CURLOPT_SSH_PRIVATE_KEYFILE, remote_.key_file.c_str());
+    if (key_.path().empty() && !key_.Open(remote_.key_file, err)) return false;
+    Set(CURLOPT_SSH_PRIVATE_KEYFILE, key_.path().c_str());
     if (have_password_) Set(CURLOPT_KEYPASSWD, password_.c_str());
     return true;
   }

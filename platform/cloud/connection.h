@@ -10,6 +10,7 @@
 
 #include "core/config.h"
 #include "flow.h"
+#include "secret_file.h"
 
 namespace TAVOCloud {
 
@@ -66,6 +67,7 @@ class Connection {
   core::RemoteConfig remote_;
   std::string password_;
   bool have_password_ = false;
+  SecretFile key_;
   bool options_taken_ = true;
   bool hurry_ = false;
   Flow* watched_ = nullptr;

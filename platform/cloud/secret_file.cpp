@@ -1,36 +1,41 @@
 #include "secret_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 
-#include "core/unique_fd.h"
+#include "core/secret.h"
 
 namespace TAVOCloud {
 
 bool ReadSecret(const std::string& path, std::string* secret, std::string* err) {
-  const core::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat status {};
-  if (!file || fstat(file.get(), &status) != 0) {
-    *err = path + ": " + std::strerror(errno);
-    return false;
-  }
-  if (!S_ISREG(status.st_mode) || (status.st_mode & 0077U) != 0) {
-    *err = path + ": must be a file that only its owner can read";
-    return false;
-  }
-  std::array<char, 4096> text{};
-  const ssize_t got = read(file.get(), text.data(), text.size());
-  const std::string all(text.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
-  *secret = all.substr(0, all.find_first_of("\r\n"));
+  std::string content;
+  if (!core::ReadSecretFile(path, &content, err)) return false;
+  *secret = content.substr(0, content.find_first_of("\r\n"));
   if (secret->empty() || secret->find('\0') != std::string::npos) {
     *err = path + ": holds no password";
     return false;
   }
+  return true;
+}
+
+bool SecretFile::Open(const std::string& file, std::string* err) {
+  std::string content;
+  if (!core::ReadSecretFile(file, &content, err)) return false;
+  if (!core::IsSecretKept(file)) {
+    path_ = file;
+    return true;
+  }
+  // This process may not read the file, so it gets one in memory that is its own.
+  memory_.reset(memfd_create("secret", MFD_CLOEXEC));
+  if (!memory_ || write(memory_.get(), content.data(), content.size()) !=
+                      static_cast<ssize_t>(content.size())) {
+    *err = file + ": " + std::strerror(errno);
+    return false;
+  }
+  path_ = "/proc/self/fd/" + std::to_string(memory_.get());
   return true;
 }
 

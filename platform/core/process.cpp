@@ -101,6 +101,11 @@ std::optional<std::uint64_t> ProcessStartTime(pid_t pid) {
   return ticks;
 }
 
+bool ProcessRuns(pid_t pid, std::uint64_t start) {
+  const auto running = ProcessStartTime(pid);
+  return running && *running == start;
+}
+
 void OpenLog(const char* ident, bool to_stderr) {
   log_settings = {ident, to_stderr};
   ReopenLog();

@@ -109,8 +109,8 @@ TempOwner OwnerOfTempName(const char* name) {
   Parts parts;
   if (!Parse(name, &parts)) return TempOwner::kNone;
   if (parts.machine != MachineId()) return TempOwner::kForeign;
-  const auto start = core::ProcessStartTime(static_cast<pid_t>(parts.pid));
-  return start.has_value() && *start == parts.start ? TempOwner::kLiving : TempOwner::kGone;
+  const bool runs = core::ProcessRuns(static_cast<pid_t>(parts.pid), parts.start);
+  return runs ? TempOwner::kLiving : TempOwner::kGone;
 }
 
 void CleanLeftovers(int folder) {

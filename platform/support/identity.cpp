@@ -1,6 +1,7 @@
 #include "support/identity.h"
 
 #include <grp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,6 +45,9 @@ bool Become(const TAVOUSER& user) {
   if (initgroups(user.name.c_str(), user.gid) != 0) return false;
   if (setresgid(user.gid, user.gid, user.gid) != 0) return false;
   if (setresuid(user.uid, user.uid, user.uid) != 0) return false;
+  // The memory may hold what the user must not read. The kernel closes it by itself
+  // only where it is not told otherwise.
+  prctl(PR_SET_DUMPABLE, 0);
   if (AllUserIdsAre(user.uid) && AllGroupIdsAre(user.gid)) return true;
   errno = EPERM;
   return false;

@@ -27,22 +27,13 @@ struct Area {
   std::string codePage;
   std::string rest;  // below the root, without slashes around it
   bool remote = false;
-  std::string remoteRoot;
 };
-
-std::string Join(std::string_view folder, std::string_view rest) {
-  std::string path(folder);
-  if (rest.empty()) return path;
-  if (!path.ends_with('/')) path += '/';
-  return path.append(rest);
-}
 
 int FindRemoteArea(const std::string& path, Area* area) {
   vfs::MountInfo mount;
   if (!vfs::FindBySharePath(path, &mount)) return WEBFM_NO_SHARE;
   std::string rest = path.substr(std::min(path.size(), mount.base_uri.size()));
-  *area = {mount.mount_path, mount.base_uri, mount.code_page,
-           std::move(rest),  true,           mount.remote_base};
+  *area = {mount.mount_path, mount.base_uri, mount.code_page, std::move(rest), true};
   return WEBFM_OK;
 }
 
@@ -52,12 +43,12 @@ int FindLocalArea(const char* userName, const std::string& path, Area* area) {
   if (name == support::kHomeShare) {
     const support::UserRecord user = support::FindUser(userName);
     if (!user) return WEBFM_UNKNOWN_USER;
-    *area = {user->home, std::string(name), "UTF-8", std::move(rest), false, ""};
+    *area = {user->home, std::string(name), "UTF-8", std::move(rest), false};
     return WEBFM_OK;
   }
   const core::ShareConfig* share = support::FindShare(name);
   if (!share) return WEBFM_NO_SHARE;
-  *area = {share->path, share->name, share->code_page, std::move(rest), false, ""};
+  *area = {share->path, share->name, share->code_page, std::move(rest), false};
   return WEBFM_OK;
 }
 
@@ -101,9 +92,9 @@ int Resolve(const Area& area, PathInfo* info) {
   info->codePage = area.codePage;
   info->volume = support::MountPointOf(info->realPath);
   if (area.remote) {
-    std::string_view below = std::string_view(info->realPath).substr(root.size());
-    if (below.starts_with('/')) below.remove_prefix(1);
-    info->remoteBase = Join(area.remoteRoot.empty() ? "/" : area.remoteRoot, below);
+    // The base URI ends with the slash that the rest begins with.
+    info->remoteBase = area.share.substr(0, area.share.size() - 1);
+    info->remoteBase.append(info->realPath, root.size());
     info->mountUri = area.share;
   }
   return WEBFM_OK;

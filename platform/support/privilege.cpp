@@ -4,10 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 
-#include "groups.h"
+#include "core/user_list.h"
 #include "share_lookup.h"
 #include "support/errors.h"
 #include "support/path_info.h"
@@ -21,8 +20,8 @@ namespace {
 enum PrivType : int { kNone = 0, kRead = 1, kWrite = 2 };
 
 PrivType RightsOn(const core::ShareConfig& share, const std::string& user) {
-  if (ListNames(share.write, user)) return kWrite;
-  return ListNames(share.read, user) ? kRead : kNone;
+  if (core::IsUserListed(user, share.write)) return kWrite;
+  return core::IsUserListed(user, share.read) ? kRead : kNone;
 }
 
 bool HasHome(const std::string& user) {
@@ -46,7 +45,7 @@ bool FindRights(const std::string& path, const std::string& user, Rights* rights
   if (vfs::FindBySharePath(path, &mount)) {
     const core::RemoteConfig* remote = FindRemote(mount.name);
     if (!remote) return false;
-    *rights = {ListNames(remote->users, user) ? kWrite : kNone, 0};
+    *rights = {core::IsUserListed(user, remote->users) ? kWrite : kNone, 0};
     return true;
   }
   const core::ShareConfig* share = FindShare(ShareNameOf(path));
@@ -56,21 +55,6 @@ bool FindRights(const std::string& path, const std::string& user, Rights* rights
 }
 
 }  // namespace
-
-bool ListNames(const std::vector<std::string>& list, const std::string& user) {
-  std::vector<gid_t> groups;
-  for (const std::string& entry : list) {
-    if (entry == "*" || (!entry.empty() && entry == user)) return true;
-    gid_t gid = 0;
-    if (!entry.starts_with('@') || !FindGroup(entry.substr(1), &gid)) continue;
-    if (groups.empty()) {
-      const UserRecord record = FindUser(user.c_str());
-      if (record) groups = GroupsOf(user, record->gid);
-    }
-    if (std::find(groups.begin(), groups.end(), gid) != groups.end()) return true;
-  }
-  return false;
-}
 
 std::vector<ShareView> SharesOf(const std::string& user) {
   std::vector<ShareView> views;

@@ -59,9 +59,7 @@ bool AnyRuns(pid_t pid, const std::vector<std::optional<std::int64_t>>& starts) 
 }  // namespace
 
 bool WorkerRuns(std::int64_t pid, std::optional<std::int64_t> start) {
-  if (!start) return false;
-  const auto running = core::ProcessStartTime(static_cast<pid_t>(pid));
-  return running && static_cast<std::int64_t>(*running) == *start;
+  return start && core::ProcessRuns(static_cast<pid_t>(pid), static_cast<std::uint64_t>(*start));
 }
 
 }  // namespace tasks::internal

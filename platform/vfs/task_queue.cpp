@@ -44,8 +44,8 @@ bool IsHidden(pid_t pid) {
 }
 
 bool IsAlive(const QueueEntry& entry) {
-  const auto start = core::ProcessStartTime(entry.pid);
-  return start ? *start == entry.start : IsHidden(entry.pid);
+  return core::ProcessRuns(entry.pid, entry.start) ||
+         (!core::ProcessStartTime(entry.pid) && IsHidden(entry.pid));
 }
 
 void DropDead(QueueEntries& entries) {

@@ -138,6 +138,14 @@ TEST(ProcessStartTime, NamesALivingProcess) {
   for (const pid_t none : {0, -1, 0x7FFFFFFF}) EXPECT_FALSE(core::ProcessStartTime(none));
 }
 
+TEST(ProcessRuns, OnlyTheProcessOfThatPidAndStart) {
+  const auto own = core::ProcessStartTime(getpid());
+  ASSERT_TRUE(own.has_value());
+  EXPECT_TRUE(core::ProcessRuns(getpid(), *own));
+  EXPECT_FALSE(core::ProcessRuns(getpid(), *own + 1));
+  EXPECT_FALSE(core::ProcessRuns(0x7FFFFFFF, 0));
+}
+
 TEST(ProcessStartTime, IsReadPastAnyCommandName) {
   const auto own = core::ProcessStartTime(getpid());
   char before[16];

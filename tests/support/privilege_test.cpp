@@ -54,19 +54,6 @@ TEST_F(PrivilegeTest, ListsDecideAndWritersMayRead) {
   }
 }
 
-TEST_F(PrivilegeTest, GroupsAreResolvedThroughTheUserDatabase) {
-  const struct passwd* own = getpwuid(geteuid());
-  ASSERT_NE(own, nullptr);
-  const struct group* main = getgrgid(own->pw_gid);
-  ASSERT_NE(main, nullptr);
-  const std::string user = own->pw_name;
-  EXPECT_TRUE(support::ListNames({"x", std::string("@") + main->gr_name}, user));
-  EXPECT_FALSE(support::ListNames({std::string("@") + main->gr_name}, "no-such-user-here"));
-  EXPECT_FALSE(support::ListNames({"@no-such-group-here", "@", user + "x", ""}, user));
-  EXPECT_FALSE(support::ListNames({""}, ""));
-  EXPECT_TRUE(support::ListNames({std::string("@") + main->gr_name, "*"}, "no-such-user-here"));
-}
-
 TEST_F(PrivilegeTest, UsersSeeTheSharesTheyMayRead) {
   Share("b", {"*"}, {});
   Share("hidden", {"somebody-else"}, {});

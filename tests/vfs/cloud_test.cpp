@@ -119,6 +119,7 @@ TEST(CloudTest, TheFirstSideToFailGivesTheReason) {
 TEST(CloudTest, ServerPathsComeFromTheServersOwnPathsOnly) {
   const MemoryCloud cloud("");
   EXPECT_EQ(cloud.GetServerPathBySharePath("sftp://mem/a/b"), "/a/b");
+  EXPECT_EQ(cloud.GetServerPathBySharePath("sftp://mem"), "/");
   EXPECT_EQ(cloud.GetServerPathBySharePath("/a/b"), "/a/b");
   EXPECT_EQ(cloud.GetServerPathBySharePath("sftp://mem2/a"), "");
   EXPECT_EQ(cloud.GetServerPathBySharePath(""), "");

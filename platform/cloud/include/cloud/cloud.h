@@ -55,6 +55,9 @@ class Cloud {
   static void InitCurlGlobal();
   static void CleanupCurlGlobal();
 
+  // The path on the server of a path on the mount, PROTOCOL://NAME/rest, its rest in
+  // bytes as they stand there; an absolute path is one already. Empty for a path on
+  // another mount.
   std::string GetServerPathBySharePath(const std::string& remotePath) const;
   // The server's id, equal to the mount's base URI.
   std::string GetServerID() const { return serverId_; }
@@ -77,8 +80,9 @@ class Dropbox {
 
 class Utils {
  public:
-  // A new object for the server behind `uri`, owned by the caller; null when
-  // there is no such mount or the user may not use it.
+  // A new object for the server behind `uri`, the base URI of a mount or any path on
+  // it, owned by the caller; null when there is no such mount or the user may not
+  // use it.
   static Cloud* CreateCloudByURI(uid_t uid, const std::string& uri, int configMode);
 };
 

@@ -21,6 +21,9 @@ namespace core {
 // it is a zombie.
 std::optional<std::uint64_t> ProcessStartTime(pid_t pid);
 
+// True while the process lives that had this pid and start time.
+[[nodiscard]] bool ProcessRuns(pid_t pid, std::uint64_t start);
+
 // Opens the system log under `ident` (must outlive the process); with
 // `to_stderr` every line is also written to standard error, and detached
 // children keep that stream.

@@ -7,9 +7,12 @@
 
 // A resolved path.
 struct PathInfo {
-  std::string sharePath;   // as the user names it: "/SHARE/rest", "/home/rest", "sftp://NAME/rest"
-  std::string remoteBase;  // on a remote mount: the same path on the server
-  std::string realPath;    // absolute and canonical but for its last component
+  std::string sharePath;  // as the user names it: "/SHARE/rest", "/home/rest", "sftp://NAME/rest"
+  // On a remote mount: base URI of the mount, and the path below it with every
+  // link followed, in bytes as they stand on the server. Without a slash at its end,
+  // so that "/NAME" can be put behind it.
+  std::string remoteBase;
+  std::string realPath;  // absolute and canonical but for its last component
   std::string
       share;  // share name without slashes ("home" for the home area), or a mount's base URI
   std::string volume;    // mount point of the file system that holds it

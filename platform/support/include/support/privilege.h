@@ -28,7 +28,4 @@ struct ShareView {
 // area first.
 std::vector<ShareView> SharesOf(const std::string& user);
 
-// True when `user` is named by a list of users, "@group" and "*".
-bool ListNames(const std::vector<std::string>& list, const std::string& user);
-
 }  // namespace support

@@ -101,7 +101,4 @@ struct MountInfo {
 // The mount that holds an absolute local path. False when there is none.
 [[nodiscard]] bool FindByFullPath(const std::string& path, MountInfo* out);
 
-// Does a list of users ("alice", "@group", "*") name the user?
-[[nodiscard]] bool IsUserListed(const std::string& user, const std::vector<std::string>& list);
-
 }  // namespace vfs

@@ -2,8 +2,13 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <chrono>
 #include <cstring>
+#include <string_view>
+#include <thread>
 #include <utility>
 
 #include "secret_file.h"
@@ -13,11 +18,12 @@
 namespace TAVOCloud {
 namespace {
 
-constexpr long kConnectTimeout = 15;  // seconds, with the login
 constexpr long kHurriedTimeout = 5;
 constexpr long kStallTimeout = 60;
 constexpr long kReplyTimeout = 30;
 constexpr long kBufferSize = 512L << 10;
+constexpr int kTick = 200;  // milliseconds; how late a stop may be noticed
+constexpr int kMostIdleCalls = 3;
 constexpr int kImplicitTlsPort = 990;
 
 using CommandList = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
@@ -51,6 +57,24 @@ int OnTick(void* flow, curl_off_t /*dl*/, curl_off_t /*dl*/, curl_off_t /*ul*/, 
   return static_cast<Flow*>(flow)->IsCancelled() ? 1 : 0;
 }
 
+struct SizeReply {
+  std::uint64_t wanted;
+  bool right;
+};
+
+// Ends the request unless the wanted size is told before a rename begins.
+std::size_t OnReply(char* line, std::size_t /*one*/, std::size_t length, void* user) {
+  auto* reply = static_cast<SizeReply*>(user);
+  const std::string_view text(line, length);
+  if (text.substr(0, 4) == "213 ") {
+    std::uint64_t told = 0;
+    const auto parsed = std::from_chars(text.data() + 4, text.data() + text.size(), told);
+    reply->right = parsed.ec == std::errc() && told == reply->wanted;
+    return reply->right ? length : 0;
+  }
+  return text.substr(0, 3) == "350" && !reply->right ? 0 : length;
+}
+
 std::string HostInUrl(const core::RemoteConfig& remote) {
   const bool bare_ipv6 = remote.host.find(':') != std::string::npos && remote.host.front() != '[';
   std::string host = bare_ipv6 ? "[" + remote.host + "]" : remote.host;
@@ -73,7 +97,9 @@ std::string UrlOf(const core::RemoteConfig& remote, const std::string& path) {
 }  // namespace
 
 Connection::Connection(core::RemoteConfig remote)
-    : remote_(std::move(remote)), handle_(curl_easy_init()) {}
+    : remote_(std::move(remote)), driver_(curl_multi_init()), handle_(curl_easy_init()) {
+  if (driver_ != nullptr) (void)curl_multi_setopt(driver_.get(), CURLMOPT_MAXCONNECTS, 1L);
+}
 
 template <typename Value>
 void Connection::Set(CURLoption option, Value value) {
@@ -124,7 +150,7 @@ bool Connection::PrepareSecurity(std::string* err) {
 }
 
 void Connection::PreparePatience() {
-  Set(CURLOPT_CONNECTTIMEOUT, kConnectTimeout);
+  Set(CURLOPT_CONNECTTIMEOUT, 15L);  // seconds, with the login
   Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, kReplyTimeout);
   Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
   Set(CURLOPT_LOW_SPEED_TIME, kStallTimeout);
@@ -136,7 +162,7 @@ void Connection::PreparePatience() {
 }
 
 bool Connection::Prepare(const std::string& path, std::string* err) {
-  if (handle_ == nullptr) {
+  if (handle_ == nullptr || driver_ == nullptr) {
     *err = "out of memory";
     return false;
   }
@@ -147,7 +173,6 @@ bool Connection::Prepare(const std::string& path, std::string* err) {
   Set(CURLOPT_PATH_AS_IS, 1L);
   Set(CURLOPT_PROXY, "");  // the environment names no proxy for these servers
   Set(CURLOPT_NOSIGNAL, 1L);
-  Set(CURLOPT_MAXCONNECTS, 1L);
   Set(CURLOPT_FTP_FILEMETHOD, static_cast<long>(CURLFTPMETHOD_NOCWD));
   Set(CURLOPT_FTP_SKIP_PASV_IP, 1L);
   Set(CURLOPT_WRITEFUNCTION, &Discard);
@@ -165,12 +190,35 @@ Outcome Connection::Unprepared(const std::string& err) {
   return outcome;
 }
 
+// The library's own loop may sleep for most of a second before the data connection
+// of a kept FTP connection, where it waits for nothing, or, with TLS, for the wrong
+// socket. Here it is called again soon, and less often the longer nothing happens.
+CURLcode Connection::Drive() {
+  if (curl_multi_add_handle(driver_.get(), handle_.get()) != CURLM_OK) return CURLE_OUT_OF_MEMORY;
+  CURLcode code = CURLE_OUT_OF_MEMORY;
+  int running = 1;
+  int idle = 0;
+  int patience = 1;
+  while (curl_multi_perform(driver_.get(), &running) == CURLM_OK && running > 0) {
+    int ready = 0;
+    if (curl_multi_wait(driver_.get(), nullptr, 0, patience, &ready) != CURLM_OK) break;
+    idle = ready == 0 ? idle + 1 : 0;
+    patience = ready == 0 ? std::min(2 * patience, kTick) : 1;
+    if (idle > kMostIdleCalls) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  int left = 0;
+  const CURLMsg* message = curl_multi_info_read(driver_.get(), &left);
+  if (message != nullptr && message->msg == CURLMSG_DONE) code = message->data.result;
+  (void)curl_multi_remove_handle(driver_.get(), handle_.get());
+  return code;
+}
+
 Outcome Connection::Perform() {
   const NoBrokenPipeSignal guard;
   std::string buffer(CURL_ERROR_SIZE, '\0');
   Set(CURLOPT_ERRORBUFFER, buffer.data());
   Outcome outcome;
-  outcome.code = curl_easy_perform(handle_.get());
+  outcome.code = Drive();
   Set(CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
   long number = 0;
   if (curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &number) == CURLE_OK) {
@@ -189,9 +237,7 @@ Outcome Connection::Perform() {
 
 Outcome Connection::Open() { return Run({}); }
 
-Outcome Connection::Run(const std::vector<std::string>& commands) {
-  std::string err;
-  if (!Prepare("/", &err)) return Unprepared(err);
+Outcome Connection::RunPrepared(const std::vector<std::string>& commands) {
   CommandList list(nullptr, &curl_slist_free_all);
   for (const std::string& command : commands) {
     curl_slist* longer = curl_slist_append(list.get(), command.c_str());
@@ -203,6 +249,23 @@ Outcome Connection::Run(const std::vector<std::string>& commands) {
   Set(CURLOPT_QUOTE, list.get());
   Outcome outcome = Perform();
   Set(CURLOPT_QUOTE, static_cast<curl_slist*>(nullptr));
+  return outcome;
+}
+
+Outcome Connection::Run(const std::vector<std::string>& commands) {
+  std::string err;
+  return Prepare("/", &err) ? RunPrepared(commands) : Unprepared(err);
+}
+
+Outcome Connection::RenameWhole(const std::string& from, const std::string& to, std::uint64_t size,
+                                bool* whole) {
+  std::string err;
+  if (!Prepare("/", &err)) return Unprepared(err);
+  SizeReply reply{size, false};
+  Set(CURLOPT_HEADERFUNCTION, &OnReply);
+  Set(CURLOPT_HEADERDATA, &reply);
+  Outcome outcome = RunPrepared({"SIZE " + from, "RNFR " + from, "RNTO " + to});
+  *whole = reply.right;
   return outcome;
 }
 

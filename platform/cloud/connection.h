@@ -49,10 +49,17 @@ class Connection {
   Outcome Upload(const std::string& path, std::uint64_t offset, Flow* flow);
   // Runs commands in order, up to the first that fails.
   Outcome Run(const std::vector<std::string>& commands);
+  // FTP only: renames a file that has `size` bytes, in one go. A failure says
+  // nothing of the file; with *whole it had the size.
+  Outcome RenameWhole(const std::string& from, const std::string& to, std::uint64_t size,
+                      bool* whole);
 
  private:
   struct CleanUp {
     void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+  };
+  struct CleanUpDriver {
+    void operator()(CURLM* driver) const { (void)curl_multi_cleanup(driver); }
   };
 
   [[nodiscard]] bool Prepare(const std::string& path, std::string* err);
@@ -61,7 +68,9 @@ class Connection {
   [[nodiscard]] bool PrepareLogin(std::string* err);
   template <typename Value>
   void Set(CURLoption option, Value value);
+  Outcome RunPrepared(const std::vector<std::string>& commands);
   Outcome Perform();
+  CURLcode Drive();
   static Outcome Unprepared(const std::string& err);
 
   core::RemoteConfig remote_;
@@ -71,6 +80,8 @@ class Connection {
   bool options_taken_ = true;
   bool hurry_ = false;
   Flow* watched_ = nullptr;
+  // Holds the connection, so it outlives the handle that uses it.
+  std::unique_ptr<CURLM, CleanUpDriver> driver_;
   std::unique_ptr<CURL, CleanUp> handle_;
 };
 

@@ -49,7 +49,9 @@ class FtpFamily final : public Cloud {
   bool Send(const std::string& temporary, Flow* flow);
   bool FindRestart(const std::string& temporary, Flow* flow, std::uint64_t* offset);
   bool Confirm(const std::string& path, const Flow& flow);
-  bool Publish(const std::string& temporary, const std::string& target, const Flow& flow);
+  bool Publish(const std::string& temporary, const std::string& target, Flow* flow);
+  bool SettleRename(const Outcome& outcome, const std::string& temporary, const std::string& target,
+                    const Flow& flow);
   bool Replace(const std::string& temporary, const std::string& target);
   void Discard(const std::string& temporary, bool sent);
 

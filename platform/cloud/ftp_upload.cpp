@@ -63,22 +63,37 @@ bool FtpFamily::Replace(const std::string& temporary, const std::string& target)
   return true;
 }
 
-bool FtpFamily::Publish(const std::string& temporary, const std::string& target, const Flow& flow) {
-  const Outcome outcome = RunRename(temporary, target);
-  if (outcome.ok()) return true;
+// What is left to do after a rename that did not go well.
+bool FtpFamily::SettleRename(const Outcome& outcome, const std::string& temporary,
+                             const std::string& target, const Flow& flow) {
+  std::uint64_t size = 0;
   if (Explain(outcome, connection_.IsSftp()).broken) {
     // Perhaps only the answer was lost.
-    std::uint64_t size = 0;
     if (connection_.Size(temporary, &size).code != CURLE_REMOTE_FILE_NOT_FOUND) {
       return Fail(outcome);
     }
     return Confirm(target, flow);
   }
-  std::uint64_t size = 0;
   if (!connection_.Size(target, &size).ok() || connection_.Folder(target).ok()) {
     return Fail(outcome);
   }
   return Replace(temporary, target);
+}
+
+bool FtpFamily::Publish(const std::string& temporary, const std::string& target, Flow* flow) {
+  bool whole = false;
+  Outcome outcome;
+  if (!connection_.IsSftp()) {
+    outcome = connection_.RenameWhole(temporary, target, flow->size(), &whole);
+  }
+  if (!whole) {
+    connection_.Watch(flow);
+    whole = Confirm(temporary, *flow);
+    connection_.Watch(nullptr);
+    if (!whole) return false;
+    outcome = RunRename(temporary, target);
+  }
+  return outcome.ok() || SettleRename(outcome, temporary, target, *flow);
 }
 
 // Keeps the reason of the failure that led here. A server that was told to stop
@@ -101,9 +116,9 @@ bool FtpFamily::Upload(const std::string& serverPath, int fd, std::uint64_t size
   Flow flow(fd, size, progress, cancel, readSize);
   const std::string temporary = TemporaryPathBeside(serverPath);
   connection_.Watch(&flow);
-  const bool sent = Send(temporary, &flow) && Confirm(temporary, flow);
+  const bool sent = Send(temporary, &flow);
   connection_.Watch(nullptr);
-  if (sent && Publish(temporary, serverPath, flow)) return true;
+  if (sent && Publish(temporary, serverPath, &flow)) return true;
   if (flow.error() != 0) FailLocally(flow);
   Discard(temporary, sent);
   return false;

@@ -149,9 +149,9 @@ TEST_F(RefusalTest, OnlyListedUsersGetAConnectionAndOnlyToWhatExists) {
   EXPECT_EQ(Utils::CreateCloudByURI(geteuid(), "ftp://server2/", 1), nullptr);
   EXPECT_EQ(VLIBCErrGet(), core::kErrNotFound);
   config.remotes[0].users = {"*"};
-  config.remotes[0].protocol = "webdav";
+  config.remotes[0].protocol = "dropbox";
   core::SetConfig(config);
-  EXPECT_EQ(Utils::CreateCloudByURI(geteuid(), "webdav://server/", 1), nullptr);
+  EXPECT_EQ(Utils::CreateCloudByURI(geteuid(), "dropbox://server/", 1), nullptr);
   EXPECT_EQ(errno, EOPNOTSUPP);
 }
 

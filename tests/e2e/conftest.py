@@ -1,20 +1,9 @@
 import os
-import pathlib
-import shutil
-import tempfile
 
 import pytest
 
+from places import place  # noqa: F401: a fixture
 from server import Server
-
-
-@pytest.fixture
-def place():
-    """A folder that every user may pass through, removed afterwards."""
-    path = pathlib.Path(tempfile.mkdtemp(prefix="fennox-e2e-"))
-    path.chmod(0o755)
-    yield path
-    shutil.rmtree(path, ignore_errors=True)
 
 
 @pytest.fixture

@@ -2,16 +2,15 @@ import collections
 import os
 import pathlib
 import random
-import shutil
 import signal
 import sys
-import tempfile
 import time
 
 import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
 
+from places import place  # noqa: E402, F401: a fixture
 from server import Server  # noqa: E402
 from volumes import Volume  # noqa: E402
 
@@ -60,25 +59,17 @@ def rounds(request):
 
 
 @pytest.fixture
-def place():
-    path = pathlib.Path(tempfile.mkdtemp(prefix="fennox-torture-"))
-    path.chmod(0o755)
-    yield path
-    shutil.rmtree(path, ignore_errors=True)
-
-
-@pytest.fixture
 def make_volume(place):
     """make_volume("ext4", "name", megabytes): unmounted and removed with the test."""
     made = []
 
-    def make(kind, name, megabytes=0, options=""):
+    def make(kind, name, *arguments, **options):
         # Noted first: a failed mkfs leaves an image behind, too.
         volume = Volume.__new__(Volume)
-        volume.image = None
+        volume.image = volume.faults = None
         volume.kind, volume.folder = kind, place / name
         made.append(volume)
-        volume.__init__(kind, place / name, megabytes, options)
+        volume.__init__(kind, place / name, *arguments, **options)
         return volume
 
     yield make
@@ -113,10 +104,10 @@ def make_server(place, make_volume):
     """Servers that end with the test, their workers with them."""
     servers = []
 
-    def make(shares, config=None, state=None):
+    def make(shares, config=None, state=None, auth=""):
         state = state or place / "state"
         state.mkdir(exist_ok=True)
-        server = Server(state, shares, config=config)
+        server = Server(state, shares, config=config, auth=auth)
         server.log = place / "log"
         servers.append(server)
         return server.start()

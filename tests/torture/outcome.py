@@ -89,7 +89,7 @@ class Tree:
 
     def check_no_leftovers(self, told=""):
         left = [name for parent in self.parents for name in leftovers(parent)]
-        assert left == [], told
+        assert left == [], f"{told}: left {left}"
 
 
 def brief(entry):

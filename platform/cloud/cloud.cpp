@@ -12,6 +12,7 @@
 #include "core/user_list.h"
 #include "ftp_family.h"
 #include "vfs/vfs.h"
+#include "webdav.h"
 
 namespace TAVOCloud {
 namespace {
@@ -25,6 +26,8 @@ bool Refuse(int system, int core) {
 bool IsFtpFamily(const std::string& protocol) {
   return protocol == "ftp" || protocol == "ftps" || protocol == "sftp";
 }
+
+bool IsWebDav(const std::string& protocol) { return protocol == "webdav" || protocol == "webdavs"; }
 
 // Empty for an unknown user, whom only "*" lets in.
 std::string NameOf(uid_t uid) {
@@ -91,6 +94,9 @@ Cloud* Utils::CreateCloudByURI(uid_t uid, const std::string& uri, int /*configMo
   for (const core::RemoteConfig& remote : core::CurrentConfig().remotes) {
     if (remote.name == mount.name && IsFtpFamily(remote.protocol)) {
       return std::make_unique<FtpFamily>(remote, mount.base_uri).release();
+    }
+    if (remote.name == mount.name && IsWebDav(remote.protocol)) {
+      return std::make_unique<WebDav>(remote, mount.base_uri).release();
     }
   }
   return Refuse(EOPNOTSUPP, core::kErrSeeErrno), nullptr;

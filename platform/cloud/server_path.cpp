@@ -34,6 +34,11 @@ std::string PercentEncode(const std::string& path) {
   return text;
 }
 
+std::string HostAndPort(const std::string& host, int port) {
+  const bool bare_ipv6 = host.find(':') != std::string::npos && host.front() != '[';
+  return (bare_ipv6 ? "[" + host + "]" : host) + (port == 0 ? "" : ":" + std::to_string(port));
+}
+
 std::string Quoted(const std::string& path) {
   std::string text = "\"";
   for (const char c : path) {

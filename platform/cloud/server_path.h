@@ -12,6 +12,9 @@ bool IsSendablePath(const std::string& path);
 // The path with everything but letters, digits, "-._~" and "/" as %XX.
 std::string PercentEncode(const std::string& path);
 
+// The authority of a URL; port 0 is the protocol's own.
+std::string HostAndPort(const std::string& host, int port);
+
 // The path in double quotes, as commands over SFTP take it.
 std::string Quoted(const std::string& path);
 

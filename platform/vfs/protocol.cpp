@@ -17,8 +17,8 @@ constexpr std::array<ProtocolFacts, 6> kProtocols{{
     {"sftp", "SSH file transfer", 22, true},
     {"ftp", "FTP", 21, true},
     {"ftps", "FTP over TLS", 21, true},
-    {"webdav", "WebDAV", 80, false},
-    {"webdavs", "WebDAV over TLS", 443, false},
+    {"webdav", "WebDAV", 80, true},
+    {"webdavs", "WebDAV over TLS", 443, true},
     {"dropbox", "Dropbox", 443, false},
 }};
 

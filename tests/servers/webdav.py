@@ -40,7 +40,8 @@ class WebdavServer(ThrowAwayServer):
 
     @property
     def access_log(self):
-        """A line for each request: its number on its connection, method, path, status."""
+        """A line for each request: its number on its connection, method, path, status and
+        Overwrite header."""
         return self.own / "access.log"
 
     def command(self):
@@ -57,7 +58,7 @@ ServerRoot {self.own}
 DefaultRuntimeDir {self.own}
 PidFile {self.own}/pid
 ErrorLog {self.own}/error.log
-CustomLog {self.access_log} "%k %m %U %>s"
+CustomLog {self.access_log} "%k %m %U %>s %{{Overwrite}}i"
 StartServers 2
 MinSpareServers 1
 MaxSpareServers 4

@@ -1,0 +1,268 @@
+#include "webdav.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "core/error.h"
+#include "server_path.h"
+
+namespace TAVOCloud {
+namespace {
+
+constexpr int kMostAttempts = 6;  // over connections that break
+constexpr int kMostRefusals = 4;  // by a server that cannot now
+constexpr int kFirstPause = 250;  // milliseconds; doubled with each attempt
+constexpr int kLongestPause = 4000;
+constexpr long kLongestOrderedPause = 10;  // seconds
+constexpr long kMultistatus = 207;
+constexpr long kNotOffered = 405;
+constexpr long kFailedDependency = 424;
+constexpr long kFirstError = 400;
+
+constexpr const char* kQuestion =
+    R"(<?xml version="1.0" encoding="utf-8"?><D:propfind xmlns:D="DAV:"><D:prop>)"
+    "<D:resourcetype/><D:getcontentlength/></D:prop></D:propfind>";
+
+void Misunderstand(const char* words, WebDavAnswer* answer) {
+  answer->code = CURLE_WEIRD_SERVER_REPLY;
+  answer->words = words;
+}
+
+// Whether the request came to a server at all. One that was not to be reached in the
+// first place is not asked again.
+bool WasReached(const WebDavAnswer& answer) {
+  return answer.code != CURLE_COULDNT_CONNECT && answer.code != CURLE_SSL_CONNECT_ERROR &&
+         answer.code != CURLE_OPERATION_TIMEDOUT;
+}
+
+}  // namespace
+
+WebDav::WebDav(const core::RemoteConfig& remote, const std::string& serverId) : session_(remote) {
+  serverId_ = serverId;
+}
+
+bool WebDav::Fail(int system, int core) {
+  errno = system;
+  VLIBCErrSetEx(core, __FILE__, __LINE__);
+  return false;
+}
+
+bool WebDav::Fail(const WebDavAnswer& answer) {
+  const Failure failure = ExplainWebDav(answer);
+  errorCode_ = failure.cloud;
+  syslog(LOG_ERR, "%s:%d Remote %s: %s", "webdav.cpp", __LINE__, Name().c_str(),
+         WordsOf(answer).c_str());
+  return Fail(failure.system, failure.core);
+}
+
+bool WebDav::FailLocally(const Flow& flow) {
+  return Fail(flow.error(), core::ErrorFromErrno(flow.error()));
+}
+
+bool WebDav::CheckPath(const std::string& path) {
+  errorCode_ = 0;
+  return IsSendablePath(path) || Fail(EILSEQ, core::kErrIllegalName);
+}
+
+bool WebDav::WaitForAnother(const WebDavAnswer& answer, int attempt) {
+  Flow* flow = session_.watched();
+  if (session_.hurries() || (flow != nullptr && flow->error() != 0)) return false;
+  const bool begun = attempt > 1 || WasReached(answer) || (flow != nullptr && flow->moved() > 0);
+  const int most = answer.ok() ? kMostRefusals : kMostAttempts;
+  if (!begun || attempt >= most || !ExplainWebDav(answer).broken) return false;
+  const long ordered = std::clamp(answer.retry_after, 0L, kLongestOrderedPause) * 1000;
+  const int pause =
+      std::max(std::min(kFirstPause << (attempt - 1), kLongestPause), static_cast<int>(ordered));
+  if (flow != nullptr) return flow->Pause(pause);
+  std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+  return true;
+}
+
+WebDavAnswer WebDav::Persist(const std::function<WebDavAnswer(int attempt)>& send, Again again) {
+  for (int attempt = 1;; ++attempt) {
+    WebDavAnswer answer = send(attempt);
+    const bool over = answer.Succeeded() || (again == Again::kAfterRefusal && !answer.ok());
+    if (over || !WaitForAnother(answer, attempt)) return answer;
+  }
+}
+
+WebDavAnswer WebDav::List(const std::string& path, const char* depth,
+                          std::vector<DavEntry>* entries) {
+  WebDavRequest request;
+  request.method = "PROPFIND";
+  request.path = path;
+  request.headers = {std::string("Depth: ") + depth, "Content-Type: application/xml"};
+  request.body = kQuestion;
+  WebDavAnswer answer = session_.Send(request);
+  if (!answer.Succeeded()) return answer;
+  if (answer.response != kMultistatus) {
+    answer.response = kNotOffered;  // a server of another kind, whatever it says
+    return answer;
+  }
+  auto found = ReadMultistatus(answer.text);
+  if (found) {
+    *entries = std::move(*found);
+  } else {
+    Misunderstand("the server's answer cannot be understood", &answer);
+  }
+  return answer;
+}
+
+WebDavAnswer WebDav::LookOnce(const std::string& path, DavEntry* entry) {
+  std::vector<DavEntry> entries;
+  WebDavAnswer answer = List(path, "0", &entries);
+  if (!answer.Succeeded()) return answer;
+  const DavEntry* found = EntryOf(entries, path);
+  if (found == nullptr) {
+    Misunderstand("the server's answer is about something else", &answer);
+  } else if (found->status >= kFirstError) {
+    answer.response = found->status;
+  } else {
+    *entry = *found;
+  }
+  return answer;
+}
+
+WebDavAnswer WebDav::Look(const std::string& path, DavEntry* entry) {
+  return Persist([&](int) { return LookOnce(path, entry); });
+}
+
+WebDavAnswer WebDav::Change(const WebDavRequest& request) {
+  WebDavAnswer answer = session_.Send(request);
+  if (answer.response != kMultistatus || !answer.ok()) return answer;
+  const auto parts = ReadMultistatus(answer.text);
+  if (!parts) {
+    Misunderstand("the server's answer cannot be understood", &answer);
+    return answer;
+  }
+  for (const DavEntry& part : *parts) {
+    if (part.status < kFirstError) continue;
+    answer.response = part.status;
+    if (part.status != kFailedDependency) break;
+  }
+  return answer;
+}
+
+WebDavAnswer WebDav::Relocate(const char* method, const std::string& from, const std::string& to,
+                              Taken taken) {
+  WebDavRequest request;
+  request.method = method;
+  request.path = from;
+  request.headers = {"Destination: " + session_.UrlOf(to),
+                     taken == Taken::kReplace ? "Overwrite: T" : "Overwrite: F"};
+  request.slow = true;
+  return Change(request);
+}
+
+bool WebDav::Connect(std::string* err) {
+  errorCode_ = 0;
+  const std::string base = session_.remote().path.empty() ? "/" : session_.remote().path;
+  DavEntry entry;
+  const WebDavAnswer answer = Look(base, &entry);
+  if (answer.Succeeded() && entry.folder) return true;
+  if (err != nullptr) *err = answer.Succeeded() ? "is not a folder: " + base : WordsOf(answer);
+  return answer.Succeeded() ? Fail(ENOTDIR, core::kErrFolderExpected) : Fail(answer);
+}
+
+// These servers make no files by themselves, and leave sizes to their disks.
+bool WebDav::IsIgnoredPath(const std::string& /*sourcePath*/) { return false; }
+bool WebDav::IsAcceptedSize(std::uint64_t /*bytes*/) { return true; }
+
+bool WebDav::Stat(const std::string& serverPath, std::uint64_t* size, bool* folder) {
+  if (!CheckPath(serverPath)) return false;
+  DavEntry entry;
+  const WebDavAnswer answer = Look(serverPath, &entry);
+  if (!answer.Succeeded()) return Fail(answer);
+  if (!entry.folder && !entry.size) return Fail(EIO, core::kErrInputOutput);
+  *size = entry.folder ? 0 : *entry.size;
+  *folder = entry.folder;
+  return true;
+}
+
+bool WebDav::MakeFolder(const std::string& serverPath) {
+  if (!CheckPath(serverPath)) return false;
+  WebDavRequest request;
+  request.method = "MKCOL";
+  request.path = serverPath;
+  const WebDavAnswer answer = Persist([&](int) { return Change(request); }, Again::kAfterRefusal);
+  if (answer.Succeeded()) return true;
+  (void)Fail(answer);
+  if (!answer.ok() || answer.response != kNotOffered) return false;
+  return Fail(EEXIST, core::kErrExists);  // how they say that the name is taken
+}
+
+bool WebDav::Remove(const std::string& serverPath) {
+  if (!CheckPath(serverPath)) return false;
+  DavEntry entry;
+  WebDavAnswer answer = Look(serverPath, &entry);
+  if (!answer.Succeeded()) return Fail(answer);
+  if (entry.folder) {
+    // The request would take all that is in it along.
+    std::vector<DavEntry> entries;
+    answer = Persist([&](int) { return List(serverPath, "1", &entries); });
+    if (!answer.Succeeded()) return Fail(answer);
+    if (entries.size() != 1) return Fail(ENOTEMPTY, core::kErrExists);
+  }
+  WebDavRequest request;
+  request.method = "DELETE";
+  request.path = serverPath;
+  answer = Persist([&](int) { return Change(request); }, Again::kAfterRefusal);
+  return answer.Succeeded() || Fail(answer);
+}
+
+bool WebDav::Rename(const std::string& from, const std::string& to) {
+  if (!CheckPath(from) || !CheckPath(to)) return false;
+  const WebDavAnswer answer = Persist(
+      [&](int) { return Relocate("MOVE", from, to, Taken::kRefuse); }, Again::kAfterRefusal);
+  return answer.Succeeded() || Fail(answer);
+}
+
+bool WebDav::Download(const std::string& serverPath, int fd, std::uint64_t size,
+                      ProgressFn progress, CancelFn cancel, ReadSizeFn readSize) {
+  if (!CheckPath(serverPath)) return false;
+  Flow flow(fd, size, progress, cancel, readSize);
+  session_.Watch(&flow);
+  const bool received = Receive(serverPath, &flow);
+  session_.Watch(nullptr);
+  return received;
+}
+
+WebDavAnswer WebDav::ReceiveOnce(const std::string& path, Flow* flow, bool again,
+                                 FileVersion* version) {
+  WebDavRequest request;
+  request.method = "GET";
+  request.path = path;
+  request.download = flow;
+  request.version = *version;
+  // Without a way to tell that the file is still the same it is sent from its start.
+  if (again && version->IsKnown()) request.offset = flow->moved();
+  WebDavAnswer answer;
+  if (!flow->SeekTo(request.offset)) {
+    answer.changed = true;
+    answer.words = "the file cannot be told from a changed one";
+    return answer;
+  }
+  if (request.offset > 0) {
+    request.headers.push_back("Range: bytes=" + std::to_string(request.offset) + "-");
+    if (version->IsStrong()) request.headers.push_back("If-Range: " + version->etag);
+  }
+  answer = session_.Send(request);
+  if (!version->IsKnown()) *version = answer.version;
+  return answer;
+}
+
+bool WebDav::Receive(const std::string& path, Flow* flow) {
+  FileVersion version;
+  const WebDavAnswer answer =
+      Persist([&](int attempt) { return ReceiveOnce(path, flow, attempt > 1, &version); });
+  if (flow->error() != 0) return FailLocally(*flow);
+  if (!answer.Succeeded() || answer.changed) return Fail(answer);
+  // Its size has changed since the caller looked.
+  return flow->moved() == flow->size() || Fail(EIO, core::kErrInputOutput);
+}
+
+}  // namespace TAVOCloud

@@ -1,0 +1,78 @@
+// WebDAV servers, plain and over TLS.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "cloud/cloud.h"
+#include "webdav_failure.h"
+#include "webdav_multistatus.h"
+#include "webdav_session.h"
+
+namespace TAVOCloud {
+
+// Uploads and copies on the server stand under a temporary name beside their target
+// until the server has confirmed their size, and then replace a file of that name,
+// never a folder. A download whose connection breaks is taken up where it stopped as
+// long as the file is the same; an upload begins anew. What fails in passing is tried
+// again a bounded number of times.
+//
+// Rename replaces nothing. Remove takes files and empty folders. GetErrorCode is 40
+// when the server opened a connection and would not serve it (503, 429), otherwise the
+// HTTP status or the transfer library's code.
+class WebDav final : public Cloud {
+ public:
+  WebDav(const core::RemoteConfig& remote, const std::string& serverId);
+
+  std::string Name() const override { return session_.remote().name; }
+  bool Connect(std::string* err) override;
+  bool IsIgnoredPath(const std::string& sourcePath) override;
+  bool IsAcceptedSize(std::uint64_t bytes) override;
+  int Kind() const override { return 2; }
+  bool Stat(const std::string& serverPath, std::uint64_t* size, bool* folder) override;
+  bool MakeFolder(const std::string& serverPath) override;
+  bool Remove(const std::string& serverPath) override;
+  bool Rename(const std::string& from, const std::string& to) override;
+  bool Download(const std::string& serverPath, int fd, std::uint64_t size, ProgressFn progress,
+                CancelFn cancel, ReadSizeFn readSize) override;
+  bool Upload(const std::string& serverPath, int fd, std::uint64_t size, ProgressFn progress,
+              CancelFn cancel, ReadSizeFn readSize) override;
+  bool CopyOnServer(const std::string& from, const std::string& to) override;
+
+ private:
+  enum class Taken { kRefuse, kReplace };
+  // What a failed request may be sent again after. Only a refusal is sure to have
+  // changed nothing: a lost answer might have said that it was done.
+  enum class Again { kAfterAll, kAfterRefusal };
+
+  bool Fail(const WebDavAnswer& answer);
+  bool Fail(int system, int core);
+  bool FailLocally(const Flow& flow);
+  bool CheckPath(const std::string& path);
+
+  // Sends again while that may help; the last answer.
+  WebDavAnswer Persist(const std::function<WebDavAnswer(int attempt)>& send,
+                       Again again = Again::kAfterAll);
+  [[nodiscard]] bool WaitForAnother(const WebDavAnswer& answer, int attempt);
+  // For what changes something; the answer's status is that of the part that failed.
+  WebDavAnswer Change(const WebDavRequest& request);
+  WebDavAnswer Relocate(const char* method, const std::string& from, const std::string& to,
+                        Taken taken);
+
+  WebDavAnswer List(const std::string& path, const char* depth, std::vector<DavEntry>* entries);
+  WebDavAnswer LookOnce(const std::string& path, DavEntry* entry);
+  WebDavAnswer Look(const std::string& path, DavEntry* entry);
+
+  bool Receive(const std::string& path, Flow* flow);
+  WebDavAnswer ReceiveOnce(const std::string& path, Flow* flow, bool again, FileVersion* version);
+  bool Deliver(const std::string& temporary, Flow* flow);
+  bool Confirm(const std::string& path, std::uint64_t size);
+  WebDavAnswer Place(const std::string& temporary, const std::string& target, bool* folder);
+  bool Publish(const std::string& temporary, const std::string& target, std::uint64_t size);
+  void Discard(const std::string& temporary, bool sent);
+
+  WebDavSession session_;
+};
+
+}  // namespace TAVOCloud

@@ -18,6 +18,7 @@
 
 #include "frames.h"
 #include "request_process.h"
+#include "vfs/mounts.h"
 
 namespace host {
 namespace {
@@ -45,6 +46,8 @@ void Launcher::Run() {
   // Orphaned workers become children of this process.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
   SetUpSignals();
+  // What a launcher that was killed has left mounted.
+  vfs::ReleaseMounts();
   watch_.LookAtEveryone(Clock::now());
   while (true) {
     std::array<pollfd, 2> pollers{pollfd{control_.get(), POLLIN, 0},
@@ -87,7 +90,7 @@ int Launcher::TimeoutMs() const {
 void Launcher::ReadSignals() {
   signalfd_siginfo info{};
   while (::read(signals_.get(), &info, sizeof info) == sizeof info) {
-    if (info.ssi_signo == SIGTERM) ::_exit(0);
+    if (info.ssi_signo == SIGTERM) End();
   }
   ReapChildren();
 }
@@ -135,8 +138,7 @@ void Launcher::ReadControl() {
       HandOver(std::move(connection));
       return;
     case DescriptorStatus::kEnd:
-      // The idle children see their channels close and end too.
-      ::_exit(0);
+      End();
     case DescriptorStatus::kMalformed:
       ::syslog(LOG_ERR, "the launcher dropped a malformed message");
       return;
@@ -163,6 +165,12 @@ void Launcher::HandOver(core::UniqueFd connection) {
     // The front sees the connection close and says so.
     ::syslog(LOG_ERR, "cannot start a request process: %s", ::strerror(errno));
   }
+}
+
+void Launcher::End() {
+  vfs::ReleaseMounts();
+  // The idle children see their channels close and end too.
+  ::_exit(0);
 }
 
 bool Launcher::NeedsRefill() const { return idle_.size() < wanted_idle_; }

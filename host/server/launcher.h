@@ -40,6 +40,8 @@ class Launcher {
   void Ended(pid_t pid, uid_t uid, int wait_status);
   void ReadControl();
   void HandOver(core::UniqueFd connection);
+  // Ends the process; mounts that no task uses end with it.
+  [[noreturn]] static void End();
   bool NeedsRefill() const;
   void Refill();
   int TimeoutMs() const;

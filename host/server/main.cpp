@@ -1,6 +1,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -29,6 +30,7 @@ constexpr int kRefused = 2;
 constexpr std::size_t kIdleProcesses = 4;
 // For answers that are on their way when the server is told to stop.
 constexpr std::chrono::milliseconds kStopGrace{500};
+constexpr std::chrono::milliseconds kUnmountPatience{10000};
 
 int Fail(const std::string& err) {
   std::cerr << "fennoxd: " << err << "\n";
@@ -62,6 +64,10 @@ void EndWhenTold(int signals, int control, host::Front* front) {
   if (launcher_lost) ::syslog(LOG_ERR, "the launcher ended; the server ends too");
   front->Stop();
   std::this_thread::sleep_for(kStopGrace);
+  // The launcher ends too, and first unmounts what it has mounted.
+  ::shutdown(control, SHUT_WR);
+  pollfd launcher{control, 0, 0};
+  ::poll(&launcher, 1, static_cast<int>(kUnmountPatience.count()));
   std::fflush(nullptr);
   ::_exit(launcher_lost ? 1 : 0);
 }

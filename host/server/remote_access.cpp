@@ -8,13 +8,15 @@
 
 #include "core/config.h"
 #include "core/secret.h"
+#include "core/user.h"
 #include "core/user_list.h"
 #include "support/text.h"
+#include "vfs/mounts.h"
 
 namespace host {
 namespace {
 
-// Names the user's remote, as "PROTOCOL://NAME" or a path below it.
+// The text is "PROTOCOL://NAME" of the remote or a path below it.
 bool Names(const Json::Value& text, const core::RemoteConfig& remote) {
   return (text.asString() + "/").starts_with(remote.protocol + "://" + remote.name + "/");
 }
@@ -28,7 +30,9 @@ std::vector<const core::RemoteConfig*> RemotesOf(const Call& call) {
       return std::any_of(texts.begin(), texts.end(),
                          [&](const Json::Value& text) { return Names(text, remote); });
     };
-    if (std::any_of(call.params.begin(), call.params.end(), named) &&
+    const bool asked = call.api.empty() && call.method == "remote" &&
+                       call.params["name"] == Json::Value(remote.name);
+    if ((asked || std::any_of(call.params.begin(), call.params.end(), named)) &&
         core::IsUserListed(call.user, remote.users)) {
       found.push_back(&remote);
     }
@@ -36,15 +40,24 @@ std::vector<const core::RemoteConfig*> RemotesOf(const Call& call) {
   return found;
 }
 
+// Only root reads what the user cannot.
+void KeepSecretsOf(const core::RemoteConfig& remote) {
+  if (::geteuid() != 0) return;
+  for (const std::string* file : {&remote.password_file, &remote.key_file, &remote.token_file}) {
+    if (!file->empty()) core::KeepSecret(*file);
+  }
+}
+
 }  // namespace
 
-void KeepSecretsFor(const Call& call) {
-  if (::geteuid() != 0) return;
-  for (const core::RemoteConfig* remote : RemotesOf(call)) {
-    for (const std::string* file :
-         {&remote->password_file, &remote->key_file, &remote->token_file}) {
-      if (!file->empty()) core::KeepSecret(*file);
-    }
+void PrepareRemotesFor(const Call& call) {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  const auto remotes = RemotesOf(call);
+  if (remotes.empty() || TAVOUserGetUGID(call.user.c_str(), &uid, &gid) != 0) return;
+  for (const core::RemoteConfig* remote : remotes) {
+    KeepSecretsOf(*remote);
+    if (remote->mount == "auto") static_cast<void>(vfs::EnsureMounted(*remote, uid, gid));
   }
 }
 

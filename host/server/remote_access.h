@@ -5,9 +5,10 @@
 
 namespace host {
 
-// Reads the secrets of the remote servers that the call's parameters name and that its
-// user may use into memory. For a process that is still root: it becomes the user
-// afterwards, who can read none of the files. Does nothing for other processes.
-void KeepSecretsFor(const Call& call);
+// Prepares the remote servers that the call's parameters name and that its user may use:
+// reads their secrets into memory and mounts what is to be mounted automatically. For
+// a process that has not yet become the user, who could do neither. A server that cannot
+// be mounted is no error here: paths on it tell why when they are resolved.
+void PrepareRemotesFor(const Call& call);
 
 }  // namespace host

@@ -34,7 +34,7 @@ std::string CallPlugin(const Call& call, const Plugin& plugin) {
 // The answer, whatever the handler throws.
 std::string AnswerTo(const Call& call, const Plugin& plugin) {
   try {
-    KeepSecretsFor(call);
+    PrepareRemotesFor(call);
     return call.api.empty() ? AnswerHostCall(call) : CallPlugin(call, plugin);
   } catch (const Json::Exception& e) {
     // A parameter of a type that has no meaning for the method.

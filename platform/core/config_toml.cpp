@@ -144,7 +144,7 @@ void ReadShare(const Section& section, ShareConfig* out) {
 void ReadRemote(const Section& section, RemoteConfig* out) {
   section.Known({"name", "protocol", "host", "port", "user", "password_file", "key_file",
                  "token_file", "known_hosts", "ca_file", "path", "code_page", "max_connections",
-                 "mount", "users"});
+                 "connect_timeout", "mount", "users"});
   section.Text("name", &out->name);
   section.Text("protocol", &out->protocol);
   section.Text("host", &out->host);
@@ -158,6 +158,7 @@ void ReadRemote(const Section& section, RemoteConfig* out) {
   section.Text("path", &out->path);
   section.Text("code_page", &out->code_page);
   section.Whole("max_connections", &out->max_connections);
+  section.Whole("connect_timeout", &out->connect_timeout);
   section.Text("mount", &out->mount);
   section.Texts("users", &out->users);
 }

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "core/error.h"
-#include "mount_table.h"
+#include "core/mount_table.h"
 
 namespace core {
 namespace {

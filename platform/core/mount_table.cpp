@@ -1,4 +1,4 @@
-#include "mount_table.h"
+#include "core/mount_table.h"
 
 #include <fstream>
 #include <set>

@@ -31,7 +31,7 @@ struct Area {
 
 int FindRemoteArea(const std::string& path, Area* area) {
   vfs::MountInfo mount;
-  if (!vfs::FindBySharePath(path, &mount)) return WEBFM_NO_SHARE;
+  if (!vfs::FindBySharePath(path, &mount)) return support::CodeOfMissingMount(path);
   std::string rest = path.substr(std::min(path.size(), mount.base_uri.size()));
   *area = {mount.mount_path, mount.base_uri, mount.code_page, std::move(rest), true};
   return WEBFM_OK;

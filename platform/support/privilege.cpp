@@ -72,7 +72,7 @@ int WfmLibGetPrivilege(const char* sharePath, const char* userName, const char* 
                        int* privType, int* privFlags) {
   support::Rights rights;
   if (!sharePath || !support::FindRights(sharePath, userName ? userName : "", &rights)) {
-    support::SetErr(WEBFM_NO_SHARE);
+    support::SetErr(sharePath ? support::CodeOfMissingMount(sharePath) : WEBFM_NO_SHARE);
     return -1;
   }
   *privType = rights.type;

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "support/errors.h"
 #include "support/path_info.h"
+#include "vfs/mounts.h"
 
 namespace support {
 
@@ -25,6 +27,29 @@ const core::RemoteConfig* FindRemote(std::string_view name) {
       std::find_if(remotes.begin(), remotes.end(),
                    [&](const core::RemoteConfig& remote) { return remote.name == name; });
   return it == remotes.end() ? nullptr : &*it;
+}
+
+int CodeOfMissingMount(const std::string& path) {
+  switch (vfs::TroubleOf(path).kind) {
+    case vfs::TroubleKind::kNone:
+      return WEBFM_NO_SHARE;
+    case vfs::TroubleKind::kNotResolved:
+    case vfs::TroubleKind::kRefused:
+    case vfs::TroubleKind::kTimedOut:
+    case vfs::TroubleKind::kUnreachable:
+      return WEBFM_REMOTE_UNREACHABLE;
+    case vfs::TroubleKind::kLoginFailed:
+    case vfs::TroubleKind::kHostKey:
+    case vfs::TroubleKind::kCertificate:
+      return WEBFM_REMOTE_REFUSED;
+    case vfs::TroubleKind::kNoFolder:
+      return WEBFM_NOT_FOUND;
+    case vfs::TroubleKind::kNotAvailable:
+      return WEBFM_NOT_SUPPORTED;
+    case vfs::TroubleKind::kOther:
+      break;
+  }
+  return WEBFM_REMOTE_IO;
 }
 
 }  // namespace support

@@ -17,6 +17,10 @@ std::string_view ShareNameOf(std::string_view path);
 // The configured local share; null when there is none of that name.
 const core::ShareConfig* FindShare(std::string_view name);
 
+// Why there is no mount for a path that none holds: what went wrong when its remote was
+// mounted, or that there is no such share.
+int CodeOfMissingMount(const std::string& path);
+
 // The configured remote mount; null when there is none of that name.
 const core::RemoteConfig* FindRemote(std::string_view name);
 

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "auto_mount.h"
+
 namespace vfs {
 namespace {
 
@@ -28,6 +30,14 @@ std::string RealFolder(const std::string& path) {
   struct stat status {};
   if (real == nullptr || stat(real.get(), &status) != 0 || !S_ISDIR(status.st_mode)) return {};
   return real.get();
+}
+
+std::string FolderOf(const core::RemoteConfig& remote, uid_t uid) {
+  if (remote.mount != "auto") {
+    return remote.mount.starts_with('/') ? RealFolder(remote.mount) : std::string();
+  }
+  const std::string folder = AutoMountFolder(uid, remote.name);
+  return IsMounted(folder) ? folder : std::string();
 }
 
 std::string WithoutLastSlashes(std::string path) {
@@ -50,8 +60,8 @@ MountInfo Describe(const core::RemoteConfig& remote, const std::string& folder) 
 }
 
 // What the table depends on, as one text.
-std::string KeyOf(const std::vector<core::RemoteConfig>& remotes) {
-  std::string key;
+std::string KeyOf(const std::vector<core::RemoteConfig>& remotes, uid_t uid) {
+  std::string key = std::to_string(uid) + ' ' + core::CurrentConfig().server.state + '\n';
   for (const core::RemoteConfig& remote : remotes) {
     for (const std::string* part :
          {&remote.protocol, &remote.name, &remote.mount, &remote.path, &remote.code_page}) {
@@ -70,8 +80,9 @@ const MountTable& KnownMounts() {
   thread_local MountTable table;
   const auto& remotes = core::CurrentConfig().remotes;
   if (remotes.empty()) return none;
-  if (std::string now = KeyOf(remotes); now != key) {
-    table = MountsOf(remotes);
+  const uid_t uid = TAVOVFS::GetActorUID();
+  if (std::string now = KeyOf(remotes, uid); now != key) {
+    table = MountsOf(remotes, uid);
     key = std::move(now);
   }
   return table;
@@ -79,12 +90,11 @@ const MountTable& KnownMounts() {
 
 }  // namespace
 
-MountTable MountsOf(const std::vector<core::RemoteConfig>& remotes) {
+MountTable MountsOf(const std::vector<core::RemoteConfig>& remotes, uid_t uid) {
   const int saved = errno;
   MountTable table;
   for (const core::RemoteConfig& remote : remotes) {
-    if (remote.mount.empty() || remote.mount[0] != '/') continue;
-    const std::string folder = RealFolder(remote.mount);
+    const std::string folder = FolderOf(remote, uid);
     // The root folder as a mount would make every path a remote one.
     if (folder.size() > 1) table.push_back(Describe(remote, folder));
   }

@@ -12,9 +12,9 @@ namespace vfs {
 
 using MountTable = std::vector<MountInfo>;
 
-// The mounts of the given remotes: those whose `mount` is an existing folder.
-// Nothing mounts the others, so no path lies on them.
-MountTable MountsOf(const std::vector<core::RemoteConfig>& remotes);
+// The mounts of the given remotes: those whose `mount` is an existing folder, and those
+// that are mounted automatically for the user at this moment.
+MountTable MountsOf(const std::vector<core::RemoteConfig>& remotes, uid_t uid);
 
 // The mount whose base URI begins `path` (or is `path` without its last slash).
 std::optional<MountInfo> FindByUri(const MountTable& table, const std::string& path);

@@ -43,4 +43,7 @@ bool IsQueueWord(const std::string& text);
 // second, read or written; nothing has changed then.
 [[nodiscard]] bool UpdateQueue(const std::function<void(QueueEntries&)>& change);
 
+// True when a task of the user waits or runs, and when that cannot be told.
+[[nodiscard]] bool HasTaskOf(uid_t uid);
+
 }  // namespace vfs

@@ -104,6 +104,20 @@ std::size_t PlaceInQueue(QueueEntries& entries, const QueueEntry& own) {
 
 }  // namespace
 
+}  // namespace TAVOVFS
+
+bool vfs::HasTaskOf(uid_t uid) {
+  bool found = false;
+  const bool read = UpdateQueue([&](QueueEntries& entries) {
+    found = std::any_of(entries.begin(), entries.end(), [uid](const QueueEntry& entry) {
+      return entry.uid == uid && TAVOVFS::IsAlive(entry);
+    });
+  });
+  return found || !read;
+}
+
+namespace TAVOVFS {
+
 TaskMgr::TaskMgr(unsigned int slots) : slots_(slots) {}
 
 bool TaskMgr::Add(const char* queue, const char* taskId, int pid) {

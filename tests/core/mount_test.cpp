@@ -9,8 +9,8 @@
 
 #include "core/error.h"
 #include "core/fs_type.h"
+#include "core/mount_table.h"
 #include "core/unique_fd.h"
-#include "platform/core/mount_table.h"
 #include "scratch.h"
 
 namespace {

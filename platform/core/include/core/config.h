@@ -37,7 +37,8 @@ struct RemoteConfig {
   std::string ca_file;
   std::string path = "/";
   std::string code_page = "UTF-8";
-  int max_connections = 0;  // 0: the server decides
+  int max_connections = 0;   // 0: the server decides
+  int connect_timeout = 15;  // seconds
   std::string mount = "auto";
   std::vector<std::string> users{"*"};
 };

@@ -91,8 +91,9 @@ struct MountInfo {
   std::vector<std::string> users;  // who may use it: users, "@group" or "*"
 };
 
-// Both look among the configured remotes whose `mount` is a folder that exists
-// when the calling thread first asks. They ask the file systems nothing after
+// Both look among the configured remotes whose `mount` is a folder that exists, or
+// that are mounted automatically for the acting user, when the calling thread first
+// asks for that user. They ask the file systems nothing after
 // that, and are cheap where no remote is configured.
 //
 // The mount of a path as the user names it (PROTOCOL://NAME/rest). False when

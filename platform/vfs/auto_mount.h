@@ -1,0 +1,16 @@
+// Where automatic mounts lie.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace vfs {
+
+// STATE/mounts/UID/NAME with every link resolved; empty without a state folder.
+std::string AutoMountFolder(uid_t uid, const std::string& name);
+
+// True when something is mounted on exactly that folder. Asks no file system.
+[[nodiscard]] bool IsMounted(const std::string& folder);
+
+}  // namespace vfs

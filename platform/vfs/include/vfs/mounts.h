@@ -1,0 +1,33 @@
+// Mounts that the server makes by itself: `mount = "auto"`.
+//
+// Each user has a mount of their own of each remote, at STATE/mounts/UID/NAME. It is made
+// when the user first needs it, by a helper (sshfs or rclone) that runs as the server's
+// own user and alone knows the password; the mounted folder belongs to the user and is
+// closed to all others. A mount outlives the server as long as a task waits or runs on
+// it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "core/config.h"
+#include "vfs/trouble.h"
+
+namespace vfs {
+
+// Mounts the remote for the user when it is not, and makes sure that it answers. For a
+// process that is root, or the server's only user; call it before the process becomes
+// the user. Takes at most about twice the remote's connect timeout. What went wrong is
+// also kept, for TroubleOf in this process and those forked from it.
+[[nodiscard]] Trouble EnsureMounted(const core::RemoteConfig& remote, uid_t uid, gid_t gid);
+
+// Why the remote that holds the path (PROTOCOL://NAME/rest) is not mounted; none when it
+// is, or when there is no such remote.
+[[nodiscard]] Trouble TroubleOf(const std::string& path);
+
+// Unmounts all mounts of this server that no task uses: what it mounted before it ends,
+// and, at start, what one that was killed has left. For the server's own user.
+void ReleaseMounts();
+
+}  // namespace vfs

@@ -1,0 +1,36 @@
+// The programs that mount a remote.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "core/config.h"
+#include "vfs/trouble.h"
+
+namespace vfs {
+
+// A program to run. Secrets stand in `input` or `environment`, never in `arguments`.
+struct Program {
+  std::vector<std::string> arguments;    // the first is its name
+  std::vector<std::string> environment;  // all of it, NAME=VALUE
+  std::string input;                     // its standard input
+};
+
+struct MountOrder {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  std::string folder;   // where to mount
+  std::string scratch;  // a folder that only this process's user can open
+};
+
+// Prepares what mounts the remote. Trouble when this machine lacks something for it.
+[[nodiscard]] Trouble PrepareHelper(const core::RemoteConfig& remote, const MountOrder& order,
+                                    Program* program);
+
+// Where programs are looked for.
+inline constexpr const char* kProgramPath =
+    "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+}  // namespace vfs

@@ -1,24 +1,30 @@
-# Writes OUTPUT, a source file that holds the files of FOLDER, ALSO one more file, and FindPageFile.
-#   cmake -DFOLDER=… -DALSO=… -DOUTPUT=… -P EmbedPage.cmake
-file(GLOB paths ${FOLDER}/*)
-list(SORT paths)
-list(APPEND paths ${ALSO})
+# Writes OUTPUT, a source file that holds files for browsers, and FindPageFile.
+#   cmake -DFOLDER=… -DVENDOR=… -DALSO=… -DOUTPUT=… -P EmbedPage.cmake
+# FOLDER's files are served under "/", VENDOR's under "/vendor/", the files of the list ALSO
+# under "/" and their own name.
+set(paths "")
+set(sources "")
+file(GLOB_RECURSE files RELATIVE ${FOLDER} ${FOLDER}/*)
+list(SORT files)
+foreach(file ${files})
+  list(APPEND paths "/${file}")
+  list(APPEND sources "${FOLDER}/${file}")
+endforeach()
+file(GLOB_RECURSE files RELATIVE ${VENDOR} ${VENDOR}/*)
+list(SORT files)
+foreach(file ${files})
+  list(APPEND paths "/vendor/${file}")
+  list(APPEND sources "${VENDOR}/${file}")
+endforeach()
+foreach(file ${ALSO})
+  get_filename_component(name ${file} NAME)
+  list(APPEND paths "/${name}")
+  list(APPEND sources "${file}")
+endforeach()
 
-set(arrays "")
-set(rows "")
-set(index 0)
-foreach(from ${paths})
-  get_filename_component(file ${from} NAME)
-  file(READ ${from} hex HEX)
-  string(LENGTH "${hex}" digits)
-  math(EXPR size "${digits} / 2")
-  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "\\\\x\\1" bytes "${hex}")
-  # Short literals, joined: compilers limit the length of a line.
-  string(REGEX REPLACE "((\\\\x[0-9a-f][0-9a-f])(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?)"
-    "\"\\1\"\n" bytes "${bytes}")
-  string(APPEND arrays "constexpr char kFile${index}[] =\n${bytes};\n")
-
-  set(type "application/octet-stream")
+# The media type of a file by its name.
+function(type_of file result)
+  set(type "text/plain; charset=utf-8")
   if(file MATCHES "\\.html$")
     set(type "text/html; charset=utf-8")
   elseif(file MATCHES "\\.js$")
@@ -32,8 +38,23 @@ foreach(from ${paths})
   elseif(file MATCHES "\\.png$")
     set(type "image/png")
   endif()
-  set(path "/${file}")
-  if(file STREQUAL "index.html")
+  set(${result} "${type}" PARENT_SCOPE)
+endfunction()
+
+set(arrays "")
+set(rows "")
+set(index 0)
+foreach(path source IN ZIP_LISTS paths sources)
+  file(READ ${source} hex HEX)
+  string(LENGTH "${hex}" digits)
+  math(EXPR size "${digits} / 2")
+  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "\\\\x\\1" bytes "${hex}")
+  # Short literals, joined: compilers limit the length of a line.
+  string(REGEX REPLACE "((\\\\x[0-9a-f][0-9a-f])(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?(\\\\x[0-9a-f][0-9a-f])?)"
+    "\"\\1\"\n" bytes "${bytes}")
+  string(APPEND arrays "constexpr char kFile${index}[] =\n${bytes};\n")
+  type_of(${path} type)
+  if(path STREQUAL "/index.html")
     set(path "/")
   endif()
   string(APPEND rows "    {\"${path}\", \"${type}\", {kFile${index}, ${size}}},\n")

@@ -14,6 +14,7 @@
 #include "support/errors.h"
 #include "support/identity.h"
 #include "support/privilege.h"
+#include "support/text.h"
 #include "support/transfer_log.h"
 #include "tasks/store.h"
 
@@ -103,17 +104,38 @@ std::string Log(const Call& call) {
   return SuccessText(support::ReadTransferLog(call.user, LimitParam(call)));
 }
 
+// Reasons by code, -1 standing for any other, and notices by key, in one language.
+std::string Texts(const Call& call) {
+  const std::string language = TextParam(call, "language");
+  const std::vector<std::string> languages = support::TextLanguages();
+  if (std::find(languages.begin(), languages.end(), language) == languages.end()) {
+    return FailureWords(WEBFM_BAD_PARAMETER, "\"language\" is \"enu\" or \"ger\"");
+  }
+  Json::Value value(Json::objectValue);
+  std::vector<int> codes = support::ErrorCodes();
+  codes.push_back(-1);
+  for (const int code : codes) {
+    value["errors"][std::to_string(code)] =
+        WfmLibGetText(WfmParseErrorToKVXString(code, 0), language);
+  }
+  for (const std::string& key : support::TextKeys()) {
+    value["notices"][key] = WfmLibGetText(key, language);
+  }
+  return SuccessText(value);
+}
+
 struct Row {
   std::string_view method;
   std::string (*answer)(const Call&);
 };
 
-constexpr std::array<Row, 6> kCalls{{{"shares", Shares},
+constexpr std::array<Row, 7> kCalls{{{"shares", Shares},
                                      {"list", List},
                                      {"tasks", Tasks},
                                      {"task", Task},
                                      {"notifications", Notifications},
-                                     {"log", Log}}};
+                                     {"log", Log},
+                                     {"texts", Texts}}};
 
 const Row* FindCall(const std::string& method) {
   const auto* found = std::find_if(kCalls.begin(), kCalls.end(),

@@ -92,4 +92,10 @@ const char* ErrorText(int code) {
   return row ? row->text : "An unknown error occurred.";
 }
 
+std::vector<int> ErrorCodes() {
+  std::vector<int> codes;
+  for (const ErrorRow& row : kErrors) codes.push_back(row.code);
+  return codes;
+}
+
 }  // namespace support

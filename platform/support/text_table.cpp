@@ -100,3 +100,15 @@ std::string WfmLibGetText(const std::string& key, const std::string& language) {
   const char* text = key.starts_with("error:") ? ErrorKeyText(key, german) : nullptr;
   return text ? text : key;
 }
+
+namespace support {
+
+std::vector<std::string> TextKeys() {
+  std::vector<std::string> keys;
+  for (const TextRow& row : kTexts) keys.emplace_back(row.key);
+  return keys;
+}
+
+std::vector<std::string> TextLanguages() { return {"enu", "ger"}; }
+
+}  // namespace support

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 // Codes that reach clients. One table gives each a name and an English text.
 // The values below are used by the module or chosen by this library; the
@@ -66,5 +67,8 @@ void SetErr(int code);
 // Name and English text of a code; "unknown" names for codes not in the table.
 const char* ErrorName(int code);
 const char* ErrorText(int code);
+
+// The codes of the table, in its order.
+std::vector<int> ErrorCodes();
 
 }  // namespace support

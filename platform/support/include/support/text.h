@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <string>
+#include <vector>
 
 // A list parameter as a JSON array of strings. A JSON array gives its elements
 // as texts; a string is split at `separator`, and from version 2 on a string that
@@ -30,3 +31,11 @@ std::string WfmLibGetText(const std::string& key, const std::string& language);
 // a placeholder without an argument becomes empty.
 std::string WfmLibStringFormat(const std::string& format, const std::string& arg1 = "",
                                const std::string& arg2 = "");
+
+namespace support {
+
+// The keys of the text table that are no error keys, and the languages it has.
+std::vector<std::string> TextKeys();
+std::vector<std::string> TextLanguages();
+
+}  // namespace support

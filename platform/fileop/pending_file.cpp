@@ -123,7 +123,9 @@ int PendingFile::TakeBack(int fd) {
   }
   fd_.reset(fd);
   if (fd_.valid()) return 0;
-  fd_.reset(::openat(folder_->fd.get(), stands_as_.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+  // Mounts without a cache open what is there for writing only when it is emptied.
+  const int access = folder_->remote ? O_RDONLY : O_RDWR;
+  fd_.reset(::openat(folder_->fd.get(), stands_as_.c_str(), access | O_NOFOLLOW | O_CLOEXEC));
   return fd_.valid() ? 0 : Fail(errno, Side::kDestination);
 }
 

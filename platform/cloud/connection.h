@@ -1,28 +1,16 @@
 // Requests to one FTP, FTPS or SFTP server, over a connection that is kept.
 #pragma once
 
-#include <curl/curl.h>
-
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "core/config.h"
+#include "curl_handle.h"
 #include "flow.h"
 #include "secret_file.h"
 
 namespace TAVOCloud {
-
-// How one request ended.
-struct Outcome {
-  CURLcode code = CURLE_OK;
-  long response = 0;   // the server's last reply (FTP)
-  int os_error = 0;    // errno of a connection that could not be made
-  bool fresh = false;  // a connection was opened for it
-  std::string words;   // for people; holds no secret
-  bool ok() const { return code == CURLE_OK; }
-};
 
 // Not for several threads at a time. Every path is absolute on the server and
 // sendable (see IsSendablePath).
@@ -34,9 +22,9 @@ class Connection {
   bool IsSftp() const { return remote_.protocol == "sftp"; }
 
   // Requests end when `flow` is told to stop; null: they do not.
-  void Watch(Flow* flow) { watched_ = flow; }
+  void Watch(Flow* flow) { curl_.Watch(flow); }
   // Requests give up after a few seconds: for cleaning up after a stop.
-  void Hurry(bool hurry) { hurry_ = hurry; }
+  void Hurry(bool hurry) { curl_.Hurry(hurry); }
 
   // Logs in, if no connection stands.
   Outcome Open();
@@ -55,34 +43,18 @@ class Connection {
                       bool* whole);
 
  private:
-  struct CleanUp {
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-  };
-  struct CleanUpDriver {
-    void operator()(CURLM* driver) const { (void)curl_multi_cleanup(driver); }
-  };
-
   [[nodiscard]] bool Prepare(const std::string& path, std::string* err);
-  void PreparePatience();
   [[nodiscard]] bool PrepareSecurity(std::string* err);
   [[nodiscard]] bool PrepareLogin(std::string* err);
-  template <typename Value>
-  void Set(CURLoption option, Value value);
   Outcome RunPrepared(const std::vector<std::string>& commands);
   Outcome Perform();
-  CURLcode Drive();
   static Outcome Unprepared(const std::string& err);
 
   core::RemoteConfig remote_;
   std::string password_;
   bool have_password_ = false;
   SecretFile key_;
-  bool options_taken_ = true;
-  bool hurry_ = false;
-  Flow* watched_ = nullptr;
-  // Holds the connection, so it outlives the handle that uses it.
-  std::unique_ptr<CURLM, CleanUpDriver> driver_;
-  std::unique_ptr<CURL, CleanUp> handle_;
+  CurlHandle curl_;
 };
 
 }  // namespace TAVOCloud

@@ -1,7 +1,7 @@
 // What a failed request means for the file.
 #pragma once
 
-#include "connection.h"
+#include "curl_handle.h"
 
 namespace TAVOCloud {
 

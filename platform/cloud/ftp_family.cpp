@@ -2,21 +2,13 @@
 
 #include <syslog.h>
 
-#include <algorithm>
 #include <cerrno>
 
 #include "core/error.h"
+#include "retry.h"
 #include "server_path.h"
 
 namespace TAVOCloud {
-namespace {
-
-constexpr int kMostAttempts = 6;
-constexpr int kFirstPause = 250;  // milliseconds; doubled with each attempt
-constexpr int kLongestPause = 4000;
-
-}  // namespace
-
 FtpFamily::FtpFamily(const core::RemoteConfig& remote, const std::string& serverId)
     : connection_(remote) {
   serverId_ = serverId;
@@ -122,7 +114,7 @@ FtpFamily::Next FtpFamily::Judge(const Outcome& outcome, Flow* flow, int attempt
     Fail(outcome);
     return Next::kFailed;
   }
-  if (flow->Pause(std::min(kFirstPause << (attempt - 1), kLongestPause))) return Next::kAgain;
+  if (PauseAfter(attempt, flow)) return Next::kAgain;
   FailLocally(*flow);
   return Next::kFailed;
 }

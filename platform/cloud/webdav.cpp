@@ -2,22 +2,15 @@
 
 #include <syslog.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <thread>
 
 #include "core/error.h"
+#include "retry.h"
 #include "server_path.h"
 
 namespace TAVOCloud {
 namespace {
 
-constexpr int kMostAttempts = 6;  // over connections that break
-constexpr int kMostRefusals = 4;  // by a server that cannot now
-constexpr int kFirstPause = 250;  // milliseconds; doubled with each attempt
-constexpr int kLongestPause = 4000;
-constexpr long kLongestOrderedPause = 10;  // seconds
 constexpr long kMultistatus = 207;
 constexpr long kNotOffered = 405;
 constexpr long kFailedDependency = 424;
@@ -69,17 +62,12 @@ bool WebDav::CheckPath(const std::string& path) {
 }
 
 bool WebDav::WaitForAnother(const WebDavAnswer& answer, int attempt) {
-  Flow* flow = session_.watched();
-  if (session_.hurries() || (flow != nullptr && flow->error() != 0)) return false;
+  Flow* flow = session_.curl().watched();
+  if (session_.curl().hurries() || (flow != nullptr && flow->error() != 0)) return false;
   const bool begun = attempt > 1 || WasReached(answer) || (flow != nullptr && flow->moved() > 0);
   const int most = answer.ok() ? kMostRefusals : kMostAttempts;
   if (!begun || attempt >= most || !ExplainWebDav(answer).broken) return false;
-  const long ordered = std::clamp(answer.retry_after, 0L, kLongestOrderedPause) * 1000;
-  const int pause =
-      std::max(std::min(kFirstPause << (attempt - 1), kLongestPause), static_cast<int>(ordered));
-  if (flow != nullptr) return flow->Pause(pause);
-  std::this_thread::sleep_for(std::chrono::milliseconds(pause));
-  return true;
+  return PauseAfter(attempt, flow, answer.retry_after);
 }
 
 WebDavAnswer WebDav::Persist(const std::function<WebDavAnswer(int attempt)>& send, Again again) {
@@ -225,9 +213,9 @@ bool WebDav::Download(const std::string& serverPath, int fd, std::uint64_t size,
                       ProgressFn progress, CancelFn cancel, ReadSizeFn readSize) {
   if (!CheckPath(serverPath)) return false;
   Flow flow(fd, size, progress, cancel, readSize);
-  session_.Watch(&flow);
+  session_.curl().Watch(&flow);
   const bool received = Receive(serverPath, &flow);
-  session_.Watch(nullptr);
+  session_.curl().Watch(nullptr);
   return received;
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "connection.h"
+#include "curl_handle.h"
 #include "flow.h"
 
 namespace TAVOCloud {

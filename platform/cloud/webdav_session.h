@@ -3,11 +3,10 @@
 
 #include <curl/curl.h>
 
-#include <memory>
 #include <string>
 
 #include "core/config.h"
-#include "flow.h"
+#include "curl_handle.h"
 #include "webdav_exchange.h"
 
 namespace TAVOCloud {
@@ -20,12 +19,8 @@ class WebDavSession {
 
   const core::RemoteConfig& remote() const { return remote_; }
 
-  // Requests end when `flow` is told to stop; null: they do not.
-  void Watch(Flow* flow) { watched_ = flow; }
-  Flow* watched() const { return watched_; }
-  // Requests give up after a few seconds: for cleaning up after a stop.
-  void Hurry(bool hurry) { hurry_ = hurry; }
-  bool hurries() const { return hurry_; }
+  // Whom requests watch, and how patient they are.
+  CurlHandle& curl() { return curl_; }
 
   // Logs in before the first request, sends it, and follows what points to another
   // place on the same server.
@@ -34,14 +29,8 @@ class WebDavSession {
   std::string UrlOf(const std::string& path) const;
 
  private:
-  struct CleanUp {
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-  };
-
-  template <typename Value>
-  void Set(CURLoption option, Value value);
-  [[nodiscard]] bool Prepare(const std::string& url, std::string* err);
-  void PreparePatience(bool slow);
+  [[nodiscard]] bool Prepare(const WebDavRequest& request, const std::string& url,
+                             std::string* err);
   [[nodiscard]] bool PrepareLogin(std::string* err);
   void PrepareBody(const WebDavRequest& request);
   WebDavAnswer LogIn();
@@ -57,10 +46,7 @@ class WebDavSession {
   unsigned long login_ways_;
   bool logged_in_ = false;
   bool served_ = false;
-  bool options_taken_ = true;
-  bool hurry_ = false;
-  Flow* watched_ = nullptr;
-  std::unique_ptr<CURL, CleanUp> handle_;
+  CurlHandle curl_;
 };
 
 }  // namespace TAVOCloud

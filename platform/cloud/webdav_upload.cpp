@@ -75,12 +75,12 @@ void WebDav::Discard(const std::string& temporary, bool sent) {
   WebDavRequest request;
   request.method = "DELETE";
   request.path = temporary;
-  session_.Hurry(true);
+  session_.curl().Hurry(true);
   if (!session_.Send(request).Succeeded() && !sent) {
     std::this_thread::sleep_for(kLateFile);
     (void)session_.Send(request);
   }
-  session_.Hurry(false);
+  session_.curl().Hurry(false);
   errno = saved;
 }
 
@@ -90,9 +90,9 @@ bool WebDav::Upload(const std::string& serverPath, int fd, std::uint64_t size, P
   if (serverPath.back() == '/') return Fail(EISDIR, core::kErrFileExpected);
   Flow flow(fd, size, progress, cancel, readSize);
   const std::string temporary = TemporaryPathBeside(serverPath);
-  session_.Watch(&flow);
+  session_.curl().Watch(&flow);
   const bool sent = Deliver(temporary, &flow) && Confirm(temporary, size);
-  session_.Watch(nullptr);
+  session_.curl().Watch(nullptr);
   if (sent && Publish(temporary, serverPath, size)) return true;
   if (flow.error() != 0) FailLocally(flow);
   Discard(temporary, sent);

@@ -148,11 +148,6 @@ TEST_F(RefusalTest, OnlyListedUsersGetAConnectionAndOnlyToWhatExists) {
   EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted);
   EXPECT_EQ(Utils::CreateCloudByURI(geteuid(), "ftp://server2/", 1), nullptr);
   EXPECT_EQ(VLIBCErrGet(), core::kErrNotFound);
-  config.remotes[0].users = {"*"};
-  config.remotes[0].protocol = "dropbox";
-  core::SetConfig(config);
-  EXPECT_EQ(Utils::CreateCloudByURI(geteuid(), "dropbox://server/", 1), nullptr);
-  EXPECT_EQ(errno, EOPNOTSUPP);
 }
 
 }  // namespace

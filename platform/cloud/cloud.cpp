@@ -10,6 +10,7 @@
 #include "core/config.h"
 #include "core/error.h"
 #include "core/user_list.h"
+#include "dropbox.h"
 #include "ftp_family.h"
 #include "vfs/vfs.h"
 #include "webdav.h"
@@ -78,13 +79,14 @@ std::string Cloud::GetServerPathBySharePath(const std::string& remotePath) const
   return base + (base.empty() || base.back() != '/' ? "/" : "") + rest;
 }
 
-// There is no object of this kind, so no two accounts can meet.
-bool Dropbox::CopyFromRef(Cloud* /*dest*/, const std::string& /*sourceServerPath*/,
-                          const std::string& /*destServerPath*/, Cloud* /*source*/) {
-  return Refuse(EOPNOTSUPP, core::kErrSeeErrno);
+bool Dropbox::CopyFromRef(Cloud* dest, const std::string& sourceServerPath,
+                          const std::string& destServerPath, Cloud* source) {
+  auto* to = dynamic_cast<DropboxCloud*>(dest);
+  auto* from = dynamic_cast<DropboxCloud*>(source);
+  if (to == nullptr || from == nullptr) return Refuse(EINVAL, core::kErrBadArgument);
+  return to->CopyFromAccount(from, sourceServerPath, destServerPath);
 }
 
-// Kinds that have no object yet are refused like a server that cannot do it.
 Cloud* Utils::CreateCloudByURI(uid_t uid, const std::string& uri, int /*configMode*/) {
   vfs::MountInfo mount;
   if (!vfs::FindBySharePath(uri, &mount)) return Refuse(ENOENT, core::kErrNotFound), nullptr;
@@ -97,6 +99,9 @@ Cloud* Utils::CreateCloudByURI(uid_t uid, const std::string& uri, int /*configMo
     }
     if (remote.name == mount.name && IsWebDav(remote.protocol)) {
       return std::make_unique<WebDav>(remote, mount.base_uri).release();
+    }
+    if (remote.name == mount.name && remote.protocol == "dropbox") {
+      return std::make_unique<DropboxCloud>(remote, mount.base_uri).release();
     }
   }
   return Refuse(EOPNOTSUPP, core::kErrSeeErrno), nullptr;

@@ -50,6 +50,7 @@ bool ServerProgram::ReadFacts(int fd) {
   remote_.port = facts["port"].asInt();
   remote_.user = facts["user"].asString();
   remote_.password_file = facts["password_file"].asString();
+  remote_.token_file = facts["token_file"].asString();
   remote_.ca_file = facts["ca_file"].asString();
   remote_.path = facts["root"].asString();
   return true;
@@ -83,5 +84,6 @@ void ServerProgram::EndSessions() const {
 }
 
 std::filesystem::path ServerProgram::own() const {
-  return std::filesystem::path(remote_.password_file).parent_path();
+  const bool token = remote_.password_file.empty();
+  return std::filesystem::path(token ? remote_.token_file : remote_.password_file).parent_path();
 }

@@ -1,0 +1,301 @@
+#include "dropbox.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "core/error.h"
+#include "core/utf8.h"
+#include "dropbox_failure.h"
+#include "server_path.h"
+
+namespace TAVOCloud {
+namespace {
+
+constexpr int kMostAttempts = 6;
+constexpr int kLongestPause = 4000;        // milliseconds
+constexpr long kLongestOrderedPause = 15;  // seconds
+// What one upload session may hold.
+constexpr std::uint64_t kLargestFile = 350'000'000'000;
+
+// The API's root folder is the empty path, and no path ends with a slash.
+std::string ApiPath(std::string path) {
+  while (!path.empty() && path.back() == '/') path.pop_back();
+  return path;
+}
+
+bool IsRoot(const std::string& path) { return ApiPath(path).empty(); }
+
+bool IsFolder(const Json::Value& metadata) { return TextIn(metadata, ".tag") == "folder"; }
+
+Json::Value PathArgument(const std::string& path) {
+  Json::Value argument(Json::objectValue);
+  argument["path"] = ApiPath(path);
+  return argument;
+}
+
+// A member of what the service tells of a call.
+Json::Value MetadataOf(const DropboxAnswer& answer) {
+  return answer.result.isObject() ? answer.result["metadata"] : Json::Value();
+}
+
+// Whether the call came to the service at all. One that was not to be reached in the
+// first place is not asked again.
+bool WasReached(const DropboxAnswer& answer) {
+  return answer.code != CURLE_COULDNT_CONNECT && answer.code != CURLE_SSL_CONNECT_ERROR &&
+         answer.code != CURLE_OPERATION_TIMEDOUT;
+}
+
+}  // namespace
+
+DropboxCloud::DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId)
+    : DropboxCloud(remote, serverId, Pace{}) {}
+
+DropboxCloud::DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId, Pace pace)
+    : api_(remote), pace_(pace) {
+  serverId_ = serverId;
+}
+
+bool DropboxCloud::Fail(int system, int core) {
+  errno = system;
+  VLIBCErrSetEx(core, __FILE__, __LINE__);
+  return false;
+}
+
+bool DropboxCloud::Fail(const DropboxAnswer& answer) {
+  const Failure failure = ExplainDropbox(answer);
+  errorCode_ = failure.cloud;
+  syslog(LOG_ERR, "%s:%d Remote %s: %s", "dropbox.cpp", __LINE__, Name().c_str(),
+         WordsOf(answer).c_str());
+  return Fail(failure.system, failure.core);
+}
+
+bool DropboxCloud::FailWithWords(const char* words) {
+  syslog(LOG_ERR, "%s:%d Remote %s: %s", "dropbox.cpp", __LINE__, Name().c_str(), words);
+  return Fail(EIO, core::kErrInputOutput);
+}
+
+bool DropboxCloud::FailLocally(const Flow& flow) {
+  return Fail(flow.error(), core::ErrorFromErrno(flow.error()));
+}
+
+bool DropboxCloud::CheckPath(const std::string& path) {
+  errorCode_ = 0;
+  return (IsSendablePath(path) && core::IsUtf8(path)) || Fail(EILSEQ, core::kErrIllegalName);
+}
+
+bool DropboxCloud::WaitForAnother(const DropboxAnswer& answer, int attempt) {
+  Flow* flow = api_.client().watched();
+  if (api_.client().hurries() || (flow != nullptr && flow->error() != 0)) return false;
+  const bool begun = attempt > 1 || WasReached(answer) || (flow != nullptr && flow->moved() > 0);
+  if (!begun || attempt >= kMostAttempts || !ExplainDropbox(answer).broken) return false;
+  const long ordered = std::clamp(answer.retry_after, 0L, kLongestOrderedPause) * 1000;
+  const int pause = std::max(std::min(pace_.first_pause << (attempt - 1), kLongestPause),
+                             static_cast<int>(ordered));
+  if (flow != nullptr) return flow->Pause(pause);
+  std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+  return true;
+}
+
+DropboxAnswer DropboxCloud::Persist(const Call& call, Again again) {
+  for (int attempt = 1;; ++attempt) {
+    DropboxAnswer answer = call(attempt);
+    const bool over = answer.Succeeded() || (again == Again::kAfterRefusal && !answer.ok());
+    if (over || !WaitForAnother(answer, attempt)) return answer;
+  }
+}
+
+// The service tells nothing of its root folder but what is in it.
+DropboxAnswer DropboxCloud::Look(const std::string& path) {
+  if (IsRoot(path)) {
+    DropboxAnswer answer = List(path);
+    answer.result = Json::Value(Json::objectValue);
+    answer.result[".tag"] = "folder";
+    return answer;
+  }
+  return Persist([&](int) { return api_.Ask("files/get_metadata", PathArgument(path)); },
+                 Again::kAlways);
+}
+
+// Its first entries: enough to see whether there are any.
+DropboxAnswer DropboxCloud::List(const std::string& folder) {
+  Json::Value argument = PathArgument(folder);
+  argument["limit"] = 1;
+  return Persist([&](int) { return api_.Ask("files/list_folder", argument); }, Again::kAlways);
+}
+
+bool DropboxCloud::Connect(std::string* err) {
+  errorCode_ = 0;
+  const std::string base = api_.remote().path.empty() ? "/" : api_.remote().path;
+  const DropboxAnswer answer = Look(base);
+  if (answer.Succeeded() && IsFolder(answer.result)) return true;
+  if (err != nullptr) *err = answer.Succeeded() ? "is not a folder: " + base : WordsOf(answer);
+  return answer.Succeeded() ? Fail(ENOTDIR, core::kErrFolderExpected) : Fail(answer);
+}
+
+bool DropboxCloud::IsIgnoredPath(const std::string& sourcePath) {
+  if (sourcePath.find("/.dropbox.cache/") != std::string::npos) return true;
+  const std::string name = sourcePath.substr(sourcePath.rfind('/') + 1);
+  return name == ".dropbox" || name == ".dropbox.attr" || name == ".dropbox.cache";
+}
+
+bool DropboxCloud::IsAcceptedSize(std::uint64_t bytes) {
+  return bytes <= kLargestFile || Fail(EFBIG, core::kErrTooLarge);
+}
+
+bool DropboxCloud::Stat(const std::string& serverPath, std::uint64_t* size, bool* folder) {
+  if (!CheckPath(serverPath)) return false;
+  const DropboxAnswer answer = Look(serverPath);
+  if (!answer.Succeeded()) return Fail(answer);
+  *folder = IsFolder(answer.result);
+  *size = *folder ? 0 : NumberIn(answer.result, "size");
+  if (!*folder && TextIn(answer.result, ".tag") != "file") {
+    return FailWithWords("the service's answer is not understood");
+  }
+  return *folder || serverPath.back() != '/' || Fail(ENOTDIR, core::kErrFolderExpected);
+}
+
+bool DropboxCloud::MakeFolder(const std::string& serverPath) {
+  if (!CheckPath(serverPath)) return false;
+  Json::Value argument = PathArgument(serverPath);
+  argument["autorename"] = false;
+  const DropboxAnswer answer = Persist(
+      [&](int) { return api_.Ask("files/create_folder_v2", argument); }, Again::kAfterRefusal);
+  if (answer.Succeeded()) return true;
+  (void)Fail(answer);
+  return answer.Says("folder") ? Fail(EEXIST, core::kErrExists) : false;
+}
+
+bool DropboxCloud::Remove(const std::string& serverPath) {
+  if (!CheckPath(serverPath)) return false;
+  if (IsRoot(serverPath)) return Fail(EACCES, core::kErrNotPermitted);
+  DropboxAnswer answer = Look(serverPath);
+  if (!answer.Succeeded()) return Fail(answer);
+  if (IsFolder(answer.result)) {
+    // The call would take all that is in it along.
+    answer = List(serverPath);
+    if (!answer.Succeeded()) return Fail(answer);
+    const Json::Value& entries = answer.result["entries"];
+    if (!entries.isArray() || !entries.empty() || answer.result["has_more"] != false) {
+      return Fail(ENOTEMPTY, core::kErrExists);
+    }
+  }
+  answer = Persist([&](int) { return api_.Ask("files/delete_v2", PathArgument(serverPath), true); },
+                   Again::kAfterRefusal);
+  return answer.Succeeded() || Fail(answer);
+}
+
+// Keeps the reason of the failure that led here. With a version, only that one.
+void DropboxCloud::Discard(const std::string& path, const std::string& version) {
+  const int saved = errno;
+  Json::Value argument = PathArgument(path);
+  if (!version.empty()) argument["parent_rev"] = version;
+  api_.client().Hurry(true);
+  (void)api_.Ask("files/delete_v2", argument);
+  api_.client().Hurry(false);
+  errno = saved;
+}
+
+DropboxAnswer DropboxCloud::Move(const std::string& from, const std::string& to) {
+  Json::Value argument(Json::objectValue);
+  argument["from_path"] = ApiPath(from);
+  argument["to_path"] = ApiPath(to);
+  argument["autorename"] = false;
+  return Persist([&](int) { return api_.Ask("files/move_v2", argument, true); },
+                 Again::kAfterRefusal);
+}
+
+bool DropboxCloud::IsSame(const std::string& one, const std::string& other) {
+  const std::string id = TextIn(Look(one).result, "id");
+  return !id.empty() && id == TextIn(Look(other).result, "id");
+}
+
+// The service does not change the case of a name only.
+bool DropboxCloud::MoveThrough(const std::string& from, const std::string& to) {
+  const std::string between = TemporaryPathBeside(ApiPath(to));
+  DropboxAnswer answer = Move(from, between);
+  if (!answer.Succeeded()) return Fail(answer);
+  answer = Move(between, to);
+  if (answer.Succeeded()) return true;
+  (void)Move(between, from);
+  return Fail(answer);
+}
+
+bool DropboxCloud::Rename(const std::string& from, const std::string& to) {
+  if (!CheckPath(from) || !CheckPath(to)) return false;
+  const DropboxAnswer answer = Move(from, to);
+  if (answer.Succeeded()) return true;
+  if (!answer.Says("conflict")) return Fail(answer);
+  if (ApiPath(from) != ApiPath(to) && IsSame(from, to)) return MoveThrough(from, to);
+  (void)Fail(answer);
+  return answer.Says("file_ancestor") ? false : Fail(EEXIST, core::kErrExists);
+}
+
+// The old file is put aside until the new one has its name, and comes back when that
+// fails.
+bool DropboxCloud::Replace(const std::string& temporary, const std::string& to) {
+  const std::string id = TextIn(Look(temporary).result, "id");
+  const std::string aside = TemporaryPathBeside(to);
+  DropboxAnswer answer = Move(to, aside);
+  if (!answer.Succeeded()) return Fail(answer);
+  answer = Move(temporary, to);
+  // Perhaps only the answer was lost.
+  if (!answer.Succeeded() && (id.empty() || TextIn(Look(to).result, "id") != id)) {
+    (void)Move(aside, to);
+    return Fail(answer);
+  }
+  Discard(aside, {});
+  return true;
+}
+
+bool DropboxCloud::Place(const std::function<DropboxAnswer(const std::string& to)>& copy,
+                         const std::string& to) {
+  if (to.back() == '/') return Fail(EISDIR, core::kErrFileExpected);
+  DropboxAnswer answer = Persist([&](int) { return copy(to); }, Again::kAfterRefusal);
+  if (answer.Succeeded()) return true;
+  if (!answer.Says("conflict") || !answer.Says("file")) return Fail(answer);
+  const std::string temporary = TemporaryPathBeside(to);
+  answer = Persist([&](int) { return copy(temporary); }, Again::kAfterRefusal);
+  if (!answer.Succeeded()) return Fail(answer);
+  const bool folder = IsFolder(MetadataOf(answer));
+  if (!folder && Replace(temporary, to)) return true;
+  Discard(temporary, {});
+  return folder ? Fail(ENOTDIR, core::kErrFolderExpected) : false;
+}
+
+bool DropboxCloud::CopyOnServer(const std::string& from, const std::string& to) {
+  if (!CheckPath(from) || !CheckPath(to)) return false;
+  Json::Value argument(Json::objectValue);
+  argument["from_path"] = ApiPath(from);
+  argument["autorename"] = false;
+  return Place(
+      [&](const std::string& place) {
+        argument["to_path"] = place;
+        return api_.Ask("files/copy_v2", argument, true);
+      },
+      to);
+}
+
+bool DropboxCloud::CopyFromAccount(DropboxCloud* source, const std::string& from,
+                                   const std::string& to) {
+  if (!source->CheckPath(from) || !CheckPath(to)) return false;
+  const DropboxAnswer got = source->Persist(
+      [&](int) { return source->api_.Ask("files/copy_reference/get", PathArgument(from)); },
+      Again::kAlways);
+  if (!got.Succeeded()) return source->Fail(got);
+  Json::Value argument(Json::objectValue);
+  argument["copy_reference"] = TextIn(got.result, "copy_reference");
+  return Place(
+      [&](const std::string& place) {
+        argument["path"] = place;
+        return api_.Ask("files/copy_reference/save", argument, true);
+      },
+      to);
+}
+
+}  // namespace TAVOCloud

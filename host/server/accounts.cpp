@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "core/user.h"
+#include "login_policy.h"
 
 namespace host {
 namespace {
@@ -50,7 +51,7 @@ bool PrepareState(const core::Config& config, std::string* err) {
   const std::filesystem::path state(config.server.state);
   std::error_code ec;
   std::filesystem::create_directories(state.parent_path(), ec);
-  const mode_t mode = config.tokens.empty() ? 0700 : 0711;
+  const mode_t mode = HasSeveralUsers(config) ? 0711 : 0700;
   if (!ec && ::mkdir(state.c_str(), mode) != 0 && errno != EEXIST) {
     ec = std::error_code(errno, std::generic_category());
   }
@@ -67,7 +68,7 @@ bool PrepareState(const core::Config& config, std::string* err) {
 bool LoadTokens(const core::Config& config, Tokens* tokens, std::string* own_token,
                 std::string* err) {
   own_token->clear();
-  if (!config.tokens.empty()) {
+  if (HasSeveralUsers(config)) {
     for (const core::TokenConfig& entry : config.tokens) {
       if (!AddIssuedToken(entry, tokens, err)) return false;
     }

@@ -12,8 +12,8 @@ namespace host {
 // so that each of them can reach a folder of their own in it. False with words in *err.
 [[nodiscard]] bool PrepareState(const core::Config& config, std::string* err);
 
-// Reads the tokens. Without [[token]] entries there is one user, the one who runs the
-// server, and *own_token is the token to print; otherwise *own_token stays empty. False
+// Reads the tokens. Without several users there is one, who runs the server, and
+// *own_token is the token to print; otherwise *own_token stays empty. False
 // with words in *err.
 [[nodiscard]] bool LoadTokens(const core::Config& config, Tokens* tokens, std::string* own_token,
                               std::string* err);

@@ -12,6 +12,12 @@ inline constexpr int kAnswerMs = 115 * 1000;
 // For handing a request or an answer between two processes of this machine.
 inline constexpr int kTransferMs = 30 * 1000;
 
+// Life of a process that checks a password, and how long the front waits for it.
+inline constexpr unsigned kLoginSeconds = 30;
+inline constexpr int kLoginAnswerMs = 35 * 1000;
+// Passwords that are checked at one time.
+inline constexpr int kMaxLogins = 8;
+
 inline constexpr std::size_t kMaxBody = 8U << 20;
 inline constexpr int kMaxInFlight = 64;
 

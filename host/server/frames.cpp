@@ -132,8 +132,8 @@ FrameStatus ReceiveFrame(int fd, std::size_t limit, int timeout_ms, std::string*
   return FrameStatus::kOk;
 }
 
-bool SendDescriptor(int socket, int fd) {
-  char byte = 'D';
+bool SendDescriptor(int socket, int fd, Errand errand) {
+  char byte = static_cast<char>(errand);
   iovec part{&byte, 1};
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
   msghdr message{};
@@ -153,7 +153,7 @@ bool SendDescriptor(int socket, int fd) {
   return n == 1;
 }
 
-DescriptorStatus ReceiveDescriptor(int socket, core::UniqueFd* out) {
+DescriptorStatus ReceiveDescriptor(int socket, core::UniqueFd* out, Errand* errand) {
   constexpr std::size_t kMaxDescriptors = 8;
   char byte = 0;
   iovec part{&byte, 1};
@@ -186,6 +186,7 @@ DescriptorStatus ReceiveDescriptor(int socket, core::UniqueFd* out) {
     return DescriptorStatus::kMalformed;
   }
   *out = std::move(received.front());
+  if (errand != nullptr) *errand = static_cast<Errand>(byte);
   return DescriptorStatus::kOk;
 }
 

@@ -34,8 +34,15 @@ enum class FrameStatus {
 [[nodiscard]] FrameStatus ReceiveFrame(int fd, std::size_t limit, int timeout_ms,
                                        std::string* payload);
 
+// What the peer is to do with the connection that a descriptor brings.
+enum class Errand : char {
+  kRequest = 'D',  // serve a call
+  kLogin = 'L',    // check a password
+  kFigures = 'F',  // count tasks
+};
+
 // Sends a copy of `fd` as one message. False with errno set.
-[[nodiscard]] bool SendDescriptor(int socket, int fd);
+[[nodiscard]] bool SendDescriptor(int socket, int fd, Errand errand = Errand::kRequest);
 
 enum class DescriptorStatus {
   kOk,
@@ -44,7 +51,9 @@ enum class DescriptorStatus {
   kError,      // errno tells why (EAGAIN on an empty non-blocking socket)
 };
 
-[[nodiscard]] DescriptorStatus ReceiveDescriptor(int socket, core::UniqueFd* out);
+// `errand` may be null for a socket that brings requests alone.
+[[nodiscard]] DescriptorStatus ReceiveDescriptor(int socket, core::UniqueFd* out,
+                                                 Errand* errand = nullptr);
 
 // A connected pair of close-on-exec local sockets of `type`. False with errno set.
 [[nodiscard]] bool MakeSocketPair(int type, core::UniqueFd* one, core::UniqueFd* other);

@@ -8,30 +8,24 @@
 
 #include "bounds.h"
 #include "envelope.h"
+#include "flight.h"
 #include "host_calls.h"
-#include "http_server.h"
 #include "names.h"
 #include "page.h"
+#include "replies.h"
+#include "secret_text.h"
 #include "support/errors.h"
 #include "webapi_runtime/api_request.h"
 
 namespace host {
 namespace {
 
-constexpr const char* kJson = "application/json";
+// Status requests may wait, and idle connections hold a thread for a while.
+constexpr std::size_t kThreads = kMaxInFlight + 64;
+constexpr std::size_t kMetricsThreads = 2;
+
 constexpr const char* kApiPrefix = "/webapi/";
 constexpr const char* kHostPrefix = "/host/";
-constexpr const char* kVersion = "0.1.0";
-
-void Reply(httplib::Response& response, int status, const std::string& text) {
-  response.status = status;
-  response.set_content(text, kJson);
-}
-
-void Refuse(httplib::Response& response, int status, int code, const char* message) {
-  Reply(response, status, FailureWords(code, message));
-}
-
 int NumberOr(const std::string& text, int fallback) {
   int number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -44,19 +38,27 @@ std::string OwnField(const httplib::Request& request, const Body& body, const ch
   return text.empty() ? Field(body.fields, name) : text;
 }
 
-// One of the requests that a request process serves at this moment.
-class Flight {
+// Notes how long an answer took, and its status.
+class Timed {
  public:
-  explicit Flight(std::atomic<int>* count) : count_(count), number_(++*count) {}
-  ~Flight() { --*count_; }
-  Flight(const Flight&) = delete;
-  Flight& operator=(const Flight&) = delete;
-  bool admitted() const { return number_ <= kMaxInFlight; }
+  Timed(RequestFigures* figures, const httplib::Response& response)
+      : figures_(figures), response_(response) {}
+  ~Timed() { figures_->Note(response_.status, std::chrono::steady_clock::now() - begin_); }
+  Timed(const Timed&) = delete;
+  Timed& operator=(const Timed&) = delete;
 
  private:
-  std::atomic<int>* count_;
-  int number_;
+  RequestFigures* figures_;
+  const httplib::Response& response_;
+  std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
 };
+
+// The launcher's end is the server's end, so whoever can answer is well.
+void SayHealthy(httplib::Response& response) {
+  Json::Value data(Json::objectValue);
+  data["status"] = "ok";
+  Reply(response, 200, SuccessText(data));
+}
 
 // Answers that the HTTP library gives by itself get an envelope too.
 void FillBareAnswer(const httplib::Request&, httplib::Response& response) {
@@ -80,15 +82,25 @@ void FillBareAnswer(const httplib::Request&, httplib::Response& response) {
 }  // namespace
 
 Front::Front(FrontSettings settings, Tokens tokens, const LauncherLink& launcher)
-    : settings_(std::move(settings)), tokens_(std::move(tokens)), launcher_(launcher) {}
+    : settings_(std::move(settings)),
+      tokens_(std::move(tokens)),
+      launcher_(launcher),
+      limits_(settings_.requests_per_second, settings_.requests_at_once) {}
 
-Front::~Front() = default;
+Front::~Front() {
+  if (metrics_thread_.joinable()) metrics_thread_.join();
+}
+
+bool Front::OpenSessions(const std::string& folder, std::string* err) {
+  return sessions_.Open(folder + "/sessions.db", settings_.session_idle, settings_.session_life,
+                        err);
+}
 
 bool Front::Bind(std::string* err) {
-  server_ = MakeHttpServer(settings_.certificate, settings_.key, err);
-  if (!server_) return false;
+  server_ = std::make_unique<HttpServer>(settings_.connection, kThreads);
+  if (secure() && !server_->UseTls(settings_.certificate, settings_.key, err)) return false;
   SetUpServer();
-  port_ = BindHttpServer(*server_, settings_.address, settings_.port);
+  port_ = server_->Bind(settings_.address, settings_.port);
   if (port_ < 0) {
     *err = "cannot listen on " + settings_.address + ":" + std::to_string(settings_.port) + ": " +
            ::strerror(errno);
@@ -96,7 +108,24 @@ bool Front::Bind(std::string* err) {
   }
   // Browsers share cookies among the ports of a host; several servers must not.
   cookie_name_ = "fennox_" + std::to_string(port_);
-  return true;
+  return settings_.metrics_address.empty() || BindMetrics(err);
+}
+
+bool Front::BindMetrics(std::string* err) {
+  metrics_server_ = std::make_unique<HttpServer>(settings_.connection, kMetricsThreads);
+  metrics_server_->Get("/metrics", [this](const auto&, auto& response) { ServeMetrics(response); });
+  metrics_server_->Get("/health", [](const auto&, auto& response) { SayHealthy(response); });
+  if (metrics_server_->Bind(settings_.metrics_address, settings_.metrics_port) >= 0) return true;
+  *err = "cannot listen on " + settings_.metrics_address + ":" +
+         std::to_string(settings_.metrics_port) + ": " + ::strerror(errno);
+  return false;
+}
+
+void Front::ServeMetrics(httplib::Response& response) {
+  TaskFigures tasks;
+  std::string text = figures_.Text();
+  if (launcher_.CountTasks(&tasks)) text += FiguresText(tasks);
+  response.set_content(text, "text/plain; version=0.0.4");
 }
 
 void Front::SetUpServer() {
@@ -113,15 +142,27 @@ void Front::SetUpServer() {
       [](const httplib::Request&, httplib::Response& response, const std::exception_ptr&) {
         Refuse(response, 500, WEBFM_FAILED, "the server failed on this request");
       });
-  server_->Get(".*", [this](const auto& request, auto& response) { Get(request, response); });
+  server_->Get(".*", [this](const auto& request, auto& response) {
+    const Timed timed(&figures_, response);
+    Get(request, response);
+  });
   server_->Post(".*", [this](const auto& request, auto& response, const auto& reader) {
+    const Timed timed(&figures_, response);
     Post(request, response, reader);
   });
 }
 
-void Front::Serve() { server_->listen_after_bind(); }
+void Front::Serve() {
+  if (metrics_server_) {
+    metrics_thread_ = std::thread([this] { metrics_server_->listen_after_bind(); });
+  }
+  server_->listen_after_bind();
+}
 
-void Front::Stop() { server_->stop(); }
+void Front::Stop() {
+  if (metrics_server_) metrics_server_->stop();
+  server_->stop();
+}
 
 void Front::Get(const httplib::Request& request, httplib::Response& response) {
   if (RefuseForeignHost(request, response)) return;
@@ -134,6 +175,14 @@ void Front::Get(const httplib::Request& request, httplib::Response& response) {
     response.set_content(file->content.data(), file->content.size(), file->type);
     return;
   }
+  if (request.path == "/health") {
+    SayHealthy(response);
+    return;
+  }
+  if (request.path == "/host/login") {
+    WaysToLogIn(response);
+    return;
+  }
   if (const auto caller = Admit(request, response)) Serve(request, response, Body{}, *caller);
 }
 
@@ -141,7 +190,7 @@ void Front::Post(const httplib::Request& request, httplib::Response& response,
                  const httplib::ContentReader& reader) {
   const bool login = request.path == "/host/login";
   std::optional<Identity> caller;
-  const bool foreign = RefuseForeignHost(request, response);
+  const bool foreign = RefuseForeignHost(request, response) || RefuseForeignPage(request, response);
   if (!foreign && !login) caller = Admit(request, response);
   if (foreign || (!login && !caller)) {
     // The library writes a status of its own when the body is broken.
@@ -163,6 +212,9 @@ void Front::Post(const httplib::Request& request, httplib::Response& response,
   }
   if (login) {
     Login(request, response, body);
+    // It held a password.
+    Wipe(&body.text);
+    for (auto& [name, text] : body.fields) Wipe(&text);
   } else {
     Serve(request, response, body, *caller);
   }
@@ -178,17 +230,12 @@ bool Front::RefuseForeignHost(const httplib::Request& request, httplib::Response
   return true;
 }
 
-std::optional<Front::Identity> Front::Identify(const httplib::Request& request) const {
-  constexpr std::string_view kBearer = "Bearer ";
-  const std::string header = request.get_header_value("Authorization");
-  if (header.compare(0, kBearer.size(), kBearer) == 0) {
-    const auto user = tokens_.UserOf(header.substr(kBearer.size()));
-    if (!user) return std::nullopt;
-    return Identity{*user, "", "token", false};
-  }
-  const auto session = sessions_.Find(CookieOf(request));
-  if (!session) return std::nullopt;
-  return Identity{session->user, session->csrf, session->name, true};
+bool Front::RefuseForeignPage(const httplib::Request& request, httplib::Response& response) {
+  // A login needs no token against forgery, and another site's page must not log a browser
+  // in as somebody of its choice either.
+  if (request.get_header_value("Sec-Fetch-Site") != "cross-site") return false;
+  Refuse(response, 403, WEBFM_NO_PERMISSION, "the request comes from another site's page");
+  return true;
 }
 
 std::optional<Front::Identity> Front::Admit(const httplib::Request& request,
@@ -206,17 +253,12 @@ std::optional<Front::Identity> Front::Admit(const httplib::Request& request,
     Refuse(response, 403, WEBFM_NO_PERMISSION, "the X-CSRF-Token header is missing or wrong");
     return std::nullopt;
   }
-  return caller;
-}
-
-void Front::RefuseLogin(const httplib::Request& request, httplib::Response& response, bool wrong) {
-  if (wrong && throttle_.Failed(request.remote_addr)) {
-    response.set_header("Retry-After", std::to_string(LoginThrottle::kWindow.count()));
-    Refuse(response, 429, WEBFM_BUSY, "too many failed logins; wait a minute");
-    return;
+  if (!limits_.Admit(caller->user)) {
+    response.set_header("Retry-After", "1");
+    Refuse(response, 429, WEBFM_BUSY, "too many requests in a short time; slow down");
+    return std::nullopt;
   }
-  response.set_header("WWW-Authenticate", "Bearer");
-  Refuse(response, 401, WEBFM_NO_PERMISSION, "not logged in");
+  return caller;
 }
 
 void Front::Serve(const httplib::Request& request, httplib::Response& response, const Body& body,
@@ -280,8 +322,9 @@ void Front::ServeHost(const httplib::Request& request, httplib::Response& respon
 }
 
 void Front::Run(const Call& call, httplib::Response& response) {
-  const Flight flight(&in_flight_);
-  if (!flight.admitted()) {
+  const UserLimits::Place place(&limits_, call.user);
+  const Flight flight(&in_flight_, kMaxInFlight);
+  if (!place.taken() || !flight.admitted()) {
     response.set_header("Retry-After", "1");
     Refuse(response, 429, WEBFM_BUSY, "too many requests at once");
     return;
@@ -301,72 +344,6 @@ void Front::Run(const Call& call, httplib::Response& response) {
       Refuse(response, 503, WEBFM_BUSY, "no process could be started for this request");
       return;
   }
-}
-
-bool Front::StartSession(const std::string& user, httplib::Response& response,
-                         std::string* cookie) {
-  *cookie = sessions_.Start(user);
-  if (cookie->empty()) {
-    Refuse(response, 503, WEBFM_BUSY, "no session can be started now");
-    return false;
-  }
-  SetCookie(response, *cookie, false);
-  return true;
-}
-
-void Front::LoginByAddress(const httplib::Request& request, httplib::Response& response) {
-  const auto user = tokens_.UserOf(request.get_param_value("token"));
-  if (!user) {
-    RefuseLogin(request, response, true);
-    return;
-  }
-  // The redirect keeps the token out of the browser's history.
-  std::string cookie;
-  if (StartSession(*user, response, &cookie)) response.set_redirect("/", 303);
-}
-
-void Front::Login(const httplib::Request& request, httplib::Response& response, const Body& body) {
-  Json::Value params;
-  std::string err;
-  if (!HostParameters(body, Fields{}, &params, &err) || !params["token"].isString()) {
-    Refuse(response, 400, WEBFM_BAD_PARAMETER, "\"token\" is missing");
-    return;
-  }
-  const auto user = tokens_.UserOf(params["token"].asString());
-  if (!user) {
-    RefuseLogin(request, response, true);
-    return;
-  }
-  std::string cookie;
-  if (!StartSession(*user, response, &cookie)) return;
-  const auto session = sessions_.Find(cookie);
-  if (session) WhoAmI(response, Identity{session->user, session->csrf, session->name, true});
-}
-
-void Front::Logout(const httplib::Request& request, httplib::Response& response) {
-  sessions_.End(CookieOf(request));
-  SetCookie(response, "", true);
-  Reply(response, 200, SuccessText(Json::Value()));
-}
-
-void Front::WhoAmI(httplib::Response& response, const Identity& caller) const {
-  Json::Value data(Json::objectValue);
-  data["user"] = caller.user;
-  data["csrf"] = caller.csrf;
-  data["login"] = caller.by_cookie ? "cookie" : "token";
-  data["several_users"] = settings_.several_users;
-  data["version"] = kVersion;
-  Reply(response, 200, SuccessText(data));
-}
-
-std::string Front::CookieOf(const httplib::Request& request) const {
-  return CookieValue(request.get_header_value("Cookie"), cookie_name_);
-}
-
-void Front::SetCookie(httplib::Response& response, const std::string& value, bool gone) const {
-  response.set_header("Set-Cookie", cookie_name_ + "=" + value +
-                                        "; Path=/; HttpOnly; SameSite=Strict" +
-                                        (secure() ? "; Secure" : "") + (gone ? "; Max-Age=0" : ""));
 }
 
 }  // namespace host

@@ -1,7 +1,9 @@
 #include "http_server.h"
 
+#include <openssl/err.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
 
 #include "bounds.h"
@@ -9,27 +11,9 @@
 namespace host {
 namespace {
 
-// Status requests may wait, and idle connections hold a thread for a while.
-constexpr std::size_t kThreads = kMaxInFlight + 64;
+// The library's own backlog of 5 makes clients wait a second in a burst.
 constexpr int kBacklog = 512;
-constexpr std::size_t kRequestsPerConnection = 10000;
-constexpr int kKeepAliveSeconds = 5;
-constexpr int kReadSeconds = 30;
-
-class BacklogWidener {
- public:
-  virtual ~BacklogWidener() = default;
-  virtual void WidenBacklog() = 0;
-};
-
-// The library's own backlog of 5 makes clients wait a second in a burst. Listening again
-// widens it.
-template <typename Base>
-class WideServer : public Base, public BacklogWidener {
- public:
-  using Base::Base;
-  void WidenBacklog() override { ::listen(this->svr_sock_, kBacklog); }
-};
+constexpr int kRequestsPerConnection = 10000;
 
 // The library's own choice lets a second server share the port, and requests go to either.
 void TakePortAlone(int socket) {
@@ -37,47 +21,63 @@ void TakePortAlone(int socket) {
   ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
 }
 
-void Tune(httplib::Server& server) {
-  server.set_socket_options(TakePortAlone);
-  // The library takes the queue over.
-  server.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
-  // Without it the body of an answer waits for the acknowledgement of its headers.
-  server.set_tcp_nodelay(true);
-  server.set_keep_alive_max_count(kRequestsPerConnection);
-  server.set_keep_alive_timeout(kKeepAliveSeconds);
-  server.set_read_timeout(kReadSeconds);
-  server.set_payload_max_length(kMaxBody);
+std::string TlsReason() {
+  std::array<char, 256> text{};
+  ::ERR_error_string_n(::ERR_get_error(), text.data(), text.size());
+  return text.data();
 }
 
 }  // namespace
 
-std::unique_ptr<httplib::Server> MakeHttpServer(const std::string& certificate,
-                                                const std::string& key, std::string* err) {
-  std::unique_ptr<httplib::Server> server;
-  if (certificate.empty()) {
-    server = std::make_unique<WideServer<httplib::Server>>();
-  } else {
-    server = std::make_unique<WideServer<httplib::SSLServer>>(certificate.c_str(), key.c_str());
-  }
-  if (!server->is_valid()) {
-    *err = "cannot use the certificate " + certificate + " with the key " + key;
-    return nullptr;
-  }
-  Tune(*server);
-  return server;
+HttpServer::HttpServer(const ConnectionLimits& limits, std::size_t threads) : limits_(limits) {
+  set_socket_options(TakePortAlone);
+  // The library takes the queue over.
+  new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
+  // Without it the body of an answer waits for the acknowledgement of its headers.
+  set_tcp_nodelay(true);
+  set_payload_max_length(kMaxBody);
 }
 
-int BindHttpServer(httplib::Server& server, const std::string& address, int port) {
+bool HttpServer::UseTls(const std::string& certificate, const std::string& key, std::string* err) {
+  tls_.reset(::SSL_CTX_new(::TLS_server_method()));
+  const bool good = tls_ != nullptr &&
+                    ::SSL_CTX_set_min_proto_version(tls_.get(), TLS1_2_VERSION) == 1 &&
+                    ::SSL_CTX_use_certificate_chain_file(tls_.get(), certificate.c_str()) == 1 &&
+                    ::SSL_CTX_use_PrivateKey_file(tls_.get(), key.c_str(), SSL_FILETYPE_PEM) == 1 &&
+                    ::SSL_CTX_check_private_key(tls_.get()) == 1;
+  if (!good) {
+    *err =
+        "cannot use the certificate " + certificate + " with the key " + key + ": " + TlsReason();
+    return false;
+  }
+  ::SSL_CTX_set_mode(tls_.get(),
+                     SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+  return true;
+}
+
+int HttpServer::Bind(const std::string& address, int port) {
   errno = 0;
-  const int bound = port == 0                            ? server.bind_to_any_port(address)
-                    : server.bind_to_port(address, port) ? port
-                                                         : -1;
+  const int bound = port == 0 ? bind_to_any_port(address) : bind_to_port(address, port) ? port : -1;
   if (bound < 0) {
     if (errno == 0) errno = EADDRNOTAVAIL;
     return -1;
   }
-  if (auto* widener = dynamic_cast<BacklogWidener*>(&server)) widener->WidenBacklog();
+  // Listening again widens the queue.
+  ::listen(svr_sock_, kBacklog);
   return bound;
+}
+
+bool HttpServer::process_and_close_socket(socket_t socket) {
+  Connection connection(core::UniqueFd(socket), tls_.get(), limits_);
+  bool good = connection.Greet();
+  for (int left = kRequestsPerConnection; good && left > 0 && svr_sock_ != INVALID_SOCKET; --left) {
+    if (!connection.AwaitRequest()) break;
+    bool closed = false;
+    good = process_request(connection, left == 1, closed,
+                           [&](httplib::Request&) { connection.HeadIsRead(); }) &&
+           !closed;
+  }
+  return good;
 }
 
 }  // namespace host

@@ -16,8 +16,9 @@
 #include <cstring>
 #include <utility>
 
-#include "frames.h"
 #include "request_process.h"
+#include "system_login.h"
+#include "task_figures.h"
 #include "vfs/mounts.h"
 
 namespace host {
@@ -133,9 +134,10 @@ void Launcher::Ended(pid_t pid, uid_t uid, int wait_status) {
 
 void Launcher::ReadControl() {
   core::UniqueFd connection;
-  switch (ReceiveDescriptor(control_.get(), &connection)) {
+  Errand errand = Errand::kRequest;
+  switch (ReceiveDescriptor(control_.get(), &connection, &errand)) {
     case DescriptorStatus::kOk:
-      HandOver(std::move(connection));
+      RunErrand(errand, std::move(connection));
       return;
     case DescriptorStatus::kEnd:
       End();
@@ -146,6 +148,31 @@ void Launcher::ReadControl() {
       if (errno == EINTR || errno == EAGAIN) return;
       ::syslog(LOG_ERR, "the launcher lost the front: %s", ::strerror(errno));
       ::_exit(1);
+  }
+}
+
+void Launcher::RunErrand(Errand errand, core::UniqueFd connection) {
+  switch (errand) {
+    case Errand::kRequest:
+      HandOver(std::move(connection));
+      return;
+    case Errand::kLogin:
+      StartErrand(std::move(connection), ServeLogin);
+      return;
+    case Errand::kFigures:
+      StartErrand(std::move(connection), ServeFigures);
+      return;
+  }
+  ::syslog(LOG_ERR, "the launcher dropped a message for an unknown errand");
+}
+
+void Launcher::StartErrand(core::UniqueFd connection, void (*serve)(core::UniqueFd)) {
+  const pid_t pid = Fork();
+  if (pid == 0) serve(std::move(connection));
+  if (pid > 0) {
+    busy_.insert(pid);
+  } else {
+    ::syslog(LOG_ERR, "cannot start a process: %s", ::strerror(errno));
   }
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/unique_fd.h"
+#include "frames.h"
 #include "plugin.h"
 #include "supervision.h"
 
@@ -40,6 +41,8 @@ class Launcher {
   void Ended(pid_t pid, uid_t uid, int wait_status);
   void ReadControl();
   void HandOver(core::UniqueFd connection);
+  void RunErrand(Errand errand, core::UniqueFd connection);
+  void StartErrand(core::UniqueFd connection, void (*serve)(core::UniqueFd));
   // Ends the process; mounts that no task uses end with it.
   [[noreturn]] static void End();
   bool NeedsRefill() const;

@@ -85,15 +85,20 @@ bool LauncherLink::Start(const std::string& plugin_file, std::size_t idle, std::
   return ReadReport(ready.get(), &rows_, err);
 }
 
-Outcome LauncherLink::Execute(const Call& call, std::string* answer) const {
+core::UniqueFd LauncherLink::Connect(Errand errand) const {
   core::UniqueFd ours;
   core::UniqueFd theirs;
-  if (!MakeSocketPair(SOCK_STREAM, &ours, &theirs) ||
-      !SendDescriptor(control_.get(), theirs.get())) {
-    ::syslog(LOG_ERR, "cannot reach the launcher: %s", ::strerror(errno));
-    return Outcome::kNoProcess;
+  if (MakeSocketPair(SOCK_STREAM, &ours, &theirs) &&
+      SendDescriptor(control_.get(), theirs.get(), errand)) {
+    return ours;
   }
-  theirs.reset();
+  ::syslog(LOG_ERR, "cannot reach the launcher: %s", ::strerror(errno));
+  return {};
+}
+
+Outcome LauncherLink::Execute(const Call& call, std::string* answer) const {
+  const core::UniqueFd ours = Connect(Errand::kRequest);
+  if (!ours) return Outcome::kNoProcess;
   // A process that dies early is noticed below, whatever the sending says.
   static_cast<void>(SendFrame(ours.get(), EncodeCall(call), kTransferMs));
   switch (ReceiveFrame(ours.get(), kMaxAnswerFrame, kAnswerMs, answer)) {
@@ -104,6 +109,18 @@ Outcome LauncherLink::Execute(const Call& call, std::string* answer) const {
     default:
       return Outcome::kDied;
   }
+}
+
+LoginAnswer LauncherLink::LogIn(const std::string& name, const std::string& address,
+                                const SecretText& password) const {
+  const core::UniqueFd ours = Connect(Errand::kLogin);
+  if (!ours) return {};
+  return AskLogin(ours.get(), name, address, password);
+}
+
+bool LauncherLink::CountTasks(TaskFigures* figures) const {
+  const core::UniqueFd ours = Connect(Errand::kFigures);
+  return ours && AskFigures(ours.get(), figures);
 }
 
 bool LauncherLink::Serves(const std::string& api, int version, const std::string& method) const {

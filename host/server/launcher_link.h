@@ -8,6 +8,9 @@
 
 #include "call.h"
 #include "core/unique_fd.h"
+#include "frames.h"
+#include "system_login.h"
+#include "task_figures.h"
 
 namespace host {
 
@@ -29,6 +32,13 @@ class LauncherLink {
   // be used by several threads at once.
   Outcome Execute(const Call& call, std::string* answer) const;
 
+  // Checks the password of a system account. May be used by several threads at once.
+  LoginAnswer LogIn(const std::string& name, const std::string& address,
+                    const SecretText& password) const;
+
+  // Counts the tasks of all users. False when that failed.
+  [[nodiscard]] bool CountTasks(TaskFigures* figures) const;
+
   // The plug-in's table as [{"api","version","method"}…].
   const Json::Value& rows() const { return rows_; }
   bool Serves(const std::string& api, int version, const std::string& method) const;
@@ -37,6 +47,9 @@ class LauncherLink {
   int control() const { return control_.get(); }
 
  private:
+  // A connection to a process that does the errand; invalid when there is none.
+  core::UniqueFd Connect(Errand errand) const;
+
   core::UniqueFd control_;
   Json::Value rows_;
 };

@@ -2,6 +2,13 @@
 
 namespace host {
 
+bool LoginThrottle::Blocked(const std::string& address, Clock::time_point now) {
+  const std::lock_guard lock(mutex_);
+  const auto found = counts_.find(address);
+  return found != counts_.end() && now - found->second.start <= kWindow &&
+         found->second.failures >= kFailures;
+}
+
 bool LoginThrottle::Failed(const std::string& address, Clock::time_point now) {
   const std::lock_guard lock(mutex_);
   if (counts_.size() >= kMaxAddresses) {

@@ -9,7 +9,7 @@
 
 namespace host {
 
-// Counts failed logins of each address. May be used by several threads at once.
+// Counts the failed logins of each address, or of each name. May be used by several threads at once.
 class LoginThrottle {
  public:
   using Clock = std::chrono::steady_clock;
@@ -17,6 +17,9 @@ class LoginThrottle {
   static constexpr int kFailures = 10;
   static constexpr std::chrono::seconds kWindow{60};
   static constexpr std::size_t kMaxAddresses = 10000;
+
+  // True when the address has had too many failures within the window.
+  bool Blocked(const std::string& address, Clock::time_point now = Clock::now());
 
   // Notes a failed login. True when the address has had too many within the window.
   bool Failed(const std::string& address, Clock::time_point now = Clock::now());

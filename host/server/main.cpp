@@ -18,8 +18,10 @@
 #include "accounts.h"
 #include "core/config.h"
 #include "core/process.h"
+#include "drop_root.h"
 #include "front.h"
 #include "launcher_link.h"
+#include "login_policy.h"
 #include "names.h"
 #include "options.h"
 #include "vfs/vfs.h"
@@ -80,16 +82,34 @@ std::string PageAddress(const std::string& address, const host::Front& front,
          (token.empty() ? "" : "?token=" + token);
 }
 
+bool ReadSettings(const core::Config& config, host::FrontSettings* out, std::string* err) {
+  const core::ServerConfig& server = config.server;
+  if (!host::SplitAddress(server.listen, &out->address, &out->port)) {
+    *err = "\"" + server.listen + "\" is no address to listen on: ADDRESS:PORT";
+    return false;
+  }
+  if (!server.metrics.empty() &&
+      !host::SplitAddress(server.metrics, &out->metrics_address, &out->metrics_port)) {
+    *err = "\"" + server.metrics + "\" is no address for figures: ADDRESS:PORT";
+    return false;
+  }
+  out->certificate = server.certificate;
+  out->key = server.key;
+  out->several_users = host::HasSeveralUsers(config);
+  out->passwords = server.auth == "pam";
+  out->session_idle = std::chrono::hours(config.login.idle_hours);
+  out->session_life = std::chrono::hours(config.login.max_hours);
+  out->connection.head = std::chrono::seconds(config.limits.header_seconds);
+  out->connection.body = std::chrono::seconds(config.limits.body_seconds);
+  out->requests_per_second = config.limits.requests_per_second;
+  out->requests_at_once = config.limits.requests_at_once;
+  return true;
+}
+
 int Serve(const core::Config& config, const std::string& module) {
   host::FrontSettings settings;
-  if (!host::SplitAddress(config.server.listen, &settings.address, &settings.port)) {
-    return Fail("\"" + config.server.listen + "\" is no address to listen on: ADDRESS:PORT");
-  }
-  settings.certificate = config.server.certificate;
-  settings.key = config.server.key;
-  settings.several_users = !config.tokens.empty();
-
   std::string err;
+  if (!ReadSettings(config, &settings, &err)) return Fail(err);
   if (!host::PrepareState(config, &err)) return Fail(err);
   // Workers of several users share the queue's file, which only the server can make.
   if (settings.several_users && !config.remotes.empty() && !vfs::PrepareQueue()) {
@@ -105,6 +125,10 @@ int Serve(const core::Config& config, const std::string& module) {
   if (!host::LoadTokens(config, &tokens, &own_token, &err)) return Fail(err);
   host::Front front(settings, std::move(tokens), launcher);
   if (!front.Bind(&err)) return Fail(err);
+  const std::string folder = host::PrepareFrontFolder(config, &err);
+  if (folder.empty() || !host::GiveUpRights(config, &err) || !front.OpenSessions(folder, &err)) {
+    return Fail(err);
+  }
   std::cout << "listening on " << PageAddress(settings.address, front, own_token) << std::endl;
   std::thread(EndWhenTold, signals, launcher.control(), &front).detach();
   front.Serve();
@@ -127,10 +151,8 @@ int main(int argc, char** argv) {
   core::Config config;
   std::string err;
   if (!host::BuildConfig(options, &config, &err)) return Fail(err);
-  if (config.server.auth != "single") {
-    return Fail("auth = \"" + config.server.auth +
-                "\" is not available in this build; use \"single\", with [[token]] entries for "
-                "several users");
+  if (config.server.auth == "pam" && ::geteuid() != 0 && !options.check_config) {
+    return Fail("auth = \"pam\" needs root: only root can check passwords and act as other users");
   }
   if (options.check_config) {
     std::cout << "the configuration is good\n";

@@ -11,10 +11,12 @@
 
 #include "bounds.h"
 #include "call.h"
+#include "core/config.h"
 #include "core/user.h"
 #include "envelope.h"
 #include "frames.h"
 #include "host_calls.h"
+#include "login_policy.h"
 #include "remote_access.h"
 #include "support/errors.h"
 
@@ -34,6 +36,9 @@ std::string CallPlugin(const Call& call, const Plugin& plugin) {
 // The answer, whatever the handler throws.
 std::string AnswerTo(const Call& call, const Plugin& plugin) {
   try {
+    if (!MayServe(core::CurrentConfig(), call.user)) {
+      return FailureWords(WEBFM_NO_PERMISSION, "the server does not act for this user");
+    }
     PrepareRemotesFor(call);
     return call.api.empty() ? AnswerHostCall(call) : CallPlugin(call, plugin);
   } catch (const Json::Exception& e) {

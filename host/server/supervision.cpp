@@ -65,6 +65,11 @@ LookStatus LookAfterUser(const std::string& user) {
   }
 }
 
+bool BecomeOwnerOfState(const std::string& user) {
+  struct stat st {};
+  return StateFolderStat(user, &st) && BecomeOwner(st);
+}
+
 WorkerWatch::WorkerWatch(std::function<pid_t(const std::string&)> start_look)
     : start_look_(std::move(start_look)) {}
 

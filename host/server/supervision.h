@@ -29,6 +29,10 @@ enum LookStatus : int {
 // dead workers. For a process of its own.
 LookStatus LookAfterUser(const std::string& user);
 
+// Becomes the owner of the user's state folder, for good, when root. False when that is
+// not possible or there is no such folder.
+[[nodiscard]] bool BecomeOwnerOfState(const std::string& user);
+
 // When to look after whom. Runs in the launcher, on one thread.
 class WorkerWatch {
  public:

@@ -70,12 +70,16 @@ bool MakeToken(const std::string& file, std::string* token, std::string* err) {
 }  // namespace
 
 std::string RandomHex(int bits) {
-  static constexpr char kDigits[] = "0123456789abcdef";
   std::string bytes(static_cast<std::size_t>(bits) / 8, '\0');
   if (RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size())) !=
       1) {
     return {};
   }
+  return HexOf(bytes);
+}
+
+std::string HexOf(const std::string& bytes) {
+  static constexpr char kDigits[] = "0123456789abcdef";
   std::string hex;
   for (const char byte : bytes) {
     const auto value = static_cast<unsigned char>(byte);

@@ -11,6 +11,9 @@ namespace host {
 // `bits` random bits in hexadecimal. Empty when no randomness can be had.
 std::string RandomHex(int bits);
 
+// `bytes` in hexadecimal.
+std::string HexOf(const std::string& bytes);
+
 // Compares without telling by its time how far the texts agree.
 bool SameSecret(const std::string& a, const std::string& b);
 
@@ -27,6 +30,8 @@ bool SameSecret(const std::string& a, const std::string& b);
 class Tokens {
  public:
   void Add(std::string token, std::string user);
+
+  bool empty() const { return known_.empty(); }
 
   // The user of a token. Every known token is compared, whatever matches.
   std::optional<std::string> UserOf(const std::string& token) const;

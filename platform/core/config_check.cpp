@@ -112,6 +112,15 @@ class TableCheck {
   std::optional<ConfigFault> fault_;
 };
 
+Words CheckMetrics(const std::string& address) {
+  if (address.empty()) return std::nullopt;
+  if (auto words = CheckListen(address)) return words;
+  const std::string host = address.substr(0, address.rfind(':'));
+  // What the server does is nobody's business beyond this machine.
+  if (host == "localhost" || host == "[::1]" || host.starts_with("127.")) return std::nullopt;
+  return Quoted(address) + " is not an address of this machine alone, such as 127.0.0.1:9105";
+}
+
 std::optional<ConfigFault> CheckServer(const ServerConfig& server) {
   TableCheck check("server", 0);
   check.Key("listen", CheckListen(server.listen));
@@ -124,6 +133,41 @@ std::optional<ConfigFault> CheckServer(const ServerConfig& server) {
   check.Require(server.key.empty() ? "key" : "certificate",
                 server.key.empty() == server.certificate.empty(),
                 "certificate and key are needed together");
+  check.Require("run_as", !server.run_as.empty() && !HasControl(server.run_as),
+                "the account that the HTTP side runs as is needed");
+  check.Key("metrics", CheckMetrics(server.metrics));
+  return check.Fault();
+}
+
+std::optional<ConfigFault> CheckLogin(const LoginConfig& login) {
+  constexpr int kMaxHours = 24 * 365;
+  TableCheck check("login", 0);
+  check.Key("service", CheckPlainWord(login.service, "/"));
+  check.Require("service", !login.service.empty(), "the name of a PAM service is needed");
+  check.Key("service_folder", CheckOptionalAbsolute(login.service_folder));
+  check.Require("min_uid", login.min_uid >= 1, "must be 1 or more: root never logs in");
+  check.Require("idle_hours", login.idle_hours >= 1 && login.idle_hours <= kMaxHours,
+                "must be 1 to 8760");
+  check.Require("max_hours", login.max_hours >= 1 && login.max_hours <= kMaxHours,
+                "must be 1 to 8760");
+  return check.Fault();
+}
+
+std::optional<ConfigFault> CheckLimits(const LimitsConfig& limits) {
+  constexpr int kMaxSeconds = 3600;
+  constexpr int kMaxRate = 100000;
+  TableCheck check("limits", 0);
+  check.Require("header_seconds",
+                limits.header_seconds >= 1 && limits.header_seconds <= kMaxSeconds,
+                "must be 1 to 3600");
+  check.Require("body_seconds", limits.body_seconds >= 1 && limits.body_seconds <= kMaxSeconds,
+                "must be 1 to 3600");
+  check.Require("requests_per_second",
+                limits.requests_per_second >= 1 && limits.requests_per_second <= kMaxRate,
+                "must be 1 to 100000");
+  check.Require("requests_at_once",
+                limits.requests_at_once >= 1 && limits.requests_at_once <= kMaxRate,
+                "must be 1 to 100000");
   return check.Fault();
 }
 
@@ -198,6 +242,8 @@ std::optional<ConfigFault> CheckNamed(const char* table, const std::vector<Entry
 
 std::optional<ConfigFault> FindConfigFault(const Config& config) {
   if (auto fault = CheckServer(config.server)) return fault;
+  if (auto fault = CheckLogin(config.login)) return fault;
+  if (auto fault = CheckLimits(config.limits)) return fault;
   if (auto fault = CheckNamed("share", config.shares, CheckShare)) return fault;
   if (auto fault = CheckNamed("remote", config.remotes, CheckRemote)) return fault;
   for (std::size_t i = 0; i < config.tokens.size(); ++i) {

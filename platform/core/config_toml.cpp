@@ -114,12 +114,31 @@ int RestrictionValue(const std::string& name) {
 }
 
 void ReadServer(const Section& section, ServerConfig* out) {
-  section.Known({"listen", "state", "auth", "certificate", "key"});
+  section.Known({"listen", "state", "auth", "certificate", "key", "run_as", "metrics"});
   section.Text("listen", &out->listen);
   section.Text("state", &out->state);
   section.Text("auth", &out->auth);
   section.Text("certificate", &out->certificate);
   section.Text("key", &out->key);
+  section.Text("run_as", &out->run_as);
+  section.Text("metrics", &out->metrics);
+}
+
+void ReadLogin(const Section& section, LoginConfig* out) {
+  section.Known({"service", "service_folder", "min_uid", "idle_hours", "max_hours"});
+  section.Text("service", &out->service);
+  section.Text("service_folder", &out->service_folder);
+  section.Whole("min_uid", &out->min_uid);
+  section.Whole("idle_hours", &out->idle_hours);
+  section.Whole("max_hours", &out->max_hours);
+}
+
+void ReadLimits(const Section& section, LimitsConfig* out) {
+  section.Known({"header_seconds", "body_seconds", "requests_per_second", "requests_at_once"});
+  section.Whole("header_seconds", &out->header_seconds);
+  section.Whole("body_seconds", &out->body_seconds);
+  section.Whole("requests_per_second", &out->requests_per_second);
+  section.Whole("requests_at_once", &out->requests_at_once);
 }
 
 void ReadShare(const Section& section, ShareConfig* out) {
@@ -200,8 +219,10 @@ class Root {
   Root(const toml::table& table, Errors* errors) : table_(table), errors_(errors) {}
 
   void Read(Config* out) const {
-    OnlyTables({"server", "share", "remote", "token", "bandwidth", "copymove"});
+    OnlyTables({"server", "login", "limits", "share", "remote", "token", "bandwidth", "copymove"});
     One("server", ReadServer, &out->server);
+    One("login", ReadLogin, &out->login);
+    One("limits", ReadLimits, &out->limits);
     Each("share", ReadShare, &out->shares);
     Each("remote", ReadRemote, &out->remotes);
     Each("token", ReadToken, &out->tokens);

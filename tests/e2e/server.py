@@ -98,6 +98,7 @@ class Server:
 
     def __init__(self, state, shares=None, config=None, auth=""):
         self.state, self.shares, self.config, self.auth = state, shares or {}, config, auth
+        self.listen = "127.0.0.1:0"
         self.log = state.parent / "log"
         self.process = None
 
@@ -106,11 +107,11 @@ class Server:
         if self.config is None:
             for name, path in self.shares.items():
                 arguments += ["--share", f"{name}={path}"]
-            return arguments + ["--state", str(self.state), "--listen", "127.0.0.1:0"]
+            return arguments + ["--state", str(self.state), "--listen", self.listen]
         file = self.state.parent / "fennox.toml"
         shares = "".join(f'[[share]]\nname = "{n}"\npath = "{p}"\nread = ["*"]\nwrite = ["*"]\n'
                          for n, p in self.shares.items())
-        file.write_text(f'[server]\nlisten = "127.0.0.1:0"\nstate = "{self.state}"\n{self.auth}\n'
+        file.write_text(f'[server]\nlisten = "{self.listen}"\nstate = "{self.state}"\n{self.auth}\n'
                         + shares + self.config)
         return arguments + ["--config", str(file)]
 

@@ -56,10 +56,32 @@ struct ServerConfig {
   std::string auth = "single";  // or "pam"
   std::string certificate;      // with `key`: TLS
   std::string key;
+  // With several users: the account that the HTTP side runs as.
+  std::string run_as = "nobody";
+  std::string metrics;  // ADDRESS:PORT for figures about the server; empty: none
+};
+
+// [login]: logins with system accounts, and how long any login lasts.
+struct LoginConfig {
+  std::string service = "fennox";  // PAM service
+  std::string service_folder;      // absolute path of its file's folder; empty: the system's
+  int min_uid = 1000;              // accounts below it are the system's own and stay out
+  int idle_hours = 24;             // an unused session ends
+  int max_hours = 24 * 7;          // any session ends
+};
+
+// [limits]: what one caller may ask of the server.
+struct LimitsConfig {
+  int header_seconds = 15;        // for a request's head, from its first byte
+  int body_seconds = 60;          // for its body
+  int requests_per_second = 200;  // of one user, on average
+  int requests_at_once = 32;      // of one user
 };
 
 struct Config {
   ServerConfig server;
+  LoginConfig login;
+  LimitsConfig limits;
   std::vector<ShareConfig> shares;
   std::vector<RemoteConfig> remotes;
   std::vector<TokenConfig> tokens;

@@ -2,24 +2,19 @@
 
 #include <syslog.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 #include "core/error.h"
 #include "core/utf8.h"
 #include "dropbox_failure.h"
+#include "retry.h"
 #include "server_path.h"
 
 namespace TAVOCloud {
 namespace {
 
-constexpr int kMostAttempts = 6;
-constexpr int kLongestPause = 4000;        // milliseconds
-constexpr long kLongestOrderedPause = 15;  // seconds
 // What one upload session may hold.
 constexpr std::uint64_t kLargestFile = 350'000'000'000;
 
@@ -53,11 +48,9 @@ bool WasReached(const DropboxAnswer& answer) {
 
 }  // namespace
 
-DropboxCloud::DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId)
-    : DropboxCloud(remote, serverId, Pace{}) {}
-
-DropboxCloud::DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId, Pace pace)
-    : api_(remote), pace_(pace) {
+DropboxCloud::DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId,
+                           std::size_t part)
+    : api_(remote), part_(part) {
   serverId_ = serverId;
 }
 
@@ -90,16 +83,12 @@ bool DropboxCloud::CheckPath(const std::string& path) {
 }
 
 bool DropboxCloud::WaitForAnother(const DropboxAnswer& answer, int attempt) {
-  Flow* flow = api_.client().watched();
-  if (api_.client().hurries() || (flow != nullptr && flow->error() != 0)) return false;
+  Flow* flow = api_.curl().watched();
+  if (api_.curl().hurries() || (flow != nullptr && flow->error() != 0)) return false;
   const bool begun = attempt > 1 || WasReached(answer) || (flow != nullptr && flow->moved() > 0);
-  if (!begun || attempt >= kMostAttempts || !ExplainDropbox(answer).broken) return false;
-  const long ordered = std::clamp(answer.retry_after, 0L, kLongestOrderedPause) * 1000;
-  const int pause = std::max(std::min(pace_.first_pause << (attempt - 1), kLongestPause),
-                             static_cast<int>(ordered));
-  if (flow != nullptr) return flow->Pause(pause);
-  std::this_thread::sleep_for(std::chrono::milliseconds(pause));
-  return true;
+  const int most = answer.ok() ? kMostRefusals : kMostAttempts;
+  if (!begun || attempt >= most || !ExplainDropbox(answer).broken) return false;
+  return PauseAfter(attempt, flow, answer.retry_after);
 }
 
 DropboxAnswer DropboxCloud::Persist(const Call& call, Again again) {
@@ -195,9 +184,9 @@ void DropboxCloud::Discard(const std::string& path, const std::string& version) 
   const int saved = errno;
   Json::Value argument = PathArgument(path);
   if (!version.empty()) argument["parent_rev"] = version;
-  api_.client().Hurry(true);
+  api_.curl().Hurry(true);
   (void)api_.Ask("files/delete_v2", argument);
-  api_.client().Hurry(false);
+  api_.curl().Hurry(false);
   errno = saved;
 }
 

@@ -19,15 +19,12 @@ namespace TAVOCloud {
 // stopped, a bounded number of times.
 class DropboxCloud final : public Cloud {
  public:
-  struct Pace {
-    // Larger files are sent in parts of this size, each of which is held in memory until
-    // the service has it.
-    std::size_t part = 8U << 20U;
-    int first_pause = 250;  // milliseconds before a second attempt
-  };
+  // Larger files are sent in parts of this size, each of which is held in memory until
+  // the service has it.
+  static constexpr std::size_t kPart = 8U << 20U;
 
-  DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId);
-  DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId, Pace pace);
+  DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId,
+               std::size_t part = kPart);
 
   std::string Name() const override { return api_.remote().name; }
   bool Connect(std::string* err) override;
@@ -86,7 +83,7 @@ class DropboxCloud final : public Cloud {
                const std::string& hash);
 
   DropboxApi api_;
-  Pace pace_;
+  std::size_t part_;
 };
 
 }  // namespace TAVOCloud

@@ -114,8 +114,7 @@ Json::Value ReadJson(const std::string& text) {
   return value;
 }
 
-DropboxApi::DropboxApi(core::RemoteConfig remote)
-    : remote_(std::move(remote)), client_(remote_.ca_file) {}
+DropboxApi::DropboxApi(core::RemoteConfig remote) : remote_(std::move(remote)), client_(remote_) {}
 
 std::string DropboxApi::UrlOf(const char* service, const std::string& path) const {
   if (remote_.host.empty()) return std::string("https://") + service + ".dropboxapi.com" + path;

@@ -46,7 +46,7 @@ class DropboxApi {
   explicit DropboxApi(core::RemoteConfig remote);
 
   const core::RemoteConfig& remote() const { return remote_; }
-  HttpClient& client() { return client_; }
+  CurlHandle& curl() { return client_.curl(); }
 
   // `call` is an endpoint's name such as "files/get_metadata".
   DropboxAnswer Ask(const std::string& call, const Json::Value& argument, bool slow = false);

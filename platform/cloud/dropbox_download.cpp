@@ -89,9 +89,9 @@ bool DropboxCloud::Download(const std::string& serverPath, int fd, std::uint64_t
     receiver.Restart();
     return api_.Fetch(argument, flow.moved(), take);
   };
-  api_.client().Watch(&flow);
+  api_.curl().Watch(&flow);
   const DropboxAnswer answer = Persist(receive, Again::kAlways);
-  api_.client().Watch(nullptr);
+  api_.curl().Watch(nullptr);
   if (flow.error() != 0) return FailLocally(flow);
   if (answer.Succeeded() && receiver.Check(answer) && receiver.IsWhole()) return true;
   return receiver.words() != nullptr ? FailWithWords(receiver.words()) : Fail(answer);

@@ -122,7 +122,7 @@ bool DropboxCloud::SendInParts(const std::string& path, Flow* flow, bool* lost) 
   DropboxAnswer answer;
   for (bool last = false; !last; session.offset += data.size()) {
     const std::uint64_t left = session.size - session.offset;
-    if (!ReadPart(flow, std::min<std::uint64_t>(left, pace_.part), &data)) return false;
+    if (!ReadPart(flow, std::min<std::uint64_t>(left, part_), &data)) return false;
     session.hash.Add(data);
     last = data.size() == left;
     if (last) session.whole = session.hash.Finish();
@@ -154,10 +154,9 @@ bool DropboxCloud::Upload(const std::string& serverPath, int fd, std::uint64_t s
   if (serverPath.back() == '/') return Fail(EISDIR, core::kErrFileExpected);
   if (!IsAcceptedSize(size)) return false;
   Flow flow(fd, size, progress, cancel, readSize);
-  api_.client().Watch(&flow);
-  const bool sent =
-      size <= pace_.part ? SendWhole(serverPath, &flow) : SendLarge(serverPath, &flow);
-  api_.client().Watch(nullptr);
+  api_.curl().Watch(&flow);
+  const bool sent = size <= part_ ? SendWhole(serverPath, &flow) : SendLarge(serverPath, &flow);
+  api_.curl().Watch(nullptr);
   return sent || (flow.error() != 0 ? FailLocally(flow) : false);
 }
 

@@ -1,17 +1,14 @@
 // POST requests over HTTP, on connections that are kept.
 #pragma once
 
-#include <curl/curl.h>
-
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "connection.h"
-#include "flow.h"
+#include "core/config.h"
+#include "curl_handle.h"
 
 namespace TAVOCloud {
 
@@ -36,34 +33,19 @@ struct HttpRequest {
 // Not for several threads at a time. Follows no redirection.
 class HttpClient {
  public:
-  // `ca_file`: the certificates to trust, empty for those of the system.
-  explicit HttpClient(std::string ca_file);
+  // Of the remote only the patience and the trust are used.
+  explicit HttpClient(const core::RemoteConfig& remote);
 
-  // Requests end when `flow` is told to stop; null: they do not.
-  void Watch(Flow* flow) { watched_ = flow; }
-  Flow* watched() const { return watched_; }
-  // Requests give up after a few seconds: for cleaning up after a stop.
-  void Hurry(bool hurry) { hurry_ = hurry; }
-  bool hurries() const { return hurry_; }
+  CurlHandle& curl() { return curl_; }
 
   HttpAnswer Post(const HttpRequest& request);
 
  private:
-  struct CleanUp {
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-  };
-
-  template <typename Value>
-  void Set(CURLoption option, Value value);
   void Prepare(const HttpRequest& request);
-  void PreparePatience(bool slow);
-  void Perform(HttpAnswer* answer);
 
   std::string ca_file_;
-  bool options_taken_ = true;
-  bool hurry_ = false;
-  Flow* watched_ = nullptr;
-  std::unique_ptr<CURL, CleanUp> handle_;
+  int connect_timeout_;
+  CurlHandle curl_;
 };
 
 }  // namespace TAVOCloud

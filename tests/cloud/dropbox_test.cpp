@@ -52,8 +52,7 @@ class DropboxTest : public TransferTest {
     remote.mount = folder_;
     config.remotes.push_back(remote);
     core::SetConfig(config);
-    return std::make_unique<DropboxCloud>(remote, "dropbox://" + remote.name + "/",
-                                          DropboxCloud::Pace{kPart, 10});
+    return std::make_unique<DropboxCloud>(remote, "dropbox://" + remote.name + "/", kPart);
   }
   std::unique_ptr<Cloud> OpenSecond() {
     core::RemoteConfig remote = box_->remote();
@@ -299,7 +298,7 @@ TEST_F(DropboxTest, WhatTheServiceRefusesIsToldByItsReason) {
            Case{401, R"({".tag": "invalid_access_token"})", core::kErrNotPermitted, 1},
            Case{403, "{}", core::kErrNotPermitted, 1},
            Case{400, R"("nonsense")", core::kErrInputOutput, 1},
-           Case{503, "null", core::kErrHostDown, 6},
+           Case{503, "null", core::kErrHostDown, 4},
        }) {
     SCOPED_TRACE(one.error);
     ForgetRequests();

@@ -93,7 +93,10 @@ bool WebDavExchange::TakeBody(const char* data, std::size_t length) {
   long status = 0;
   (void)curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
   if (request_.download == nullptr) {
-    if (answer_->text.size() + length > kLongestText) return false;
+    if (answer_->text.size() + length > kLongestText) {
+      answer_->words = "the server's answer is too long";
+      return false;
+    }
     answer_->text.append(data, length);
     return true;
   }

@@ -1,5 +1,7 @@
 #include "webdav_session.h"
 
+#include <strings.h>
+
 #include <memory>
 #include <utility>
 
@@ -127,7 +129,8 @@ bool WebDavSession::IsHere(const std::string& url, std::string* here) const {
   }
   for (const CURLUPart part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
     const std::string value = PartOf(there.get(), part, CURLU_DEFAULT_PORT);
-    if (value.empty() || value != PartOf(own.get(), part, CURLU_DEFAULT_PORT)) return false;
+    const std::string wanted = PartOf(own.get(), part, CURLU_DEFAULT_PORT);
+    if (value.empty() || strcasecmp(value.c_str(), wanted.c_str()) != 0) return false;
   }
   const std::string query = PartOf(there.get(), CURLUPART_QUERY, 0);
   *here = origin_ + PartOf(there.get(), CURLUPART_PATH, 0) + (query.empty() ? "" : "?" + query);

@@ -1,7 +1,9 @@
 // WebDAV against a real Apache.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -356,6 +358,35 @@ TEST_F(WebDavTest, OnlyPlacesOnTheSameServerAreFollowed) {
   EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted);
   EXPECT_FALSE(Download("circle", kBig, &copy));
   EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted);
+}
+
+TEST_F(WebDavTest, AStopIsHeardWhileTheServerIsSilent) {
+  const core::UniqueFd silent(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  auto* any = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_EQ(bind(silent.get(), any, length), 0);
+  ASSERT_EQ(listen(silent.get(), 5), 0);
+  ASSERT_EQ(getsockname(silent.get(), any, &length), 0);
+  core::RemoteConfig remote;
+  remote.name = "server";
+  remote.protocol = "webdav";
+  remote.host = "127.0.0.1";
+  remote.port = ntohs(address.sin_port);
+  Use(remote);
+  const core::UniqueFd fd(open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  static std::chrono::steady_clock::time_point begin;
+  begin = std::chrono::steady_clock::now();
+  const auto stop_soon = [] {
+    return std::chrono::steady_clock::now() - begin > std::chrono::seconds(1) ? 1 : 0;
+  };
+  EXPECT_FALSE(Cloud::DownloadFile(cloud_.get(), cloud_->GetServerID() + "file", fd.get(), 100,
+                                   nullptr, stop_soon, nullptr));
+  EXPECT_EQ(errno, ECANCELED);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30))
+      << "not by the library's own patience";
 }
 
 TEST_F(WebDavTest, AFullDiskOfTheServerIsToldAndLeavesTheOldFile) {

@@ -43,10 +43,15 @@ function pageView() {
     ${trayView()} ${dialogsView()} ${noticesView()}`;
 }
 
+let atLogin = false;
+
 function draw() {
   document.documentElement.lang = locale();
   render(pageView(), document.getElementById("page"));
   openNewDialogs();
+  // The form has the keyboard when it appears, also in the middle of something.
+  if (state.user === "" && !atLogin) document.querySelector(".login input").focus();
+  atLogin = state.user === "";
 }
 
 function watchWidth() {

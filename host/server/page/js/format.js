@@ -29,13 +29,6 @@ export function percent(fraction) {
   return `${whole} %`;
 }
 
-export function time(seconds) {
-  return new Date(seconds * 1000).toLocaleString(locale(), {
-    dateStyle: "medium",
-    timeStyle: "short",
-  });
-}
-
 // As short as a table column wants it, and sortable by eye.
 export function shortTime(seconds) {
   const date = new Date(seconds * 1000);

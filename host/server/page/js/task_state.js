@@ -43,10 +43,18 @@ export function aboutOf(record) {
   };
 }
 
+// The skip status counts each name that was taken, also those that the task was to replace;
+// where some were, it says nothing about the others.
+function skippedOf(data) {
+  const overwrite = data?.params?.overwrite;
+  const replaced = Array.isArray(overwrite) && overwrite.some((each) => String(each) === "true");
+  return replaced ? "" : data?.skipstatus?.status;
+}
+
 function endOf(record, figures) {
   if (figures.ratio < 0) return "failed";
   if (errorsOf(record).length > 0) return "failures";
-  const skipped = record.data?.skipstatus?.status;
+  const skipped = skippedOf(record.data);
   if (skipped === "all") return "skippedAll";
   return skipped === "some" ? "skippedSome" : "done";
 }

@@ -176,7 +176,7 @@ export const english = {
   "task.dismiss": "Remove from list",
   "task.dismissNamed": "Remove from list: {0}",
   "task.again": "Try again",
-  "task.againNamed": "Try the failed entries again: {0}",
+  "task.againNamed": "Try again: {0}",
   "task.failureList": "What failed",
   "task.failedPath": "Path",
   "task.failedReason": "Reason",

@@ -176,7 +176,7 @@ export const german = {
   "task.dismiss": "Aus der Liste entfernen",
   "task.dismissNamed": "Aus der Liste entfernen: {0}",
   "task.again": "Noch einmal",
-  "task.againNamed": "Das Fehlgeschlagene noch einmal versuchen: {0}",
+  "task.againNamed": "Noch einmal: {0}",
   "task.failureList": "Was fehlgeschlagen ist",
   "task.failedPath": "Pfad",
   "task.failedReason": "Grund",

@@ -4,6 +4,7 @@ import { html } from "/vendor/lit-html/lit-html.js";
 import { live } from "/vendor/lit-html/directives/live.js";
 import { CHOICES, merges } from "../conflicts.js";
 import * as format from "../format.js";
+import { shown } from "../shown.js";
 import { changed } from "../store.js";
 import { counted, t } from "../words.js";
 import { frame } from "./dialog_frame.js";
@@ -35,14 +36,14 @@ function conflictView(conflict) {
   return html`
     <tbody>
       <tr>
-        <th scope="rowgroup" rowspan="2">${iconOf(source)} <span class="text">${source.name}</span>
+        <th scope="rowgroup" rowspan="2">${iconOf(source)} <span class="text">${shown(source.name)}</span>
           ${conflict.choices.length < CHOICES.length && (source.type === "folder") !== (existing.type === "folder")
             ? html`<p class="hint">${t("conflict.mixed")}</p>`
             : ""}</th>
         <td>${t("conflict.new")}</td>
         ${factsView(source, existing)}
         <td rowspan="2">
-          <select aria-label=${t("conflict.choice", source.name)} .value=${live(conflict.choice)}
+          <select aria-label=${t("conflict.choice", shown(source.name))} .value=${live(conflict.choice)}
             @change=${(event) => choose(conflict, event.currentTarget.value)}>
             ${conflict.choices.map((choice) => choiceView(conflict, choice))}
           </select>
@@ -76,5 +77,5 @@ export function conflictDialog(dialog) {
     <button class="primary" data-first @click=${() => dialog.answer(conflicts)}>
       ${t(order.move ? "conflict.move" : "conflict.copy")}
     </button>`;
-  return frame(dialog, counted("conflict.title", conflicts.length, order.dest), body, buttons, "wide");
+  return frame(dialog, counted("conflict.title", conflicts.length, shown(order.dest)), body, buttons, "wide");
 }

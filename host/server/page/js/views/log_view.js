@@ -4,6 +4,7 @@ import { html } from "/vendor/lit-html/lit-html.js";
 import { repeat } from "/vendor/lit-html/directives/repeat.js";
 import * as format from "../format.js";
 import { matching, readLog } from "../log.js";
+import { shown } from "../shown.js";
 import { changed, state } from "../store.js";
 import { t } from "../words.js";
 import { icon } from "./icons.js";
@@ -15,9 +16,9 @@ function search(event) {
 
 function lineView(line) {
   return html`<tr>
-    <td class="time">${format.time(line.time)}</td>
+    <td class="time">${format.shortTime(line.time)}</td>
     <td>${t(line.action === "move" ? "log.move" : "log.copy")}</td>
-    <td class="what">${line.text}</td>
+    <td class="what">${shown(line.text)}</td>
     <td class="size">${line.folder ? t("pane.folder") : format.bytes(line.size)}</td>
   </tr>`;
 }

@@ -29,7 +29,7 @@ async function submit(event) {
 function passwordFields() {
   return html`
     <label>${t("login.user")}
-      <input name="user" autocomplete="username" autocapitalize="none" autofocus />
+      <input name="user" autocomplete="username" autocapitalize="none" />
     </label>
     <label>${t("login.password")}
       <input name="password" type="password" autocomplete="current-password" />
@@ -39,7 +39,7 @@ function passwordFields() {
 function tokenField() {
   return html`
     <label>${t("login.token")}
-      <input name="token" type="password" autocomplete="off" autofocus aria-describedby="token-hint" />
+      <input name="token" type="password" autocomplete="off" aria-describedby="token-hint" />
     </label>
     <p class="hint" id="token-hint">${t("login.tokenHint")}</p>`;
 }

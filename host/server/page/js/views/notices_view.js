@@ -4,6 +4,7 @@ import { html } from "/vendor/lit-html/lit-html.js";
 import { repeat } from "/vendor/lit-html/directives/repeat.js";
 import { close } from "../notices.js";
 import { nameOf } from "../paths.js";
+import { shown } from "../shown.js";
 import { state } from "../store.js";
 import { t } from "../words.js";
 import { icon } from "./icons.js";
@@ -13,7 +14,7 @@ const ICONS = { good: "check", bad: "warn", info: "other" };
 function noticeView({ id, kind, text }) {
   return html`
     <div class="notice ${kind}">
-      ${icon(ICONS[kind])} <span>${text}</span>
+      ${icon(ICONS[kind])} <span>${shown(text)}</span>
       <button class="quiet" aria-label=${t("notice.close")} @click=${() => close(id)}>${icon("close")}</button>
     </div>`;
 }
@@ -21,7 +22,7 @@ function noticeView({ id, kind, text }) {
 function dropView() {
   if (!state.drop) return "";
   const key = state.drop.move ? "drop.move" : "drop.copy";
-  return html`<div class="notice info">${t(key, nameOf(state.drop.folder))}</div>`;
+  return html`<div class="notice info">${t(key, shown(nameOf(state.drop.folder)))}</div>`;
 }
 
 export function noticesView() {

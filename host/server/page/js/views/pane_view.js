@@ -6,17 +6,18 @@ import * as format from "../format.js";
 import { activate, open, refresh, shownPanes } from "../panes.js";
 import { crumbs, parent, ROOT } from "../paths.js";
 import { preferences } from "../preferences.js";
+import { shown } from "../shown.js";
 import { state } from "../store.js";
 import { counted, reason, t } from "../words.js";
 import { icon } from "./icons.js";
 import { listView } from "./list_view.js";
 
 function crumbView(pane, crumb, isLast) {
-  const label = crumb.path === ROOT ? icon("home") : crumb.name;
+  const label = crumb.path === ROOT ? icon("home") : shown(crumb.name);
   return html`<li>
     <button
       class="crumb ${state.drop?.folder === crumb.path && !isLast ? "drop" : ""}"
-      aria-label=${crumb.path === ROOT ? t("app.places") : crumb.name}
+      aria-label=${crumb.path === ROOT ? t("app.places") : shown(crumb.name)}
       aria-current=${isLast ? "location" : "false"}
       @click=${() => open(pane, crumb.path)}
       @dragover=${(event) => dragOver(event, crumb.path)}
@@ -26,13 +27,13 @@ function crumbView(pane, crumb, isLast) {
   </li>`;
 }
 
-function barView(pane) {
+function barView(pane, label) {
   const list = crumbs(pane.path);
   return html`
     <div class="pane-bar">
       <button class="quiet" aria-label=${t("pane.up")} title=${t("pane.up")}
         ?disabled=${pane.path === ROOT} @click=${() => open(pane, parent(pane.path))}>${icon("up")}</button>
-      <nav aria-label=${t("pane.path")}>
+      <nav aria-label="${label}: ${t("pane.path")}">
         <ol class="crumbs">${list.map((crumb, i) => crumbView(pane, crumb, i === list.length - 1))}</ol>
       </nav>
       <button class="quiet" aria-label=${t("pane.refresh")} title=${t("pane.refresh")}
@@ -80,7 +81,7 @@ export function paneView(pane) {
       @dragover=${(event) => dragOver(event, pane.path)}
       @dragleave=${(event) => dragLeave(event, pane.path)}
       @drop=${(event) => drop(event, pane.path)}>
-      ${barView(pane)}
+      ${barView(pane, label)}
       <div class="list-frame">${listView(pane, label)} ${blankView(pane)}</div>
       <p class="pane-foot">${pane.status === "ready" ? footText(pane) : ""}</p>
     </section>`;

@@ -5,6 +5,7 @@ import { repeat } from "/vendor/lit-html/directives/repeat.js";
 import { readFolder, sorted, visible } from "../listing.js";
 import { crumbs, join, ROOT } from "../paths.js";
 import { preferences } from "../preferences.js";
+import { shown } from "../shown.js";
 import { changed } from "../store.js";
 import { counted, reason, t } from "../words.js";
 import { frame } from "./dialog_frame.js";
@@ -27,7 +28,7 @@ async function goTo(dialog, path) {
 function folderView(dialog, folder) {
   const path = folder.type === "share" ? folder.path : join(dialog.path, folder.name);
   return html`<li><button class="place" @click=${() => goTo(dialog, path)}>
-    ${iconOf(folder)} <span class="name">${folder.name}</span></button></li>`;
+    ${iconOf(folder)} <span class="name">${shown(folder.name)}</span></button></li>`;
 }
 
 function foldersView(dialog) {
@@ -50,8 +51,8 @@ export function pickDialog(dialog) {
     <p class="hint">${counted("pick.what", dialog.sources.length)}</p>
     <nav aria-label=${t("pane.path")}><ol class="crumbs">
       ${crumbs(dialog.path).map(({ name, path }) => html`<li>
-        <button class="crumb" aria-label=${path === ROOT ? t("app.places") : name}
-          @click=${() => goTo(dialog, path)}>${path === ROOT ? icon("home") : name}</button></li>`)}
+        <button class="crumb" aria-label=${path === ROOT ? t("app.places") : shown(name)}
+          @click=${() => goTo(dialog, path)}>${path === ROOT ? icon("home") : shown(name)}</button></li>`)}
     </ol></nav>
     ${foldersView(dialog)}`;
   const possible = dialog.path !== ROOT && !dialog.failure;

@@ -6,6 +6,7 @@ import * as format from "../format.js";
 import { openEntry, select } from "../panes.js";
 import { join } from "../paths.js";
 import * as selection from "../selection.js";
+import { shown } from "../shown.js";
 import { state } from "../store.js";
 import { t } from "../words.js";
 import { icon, iconOf } from "./icons.js";
@@ -73,7 +74,7 @@ export function rowView(pane, entry, index) {
   return html`
     <div role="row" class=${classesOf(pane, entry, isSelected)} id=${rowId(pane, index)}
       aria-rowindex=${index + 2} aria-selected=${isSelected ? "true" : "false"} draggable="true"
-      title=${entry.damaged_name ? t("pane.damaged") : entry.name}
+      title=${entry.damaged_name ? t("pane.damaged") : shown(entry.name)}
       @click=${(event) => onClick(event, pane, entry)}
       @dblclick=${(event) => event.target.closest(".box") || openEntry(pane, entry)}
       @dragstart=${(event) => dragStart(event, pane, entry)} @dragend=${dragEnd}
@@ -82,7 +83,7 @@ export function rowView(pane, entry, index) {
       @drop=${(event) => opens(entry) && drop(event, folder)}>
       <span role="gridcell" class="cell name">
         <span class="box" aria-hidden="true">${isSelected ? icon("check") : ""}</span>
-        ${iconOf(entry)}<span class="text">${entry.name}</span>
+        ${iconOf(entry)}<span class="text">${shown(entry.name)}</span>
         ${entry.damaged_name ? icon("warn") : ""}
       </span>
       <span role="gridcell" class="cell size">${sizeText(entry)}</span>

@@ -5,6 +5,7 @@ import { askToStop } from "../actions.js";
 import { tryAgain } from "../again.js";
 import * as format from "../format.js";
 import { nameOf } from "../paths.js";
+import { shown } from "../shown.js";
 import { state } from "../store.js";
 import { describe } from "../task_state.js";
 import { dismiss, seconds } from "../tasks.js";
@@ -15,8 +16,9 @@ import { styled } from "./styled.js";
 export function titleOf({ about }) {
   const verb = about.move ? "move" : "copy";
   if (about.sources.length === 0) return t("task.starting");
-  if (about.sources.length === 1) return t(`task.${verb}One`, nameOf(about.sources[0]), about.dest);
-  return t(`task.${verb}Many`, format.count(about.sources.length), about.dest);
+  const dest = shown(about.dest);
+  if (about.sources.length === 1) return t(`task.${verb}One`, shown(nameOf(about.sources[0])), dest);
+  return t(`task.${verb}Many`, format.count(about.sources.length), dest);
 }
 
 function amount({ figures, estimate }) {
@@ -79,7 +81,7 @@ function failuresView({ errors }) {
       <table>
         <thead><tr><th scope="col">${t("task.failedPath")}</th><th scope="col">${t("task.failedReason")}</th></tr></thead>
         <tbody>
-          ${errors.map(({ path, code }) => html`<tr><td>${path || t("task.allOfIt")}</td><td>${reason(code)}</td></tr>`)}
+          ${errors.map(({ path, code }) => html`<tr><td>${path ? shown(path) : t("task.allOfIt")}</td><td>${reason(code)}</td></tr>`)}
         </tbody>
       </table>
     </details>`;
@@ -119,7 +121,7 @@ export function taskView(task) {
         <p class="state">${stateText(said)}</p>
         ${said.ended || !said.figures.path
           ? ""
-          : html`<p class="hint path">${t("task.now", said.figures.path)}</p>`}
+          : html`<p class="hint path">${t("task.now", shown(said.figures.path))}</p>`}
         ${said.ended ? failuresView(said) : ""}
       </div>
       <div class="buttons">${buttonsView(task, said)}</div>

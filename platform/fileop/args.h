@@ -1,11 +1,15 @@
 // The copy-arguments handle.
 #pragma once
 
+#include <sys/types.h>
+
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "companions.h"
+#include "ends.h"
 #include "fileop/copy.h"
 #include "folder.h"
 #include "removal.h"
@@ -22,4 +26,7 @@ struct _TAVOCOPYARGSEX {
   // The destination folder that was last looked through for leftovers.
   fileop::Identity cleaned;
   fileop::CompanionIndex companions;
+  // The folders around the path that was carried last.
+  fileop::Ends ends;
+  std::optional<mode_t> mask;  // the process's umask, once it was asked for
 };

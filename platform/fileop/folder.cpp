@@ -80,6 +80,8 @@ int DescribeSource(bool removes, SourceFolder* folder) {
   struct stat st;
   if (::fstat(folder->fd.get(), &st) != 0) return Fail(errno, Side::kSource);
   folder->id = IdentityOf(st);
+  folder->removal_error = 0;
+  folder->sticky = false;
   if (!removes) return 0;
   if (::faccessat(folder->fd.get(), ".", W_OK | X_OK, AT_EACCESS) != 0) {
     folder->removal_error = errno;

@@ -13,18 +13,6 @@ namespace {
 
 constexpr mode_t kPermissions = 07777;
 
-// umask can only be read by setting it, which other threads would notice.
-mode_t ReadUmask() {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> status(
-      std::fopen("/proc/self/status", "re"), std::fclose);
-  char line[256];
-  while (status != nullptr && std::fgets(line, sizeof line, status.get()) != nullptr) {
-    unsigned mask = 0;
-    if (std::sscanf(line, "Umask: %o", &mask) == 1) return mask;
-  }
-  return 022;
-}
-
 struct Owner {
   uid_t user;
   gid_t group;
@@ -90,14 +78,26 @@ int ApplyMode(const TargetFolder& folder, int dst, mode_t mode) {
 
 }  // namespace
 
-MetadataRules RulesFor(const TAVOCOPYOPTIONS& options) {
+// umask can only be read by setting it, which other threads would notice.
+mode_t ReadUmask() {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> status(
+      std::fopen("/proc/self/status", "re"), std::fclose);
+  char line[256];
+  while (status != nullptr && std::fgets(line, sizeof line, status.get()) != nullptr) {
+    unsigned mask = 0;
+    if (std::sscanf(line, "Umask: %o", &mask) == 1) return mask;
+  }
+  return 022;
+}
+
+MetadataRules RulesFor(const TAVOCOPYOPTIONS& options, mode_t mask) {
   MetadataRules rules;
   rules.keep = options.keepMetadata != 0;
   rules.keep_owner = options.moveFlag != 0;
   rules.as_root = ::geteuid() == 0;
   rules.user = static_cast<uid_t>(options.userId);
   rules.group = static_cast<gid_t>(options.groupId);
-  rules.mask = ReadUmask();
+  rules.mask = mask;
   return rules;
 }
 

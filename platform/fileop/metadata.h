@@ -22,7 +22,10 @@ struct MetadataRules {
   mode_t mask = 022;  // the process's umask
 };
 
-MetadataRules RulesFor(const TAVOCOPYOPTIONS& options);
+// The process's umask, read without changing it for a moment.
+mode_t ReadUmask();
+
+MetadataRules RulesFor(const TAVOCOPYOPTIONS& options, mode_t mask);
 
 // The permission bits with which to create the copy of `st`.
 mode_t CreationMode(const MetadataRules& rules, const struct stat& st);

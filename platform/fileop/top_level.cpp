@@ -12,7 +12,6 @@
 #include "regular_file.h"
 #include "temp_name.h"
 #include "tree_copy.h"
-#include "vfs/vfs.h"
 
 namespace fileop {
 namespace {
@@ -48,25 +47,6 @@ bool IsWithin(const std::string& path, const std::string& folder) {
 }
 
 }  // namespace
-
-int OpenEnds(const char* src, const char* dst, bool removes, Ends* ends) {
-  OpenedParent from;
-  OpenedParent to;
-  if (OpenParent(src, Side::kSource, &from) < 0) return -1;
-  if (OpenParent(dst, Side::kDestination, &to) < 0) return -1;
-  ends->from.fd = std::move(from.dir);
-  ends->from.path = std::move(from.dir_path);
-  ends->name = std::move(from.name);
-  ends->to.fd = std::move(to.dir);
-  ends->to.path = std::move(to.dir_path);
-  ends->to_name = std::move(to.name);
-  if (DescribeSource(removes, &ends->from) < 0 || DescribeTarget(&ends->to) < 0) return -1;
-  ends->from.fs_type = FsTypeOf(ends->from.fd.get());
-  ends->to.fs_type = FsTypeOf(ends->to.fd.get());
-  vfs::MountInfo mount;
-  ends->to.remote = vfs::FindByFullPath(dst, &mount);
-  return 0;
-}
 
 int CarryFile(Request& request, Ends& ends) {
   Job job{request, ends.from, ends.name, ends.to, ends.to_name};
@@ -111,10 +91,14 @@ int Carry(const char* src, const char* dst, TAVOCOPYOPTIONS* options, _TAVOCOPYA
   if (options == nullptr) return Fail(EINVAL, Side::kUnknown);
   Request request(options, args);
   if (request.cancelled()) return Fail(ECANCELED, Side::kUnknown);
+  // Taken out of the handle, so that a hook may use the handle for another path.
   Ends ends;
+  if (args != nullptr) ends = std::exchange(args->ends, {});
   if (OpenEnds(src, dst, request.removes, &ends) < 0) return -1;
   CleanOnce(ends, args);
-  return carry(request, ends);
+  const int result = carry(request, ends);
+  if (args != nullptr && result == 0) args->ends = std::move(ends);
+  return result;
 }
 
 int CopyAlone(const char* src, const char* dst, TAVOCOPYOPTIONS* options, _TAVOCOPYARGSEX* args,

@@ -1,23 +1,10 @@
 // Copying and moving the paths that callers name.
 #pragma once
 
-#include <string>
-
-#include "folder.h"
+#include "ends.h"
 #include "request.h"
 
 namespace fileop {
-
-// Both ends of one top-level path.
-struct Ends {
-  SourceFolder from;
-  TargetFolder to;
-  std::string name;
-  std::string to_name;
-};
-
-// Opens the folders around both paths. -1 with the last error set.
-[[nodiscard]] int OpenEnds(const char* src, const char* dst, bool removes, Ends* ends);
 
 // The two kinds of entries.
 [[nodiscard]] int CarryFile(Request& request, Ends& ends);

@@ -1,0 +1,61 @@
+#include "ends.h"
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <utility>
+
+#include "vfs/vfs.h"
+
+namespace fileop {
+namespace {
+
+// True when `folder` is the parent of `path`, and its path still leads to it. An
+// open folder keeps its number to itself, so the comparison cannot be fooled.
+template <typename Folder>
+bool IsParentOf(const Folder& folder, const char* path, std::string* name) {
+  if (!folder.fd) return false;
+  const std::size_t size = folder.path.size();
+  if (std::strncmp(path, folder.path.c_str(), size) != 0 || path[size] != '/') return false;
+  const char* last = path + size + 1;
+  const bool plain = *last != '\0' && std::strchr(last, '/') == nullptr &&
+                     std::strcmp(last, ".") != 0 && std::strcmp(last, "..") != 0;
+  struct stat st;
+  if (!plain || ::lstat(size == 0 ? "/" : folder.path.c_str(), &st) != 0) return false;
+  if (!(IdentityOf(st) == folder.id)) return false;
+  *name = last;
+  return true;
+}
+
+// *fresh tells whether the folder was opened now.
+template <typename Folder>
+int OpenEnd(const char* path, Side side, Folder* folder, std::string* name, bool* fresh) {
+  *fresh = path == nullptr || !IsParentOf(*folder, path, name);
+  if (!*fresh) return 0;
+  OpenedParent parent;
+  *folder = {};
+  if (OpenParent(path, side, &parent) < 0) return -1;
+  folder->fd = std::move(parent.dir);
+  folder->path = std::move(parent.dir_path);
+  *name = std::move(parent.name);
+  return 0;
+}
+
+}  // namespace
+
+int OpenEnds(const char* src, const char* dst, bool removes, Ends* ends) {
+  bool fresh_from = false;
+  bool fresh_to = false;
+  if (OpenEnd(src, Side::kSource, &ends->from, &ends->name, &fresh_from) < 0) return -1;
+  if (OpenEnd(dst, Side::kDestination, &ends->to, &ends->to_name, &fresh_to) < 0) return -1;
+  // Rights, and what new entries inherit, may have changed.
+  if (DescribeSource(removes, &ends->from) < 0 || DescribeTarget(&ends->to) < 0) return -1;
+  if (fresh_from) ends->from.fs_type = FsTypeOf(ends->from.fd.get());
+  if (fresh_to) ends->to.fs_type = FsTypeOf(ends->to.fd.get());
+  vfs::MountInfo mount;
+  ends->to.remote = vfs::FindByFullPath(dst, &mount);
+  ends->to.owner_known = false;
+  return 0;
+}
+
+}  // namespace fileop

@@ -1,0 +1,22 @@
+// The folders around both ends of a top-level path.
+#pragma once
+
+#include <string>
+
+#include "folder.h"
+
+namespace fileop {
+
+struct Ends {
+  SourceFolder from;
+  TargetFolder to;
+  std::string name;
+  std::string to_name;
+};
+
+// Opens the folders around both paths, and describes them. Folders that `ends`
+// has from the path before stay open when they still are what their paths name.
+// `removes`: the source will be removed. -1 with the last error set.
+[[nodiscard]] int OpenEnds(const char* src, const char* dst, bool removes, Ends* ends);
+
+}  // namespace fileop

@@ -1,13 +1,19 @@
 #include "real_path.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
+#include <vector>
 
+#include "core/unique_fd.h"
 #include "path_syntax.h"
 #include "support/errors.h"
 
@@ -60,9 +66,40 @@ Holder HolderOf(const std::string& path) {
           (stx.stx_mask & STATX_MNT_ID) ? stx.stx_mnt_id : 0};
 }
 
+// True when the path is written out and leads through no link: two system calls
+// then do for one per component.
+bool IsRealPath(const std::string& path) {
+  std::vector<std::string_view> names;
+  if (!path.starts_with('/') || SplitPath(std::string_view(path).substr(1), &names) != WEBFM_OK) {
+    return false;
+  }
+  open_how how{};
+  how.flags = O_PATH | O_CLOEXEC;
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  const int saved = errno;
+  const core::UniqueFd found(
+      static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how)));
+  errno = saved;
+  return found.valid();
+}
+
+// Where the mount begins that holds the folder `point`.
+std::string MountPointAbove(std::string point, const Holder& holder) {
+  while (point != "/") {
+    const std::string parent = ParentOf(point);
+    if (!(HolderOf(parent) == holder)) break;
+    point = parent;
+  }
+  return point;
+}
+
 }  // namespace
 
 bool RealPath(const std::string& path, std::string* out) {
+  if (IsRealPath(path)) {
+    *out = path;
+    return true;
+  }
   const std::unique_ptr<char, Free> resolved(realpath(path.c_str(), nullptr));
   if (!resolved) return false;
   *out = resolved.get();
@@ -90,18 +127,24 @@ int ResolveBelow(const std::string& root, const std::string& rest, std::string* 
 }
 
 std::string MountPointOf(const std::string& path) {
-  std::string point = path;
-  Holder holder = HolderOf(point);
-  if (!holder.known) {
-    point = ParentOf(point);
-    holder = HolderOf(point);
+  // Requests name many entries of one folder.
+  struct Answer {
+    std::string folder;
+    Holder holder;
+    std::string point;
+  };
+  thread_local Answer latest;
+  const Holder own = HolderOf(path);
+  if (path == "/") return path;
+  const std::string folder = ParentOf(path);
+  const bool same_folder = folder == latest.folder && latest.holder.known;
+  if (same_folder && own == latest.holder) return latest.point;
+  const Holder holder = HolderOf(folder);
+  if (own.known && !(own == holder)) return path;
+  if (!same_folder || !(holder == latest.holder)) {
+    latest = {folder, holder, MountPointAbove(folder, holder)};
   }
-  while (point != "/") {
-    const std::string parent = ParentOf(point);
-    if (!(HolderOf(parent) == holder)) break;
-    point = parent;
-  }
-  return point;
+  return latest.point;
 }
 
 }  // namespace support

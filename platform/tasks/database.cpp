@@ -173,7 +173,11 @@ Database::~Database() {
 int Database::WaitForOthers(void* self, int attempt) {
   const auto* database = static_cast<Database*>(self);
   if (std::chrono::steady_clock::now() >= database->deadline_) return 0;
-  std::this_thread::sleep_for(std::chrono::milliseconds(std::min(1 << std::min(attempt, 5), 20)));
+  // A write takes a tenth of a millisecond.
+  constexpr int kShortest = 100;
+  constexpr int kLongest = 20'000;
+  std::this_thread::sleep_for(
+      std::chrono::microseconds(std::min(kShortest << std::min(attempt, 8), kLongest)));
   return 1;
 }
 

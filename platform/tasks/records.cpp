@@ -99,8 +99,10 @@ Result CreateRecord(const std::string& user, const std::string& id) {
 }
 
 Result LoadRecord(const std::string& user, const std::string& id, Json::Value* properties,
-                  bool* finished) {
-  *properties = Json::Value(Json::objectValue);
+                  bool* finished, StoredTexts* texts) {
+  Json::Value before(Json::objectValue);
+  before.swap(*properties);
+  const StoredTexts stored_before = std::exchange(*texts, {});
   *finished = false;
   Database database;
   if (const Result opened = database.Open(user); opened != Result::kDone) return opened;
@@ -112,14 +114,25 @@ Result LoadRecord(const std::string& user, const std::string& id, Json::Value* p
   bool found = false;
   bool ended = false;
   Json::Value loaded(Json::objectValue);
+  StoredTexts stored;
   while (query.Next()) {
     found = true;
     ended = query.Integer(2) != 0;
-    if (!query.IsNull(0)) loaded[query.Bytes(0)] = TextToJson(query.Bytes(1));
+    if (query.IsNull(0)) continue;
+    const std::string name = query.Bytes(0);
+    std::string text = query.Bytes(1);
+    const auto known = stored_before.find(name);
+    if (known != stored_before.end() && known->second == text && before.isMember(name)) {
+      loaded[name].swap(before[name]);
+    } else {
+      loaded[name] = TextToJson(text);
+    }
+    stored[name] = std::move(text);
   }
   if (const Result result = query.result(); result != Result::kDone) return result;
   if (!found) return Result::kGone;
   *properties = std::move(loaded);
+  *texts = std::move(stored);
   *finished = ended;
   return Result::kDone;
 }

@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -23,12 +24,17 @@ struct Row {
   std::optional<std::int64_t> pid_start;  // unset: the process was gone when it was recorded
 };
 
+// By the property's name.
+using StoredTexts = std::map<std::string, std::string>;
+
 [[nodiscard]] Result CreateRecord(const std::string& user, const std::string& id);
 
 // The properties, an object, and whether the record is finished, as of one moment.
-// On failure *properties is an empty object and *finished false.
+// On failure *properties is an empty object and *finished false. *texts are the
+// stored texts of *properties, of the load before and then of this one: what is
+// stored as it was need not be parsed again.
 [[nodiscard]] Result LoadRecord(const std::string& user, const std::string& id,
-                                Json::Value* properties, bool* finished);
+                                Json::Value* properties, bool* finished, StoredTexts* texts);
 
 [[nodiscard]] Result AskFinished(const std::string& user, const std::string& id, bool* finished);
 

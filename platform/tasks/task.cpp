@@ -44,7 +44,7 @@ Task::Task(const char* user, const char* taskId)
 
 Task::Task(Existing /*unused*/, std::string user, std::string taskId)
     : user_(std::move(user)), id_(std::move(taskId)) {
-  const Result result = tasks::internal::LoadRecord(user_, id_, &properties_, &finished_);
+  const Result result = tasks::internal::LoadRecord(user_, id_, &properties_, &finished_, &texts_);
   if (result != Result::kDone) throw TaskError(ReasonOf(result));
 }
 
@@ -55,11 +55,14 @@ Task::~Task() {
 std::string Task::getTaskId() const { return id_; }
 
 bool Task::reload() {
-  return tasks::internal::LoadRecord(user_, id_, &properties_, &finished_) == Result::kDone;
+  return tasks::internal::LoadRecord(user_, id_, &properties_, &finished_, &texts_) ==
+         Result::kDone;
 }
 
-Json::Value Task::getProperty(const char* name) const {
-  return name == nullptr ? Json::Value() : properties_[name];
+Json::Value Task::getProperty(const char* name) const { return loadedProperty(name); }
+
+const Json::Value& Task::loadedProperty(const char* name) const {
+  return name == nullptr ? Json::Value::nullSingleton() : properties_[name];
 }
 
 bool Task::getBoolProperty(const char* name, bool fallback) const {
@@ -103,7 +106,10 @@ bool Task::writePending(bool finish) {
   updating_ = false;
   pending_ = Json::Value();
   if (tasks::internal::WriteRecord(user_, id_, values, finish) != Result::kDone) return false;
-  for (const std::string& name : values.getMemberNames()) properties_[name].swap(values[name]);
+  for (const std::string& name : values.getMemberNames()) {
+    properties_[name].swap(values[name]);
+    texts_.erase(name);
+  }
   finished_ = finished_ || finish;
   return true;
 }

@@ -23,9 +23,9 @@ bool MayComeBack(const KVX::Task& task) {
 
 bool WaitUntil(KVX::Task* task, int seconds, const std::function<bool()>& ready) {
   if (task == nullptr) return false;
-  constexpr std::chrono::milliseconds kLongestPause{100};
+  constexpr std::chrono::microseconds kLongestPause{100'000};
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  std::chrono::milliseconds pause{1};
+  std::chrono::microseconds pause{250};
   for (;;) {
     if (task->reload()) {
       if (ready()) return true;
@@ -33,7 +33,7 @@ bool WaitUntil(KVX::Task* task, int seconds, const std::function<bool()>& ready)
       return false;
     }
     const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        std::chrono::ceil<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) return false;
     std::this_thread::sleep_for(std::min(pause, left));
     pause = std::min(pause * 2, kLongestPause);
@@ -43,14 +43,14 @@ bool WaitUntil(KVX::Task* task, int seconds, const std::function<bool()>& ready)
 }  // namespace
 
 bool WaitForTaskDataReady(KVX::Task* task, const char* property, int seconds) {
-  return WaitUntil(task, seconds, [&] { return !task->getProperty(property).isNull(); });
+  return WaitUntil(task, seconds, [&] { return !task->loadedProperty(property).isNull(); });
 }
 
 bool WaitForTaskDataKeyReady(KVX::Task* task, const char* property, const char* member,
                              int seconds) {
   if (member == nullptr) return false;
   return WaitUntil(task, seconds, [&] {
-    const Json::Value value = task->getProperty(property);
+    const Json::Value& value = task->loadedProperty(property);
     return value.isObject() && value.isMember(member);
   });
 }

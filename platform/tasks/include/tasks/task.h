@@ -7,6 +7,7 @@
 
 #include <json/value.h>
 
+#include <map>
 #include <stdexcept>
 #include <string>
 
@@ -42,6 +43,9 @@ class Task {
   // The loaded value, null when the property is missing or its stored text is
   // damaged.
   Json::Value getProperty(const char* name) const;
+
+  // The same without a copy; valid until the task is loaded or changed again.
+  const Json::Value& loadedProperty(const char* name) const;
   bool getBoolProperty(const char* name, bool fallback) const;
   double getDoubleProperty(const char* name, double fallback) const;
 
@@ -85,6 +89,7 @@ class Task {
   std::string user_;
   std::string id_;
   Json::Value properties_;
+  std::map<std::string, std::string> texts_;  // properties_ as they are stored
   Json::Value pending_;
   bool finished_ = false;
   bool updating_ = false;

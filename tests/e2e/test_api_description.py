@@ -60,7 +60,8 @@ def test_every_answer_is_one_that_is_described(server, described):
 
     for name, queries in {"shares": [{}], "list": [{"path": "/src"}, {"path": "/none"}, {}],
                           "tasks": [{}], "task": [{"id": "none"}, {}], "whoami": [{}],
-                          "notifications": [{}, {"limit": 1}], "log": [{}]}.items():
+                          "notifications": [{}, {"limit": 1}], "log": [{}],
+                          "texts": [{"language": "ger"}, {"language": "xyz"}, {}]}.items():
         for query in queries:
             described(client.host(name, **query), f"/host/{name}")
 

@@ -36,7 +36,7 @@ std::string ConnectionText(httplib::Error error, const std::string& origin) {
 const char* StatusText(int status) {
   switch (status) {
     case 401:
-      return "not logged in: set FENNOX_TOKEN, or store the token with \"fennox login\"";
+      return "not logged in: set FENNOX_TOKEN, or log in with \"fennox login\"";
     case 403:
       return "the server forbids this call";
     case 404:
@@ -50,6 +50,17 @@ const char* StatusText(int status) {
     default:
       return "the server cannot answer";
   }
+}
+
+// The server's own words say more than the status, except for whoever is not logged in.
+std::string HttpText(int status, const Json::Value& failure) {
+  std::string words;
+  if (failure.isObject() && failure["detail"].isObject() &&
+      failure["detail"]["message"].isString()) {
+    words = Printable(failure["detail"]["message"].asString());
+  }
+  if (words.empty() || words == "not logged in") words = StatusText(status);
+  return words + " (HTTP " + std::to_string(status) + ")";
 }
 
 bool ParseJson(const std::string& body, Json::Value* out) {
@@ -75,8 +86,7 @@ bool ReadEnvelope(int http_status, const std::string& body, Json::Value* data, C
   const bool readable = ParseJson(body, &answer) && answer.isObject() && answer["success"].isBool();
   if (http_status != 200) {
     error->kind = CallError::Kind::kHttp;
-    error->text =
-        std::string(StatusText(http_status)) + " (HTTP " + std::to_string(http_status) + ")";
+    error->text = HttpText(http_status, readable ? answer["error"] : Json::Value());
     return false;
   }
   if (readable && answer["success"].asBool()) {
@@ -136,6 +146,13 @@ bool Client::Get(const std::string& call, const std::multimap<std::string, std::
   const std::string path = connection_->address.base + "/host/" + call;
   const httplib::Params params(query.begin(), query.end());
   return connection_->Finish(connection_->http.Get(path, params, httplib::Headers()), data, error);
+}
+
+bool Client::Post(const std::string& call, const Json::Value& params, Json::Value* data,
+                  CallError* error) {
+  const std::string path = connection_->address.base + "/host/" + call;
+  return connection_->Finish(connection_->http.Post(path, ToJsonLine(params), "application/json"),
+                             data, error);
 }
 
 }  // namespace cli

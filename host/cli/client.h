@@ -46,6 +46,10 @@ class Client {
                          const std::multimap<std::string, std::string>& query, Json::Value* data,
                          CallError* error);
 
+  // The same for one that changes something. Never sent twice.
+  [[nodiscard]] bool Post(const std::string& call, const Json::Value& params, Json::Value* data,
+                          CallError* error);
+
  private:
   struct Connection;
   std::unique_ptr<Connection> connection_;

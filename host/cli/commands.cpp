@@ -11,24 +11,12 @@
 #include "host/cli/interrupt.h"
 #include "host/cli/listing.h"
 #include "host/cli/progress_view.h"
+#include "host/cli/refusal.h"
 #include "host/cli/task_status.h"
-#include "host/cli/token_store.h"
 #include "host/cli/words.h"
 
 namespace cli {
 namespace {
-
-int Refuse(const CallError& error, const std::string& what) {
-  const auto lines = ErrorLines(error);
-  std::cerr << "fennox: " << what << lines.front() << "\n";
-  for (std::size_t i = 1; i < lines.size(); ++i) std::cerr << "fennox: " << lines[i] << "\n";
-  return kExitRefused;
-}
-
-int Refuse(const std::string& text) {
-  std::cerr << "fennox: " << text << "\n";
-  return kExitRefused;
-}
 
 Json::Value TaskParams(const std::string& id) {
   Json::Value params(Json::objectValue);
@@ -212,6 +200,7 @@ int RunStop(Client* client, const Options& options) {
   if (!client->Call("stop", TaskParams(options.target), &data, &error)) {
     return Refuse(error, "not stopped: ");
   }
+  if (options.json) std::cout << ToJsonLine(TaskParams(options.target)) << std::endl;
   return kExitDone;
 }
 
@@ -231,21 +220,9 @@ int RunTaskShow(Client* client, const Options& options) {
   return PrintCall(client, "task", {{"id", options.target}}, true, nullptr);
 }
 
-int RunLogin(const ServerAddress& address) {
-  std::string token;
-  std::string text;
-  if (!AskForToken(&token, &text)) return Interrupted() ? kExitStopped : Refuse(text);
-  Client client(address, token);
-  Json::Value who;
-  CallError error;
-  if (!client.Get("whoami", {}, &who, &error)) {
-    if (error.kind != CallError::Kind::kUnreachable) return Refuse(error, "not stored: ");
-    std::cerr << "fennox: " << error.text << "; the token is stored unchecked\n";
-  }
-  const std::string path = TokenPath();
-  if (!StoreToken(path, token, &text)) return Refuse(text);
-  std::cout << "Stored in " << Printable(path) << "." << std::endl;
-  return kExitDone;
+int RunLog(Client* client, const Options& options) {
+  return PrintCall(client, "log", {{"limit", std::to_string(options.limit)}}, options.json,
+                   LogTable);
 }
 
 }  // namespace cli

@@ -13,7 +13,11 @@ int RunStop(Client* client, const Options& options);
 int RunList(Client* client, const Options& options);
 int RunLs(Client* client, const Options& options);
 int RunTaskShow(Client* client, const Options& options);
-int RunLogin(const ServerAddress& address);
+int RunLog(Client* client, const Options& options);
+int RunWatch(Client* client, const Options& options);
+int RunLogin(const ServerAddress& address, const Options& options);
+int RunLogout(Client* client);
+int RunCompletePath(Client* client, const Options& options);
 
 // The parameters of "start" for these options. False with words in *error when a
 // path cannot be sent.

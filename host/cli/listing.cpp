@@ -93,6 +93,27 @@ std::string TaskTable(const Json::Value& tasks) {
   return Table(rows, {false, false, false, false});
 }
 
+std::string LogTable(const Json::Value& lines) {
+  std::vector<Row> rows;
+  if (!lines.isArray()) return "";
+  for (const Json::Value& line : lines) {
+    const Json::Value& folder = Member(line, "folder");
+    const bool is_folder = folder.isBool() && folder.asBool();
+    rows.push_back({TimeText(NumberOf(line, "time", 0)), Printable(TextOf(line, "action")),
+                    is_folder ? "" : FormatBytes(NumberOf(line, "size", 0)),
+                    Printable(TextOf(line, "text"))});
+  }
+  return Table(rows, {false, false, true, false});
+}
+
+bool AnyRuns(const Json::Value& tasks) {
+  if (!tasks.isArray()) return false;
+  return std::any_of(tasks.begin(), tasks.end(), [](const Json::Value& task) {
+    const Json::Value& finished = Member(task, "finished");
+    return !finished.isBool() || !finished.asBool();
+  });
+}
+
 std::string FolderTable(const Json::Value& folder) {
   std::vector<const Json::Value*> entries;
   for (const Json::Value& entry : Member(folder, "entries")) entries.push_back(&entry);

@@ -43,6 +43,14 @@ int Run(cli::Client* client, const cli::Options& options) {
       return cli::RunLs(client, options);
     case cli::Command::kTaskShow:
       return cli::RunTaskShow(client, options);
+    case cli::Command::kWatch:
+      return cli::RunWatch(client, options);
+    case cli::Command::kLog:
+      return cli::RunLog(client, options);
+    case cli::Command::kLogout:
+      return cli::RunLogout(client);
+    case cli::Command::kCompletePath:
+      return cli::RunCompletePath(client, options);
     case cli::Command::kLogin:
       break;  // needs no client: handled before there is a token
   }
@@ -61,7 +69,7 @@ int Main(int argc, char** argv) {
     std::cerr << "fennox: FENNOX_URL: " << error << "\n";
     return cli::kExitRefused;
   }
-  if (options.command == cli::Command::kLogin) return cli::RunLogin(address);
+  if (options.command == cli::Command::kLogin) return cli::RunLogin(address, options);
   if (!FindToken(&token, &error)) {
     std::cerr << "fennox: " << cli::Printable(error) << "\n";
     return cli::kExitRefused;

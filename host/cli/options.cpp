@@ -73,8 +73,20 @@ void AddCommands(CLI::App* app, Options* options, Conflicts* conflicts) {
 
   CLI::App* stop = AddPlain(app, Command::kStop, "stop", "Stop a task", options);
   AddTarget(stop, "ID", "Task", options);
+  AddJson(stop, options);
 
   AddJson(AddPlain(app, Command::kList, "list", "List your tasks", options), options);
+
+  CLI::App* watch =
+      AddPlain(app, Command::kWatch, "watch", "Follow all your tasks, until Ctrl-C", options);
+  watch->add_flag("--until-idle", options->until_idle, "End when no task runs");
+  AddJson(watch, options);
+
+  CLI::App* log = AddPlain(app, Command::kLog, "log",
+                           "Show what your tasks transferred, newest first", options);
+  log->add_option("--limit", options->limit, "How many lines (default 100)")
+      ->check(CLI::Range(1, 1000));
+  AddJson(log, options);
 
   CLI::App* ls =
       AddPlain(app, Command::kLs, "ls", "List a folder of the server; / lists the shares", options);
@@ -86,8 +98,18 @@ void AddCommands(CLI::App* app, Options* options, Conflicts* conflicts) {
   CLI::App* show = AddPlain(task, Command::kTaskShow, "show", "Print the record as JSON", options);
   AddTarget(show, "ID", "Task", options);
 
-  AddPlain(app, Command::kLogin, "login",
-           "Store the server's token, read from a prompt or from standard input", options);
+  CLI::App* login = AddPlain(app, Command::kLogin, "login",
+                             "Store a token for the server; it, or with --user the password, is "
+                             "read from a prompt or from standard input",
+                             options);
+  login->add_option("--user", options->target, "Log in as this user with the system password");
+  AddJson(login, options);
+  AddPlain(app, Command::kLogout, "logout", "End the login and forget its token", options);
+
+  // For the shell's completion.
+  CLI::App* complete = AddPlain(app, Command::kCompletePath, "complete-path", "", options);
+  complete->add_option("PREFIX", options->target);
+  complete->group("");
 }
 
 }  // namespace

@@ -7,7 +7,20 @@
 
 namespace cli {
 
-enum class Command { kCopy, kMove, kStatus, kStop, kList, kLs, kTaskShow, kLogin };
+enum class Command {
+  kCopy,
+  kMove,
+  kStatus,
+  kStop,
+  kList,
+  kWatch,
+  kLog,
+  kLs,
+  kTaskShow,
+  kLogin,
+  kLogout,
+  kCompletePath,
+};
 
 // What happens to a source whose name is taken at the destination.
 enum class Conflict { kRefuse, kOverwrite, kSkip, kRename };
@@ -15,11 +28,13 @@ enum class Conflict { kRefuse, kOverwrite, kSkip, kRename };
 struct Options {
   Command command = Command::kList;
   std::vector<std::string> sources;
-  std::string target;  // destination, task id or path, as the command takes it
+  std::string target;  // destination, task id, path or user, as the command takes it
+  int limit = 100;     // lines of the log
   Conflict conflict = Conflict::kRefuse;
   bool accurate_progress = true;
   bool detach = false;
   bool watch = false;
+  bool until_idle = false;  // watch ends when no task runs
   bool json = false;
 };
 

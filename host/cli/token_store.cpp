@@ -82,6 +82,24 @@ class NoEcho {
   bool changed_ = false;
 };
 
+// One line from standard input. False, with words in *error where there are some.
+bool AskInSilence(const char* prompt, std::string* line, std::string* error) {
+  error->clear();
+  line->clear();
+  if (::isatty(STDIN_FILENO) != 1) return ReadText(STDIN_FILENO, true, line);
+  // Ctrl-C must end the reading, not the program: the echo has to come back.
+  CatchInterrupt(CallsInProgress::kEnd);
+  const NoEcho silence(STDIN_FILENO);
+  if (!silence.ok()) {
+    *error = "the terminal's echo cannot be turned off";
+    return false;
+  }
+  std::fputs(prompt, stderr);
+  const bool read = ReadText(STDIN_FILENO, true, line);
+  std::fputs("\n", stderr);
+  return read;
+}
+
 }  // namespace
 
 std::string TokenPath() {
@@ -146,26 +164,24 @@ bool StoreToken(const std::string& path, const std::string& token, std::string* 
   return false;
 }
 
+bool ForgetToken(const std::string& path, std::string* error) {
+  if (path.empty() || ::unlink(path.c_str()) == 0 || errno == ENOENT) return true;
+  *error = path + ": " + ErrnoText();
+  return false;
+}
+
 bool AskForToken(std::string* token, std::string* error) {
   std::string line;
-  bool read = false;
-  if (::isatty(STDIN_FILENO) == 1) {
-    // Ctrl-C must end the reading, not the program: the echo has to come back.
-    CatchInterrupt(CallsInProgress::kEnd);
-    const NoEcho silence(STDIN_FILENO);
-    if (!silence.ok()) {
-      *error = "the terminal's echo cannot be turned off";
-      return false;
-    }
-    std::fputs("Token: ", stderr);
-    read = ReadText(STDIN_FILENO, true, &line);
-    std::fputs("\n", stderr);
-  } else {
-    read = ReadText(STDIN_FILENO, true, &line);
-  }
+  const bool read = AskInSilence("Token: ", &line, error);
   *token = Trimmed(line);
   if (read && IsToken(*token)) return true;
-  *error = "that is no token";
+  if (error->empty()) *error = "that is no token";
+  return false;
+}
+
+bool AskForPassword(std::string* password, std::string* error) {
+  if (AskInSilence("Password: ", password, error) && !password->empty()) return true;
+  if (error->empty()) *error = "no password was given";
   return false;
 }
 

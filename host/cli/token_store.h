@@ -20,7 +20,11 @@ bool IsToken(const std::string& token);
 [[nodiscard]] bool StoreToken(const std::string& path, const std::string& token,
                               std::string* error);
 
+// Removes the stored token. True when there is none afterwards.
+[[nodiscard]] bool ForgetToken(const std::string& path, std::string* error);
+
 // One line from standard input; on a terminal after a prompt and without echo.
 [[nodiscard]] bool AskForToken(std::string* token, std::string* error);
+[[nodiscard]] bool AskForPassword(std::string* password, std::string* error);
 
 }  // namespace cli

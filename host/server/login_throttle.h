@@ -9,7 +9,8 @@
 
 namespace host {
 
-// Counts the failed logins of each address, or of each name. May be used by several threads at once.
+// Counts the failed logins of each address, or of each name. May be used by several threads at
+// once.
 class LoginThrottle {
  public:
   using Clock = std::chrono::steady_clock;

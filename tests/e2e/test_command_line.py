@@ -78,3 +78,64 @@ def test_no_server_and_bad_usage_are_refused(server):
     assert broken.returncode == 2 and broken.stderr
     assert fennox(server, "copy", "/src/x").returncode == 2
     assert fennox(server, "copy", "--skip", "--overwrite", "/src/x", "/dst").returncode == 2
+
+
+def test_watch_and_log_show_all_tasks_and_what_they_did(make_server, place):
+    server = make_server(config='[copymove]\nfilebrowserxferlog = "yes"\n')
+    for name in ("a", "b"):
+        (place / "src" / name).write_text(name)
+        assert fennox(server, "copy", "--detach", f"/src/{name}", "/dst").returncode == 0
+    watched = fennox(server, "watch", "--until-idle")
+    assert watched.returncode == 0 and "/src/a" in watched.stdout and "/src/b" in watched.stdout
+    last = json.loads(fennox(server, "watch", "--until-idle", "--json").stdout.splitlines()[-1])
+    assert len(last) == 2 and all(task["finished"] for task in last)
+    lines = fennox(server, "log").stdout.splitlines()
+    assert len(lines) == 2 and all("copy" in line for line in lines)
+    newest = json.loads(fennox(server, "log", "--limit", "1", "--json").stdout)
+    assert len(newest) == 1 and newest[0]["action"] == "copy"
+    assert fennox(server, "log", "--limit", "0").returncode == 2
+
+
+def test_an_interrupted_watch_leaves_the_tasks_alone(make_server, place):
+    server = make_server(config='[bandwidth]\ndefault = "8MB"\n')
+    with open(place / "src" / "big", "wb") as big:
+        big.write(os.urandom(24 << 20))
+    task = fennox(server, "copy", "--detach", "/src/big", "/dst").stdout.strip()
+    environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}",
+                       FENNOX_TOKEN=server.token)
+    watching = subprocess.Popen([BUILD / "fennox", "watch"], env=environment, text=True,
+                                stdout=subprocess.PIPE)
+    assert task in watching.stdout.readline()
+    watching.send_signal(signal.SIGINT)
+    watching.communicate(timeout=60)
+    assert watching.returncode == 130
+    assert server.client.wait(task)["progress"] == 1
+
+
+def test_paths_on_the_server_are_completed(server, place):
+    (place / "src" / "folder one").mkdir()
+    (place / "src" / "file").write_text("x")
+    assert fennox(server, "complete-path", "/s").stdout == "/src/\n"
+    assert sorted(fennox(server, "complete-path", "/src/f").stdout.splitlines()) == [
+        "/src/file", "/src/folder one/"]
+    assert fennox(server, "complete-path", "/src/none").stdout == ""
+    assert "complete-path" not in fennox(server, "--help").stdout
+
+
+def test_login_and_logout_keep_the_token_in_a_closed_file(server, tmp_path):
+    def alone(*arguments, **options):
+        environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}",
+                           XDG_CONFIG_HOME=str(tmp_path))
+        environment.pop("FENNOX_TOKEN", None)
+        return subprocess.run([BUILD / "fennox", *arguments], env=environment, text=True,
+                              capture_output=True, timeout=120, **options)
+
+    assert "fennox login" in alone("list").stderr
+    stored = json.loads(alone("login", "--json", input=server.token + "\n").stdout)
+    file = tmp_path / "fennox" / "token"
+    assert stored["stored"] == str(file) and file.stat().st_mode & 0o777 == 0o600
+    assert alone("list").returncode == 0
+    refused = alone("login", "--user", "somebody", input="x\n")
+    assert refused.returncode == 2 and "no passwords" in refused.stderr
+    assert alone("logout").returncode == 0 and not file.exists()
+    assert alone("list").returncode == 2

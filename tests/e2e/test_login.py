@@ -199,3 +199,19 @@ def test_a_pam_service_that_cannot_decide_is_no_way_in(make_server, place):
     assert Browser(server.port).login(ALICE, PASSWORDS[ALICE]).status == 401
     (place / "pam" / "test-login").unlink()
     assert Browser(server.port).login(ALICE, PASSWORDS[ALICE]).status == 401
+
+
+def test_the_command_line_logs_in_with_a_password_and_out_again(pam_server, tmp_path):
+    def fennox(*arguments, **options):
+        environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{pam_server.port}",
+                           XDG_CONFIG_HOME=str(tmp_path))
+        environment.pop("FENNOX_TOKEN", None)
+        return subprocess.run([BUILD / "fennox", *arguments], env=environment, text=True,
+                              capture_output=True, timeout=120, **options)
+
+    assert "is wrong" in fennox("login", "--user", ALICE, input="wrong\n").stderr
+    assert fennox("login", "--user", ALICE, input=PASSWORDS[ALICE] + "\n").returncode == 0
+    token = (tmp_path / "fennox" / "token").read_text().strip()
+    assert token != PASSWORDS[ALICE] and "/src" in fennox("ls", "/").stdout
+    assert fennox("logout").returncode == 0
+    assert Client(pam_server.port, token).host("whoami").status == 401

@@ -48,6 +48,7 @@ bool AddShare(const std::string& text, core::Config* config, std::string* err) {
 
 ParseResult ParseOptions(int argc, char** argv, Options* out) {
   CLI::App app{"Serves background copies and moves of files over HTTP.", "fennoxd"};
+  app.set_version_flag("--version", "fennoxd " FENNOX_VERSION);
   app.add_option("--config", out->config_file, "configuration file (TOML)");
   app.add_option("--state", out->state, "folder for task records, token and logs");
   app.add_option("--share", out->shares, "NAME=PATH: serve the folder PATH as /NAME/…")

@@ -220,6 +220,19 @@ int RunTaskShow(Client* client, const Options& options) {
   return PrintCall(client, "task", {{"id", options.target}}, true, nullptr);
 }
 
+int RunRemoteList(Client* client, const Options& options) {
+  return PrintCall(client, "remotes", {}, options.json, RemoteTable);
+}
+
+int RunRemoteCheck(Client* client, const Options& options) {
+  Json::Value state;
+  CallError error;
+  if (!client->Get("remote", {{"name", options.target}}, &state, &error)) return Refuse(error, "");
+  const bool ready = state.isObject() && state["ready"] == Json::Value(true);
+  std::cout << (options.json ? ToJsonLine(state) : RemoteLine(state)) << std::endl;
+  return ready ? kExitDone : kExitFailures;
+}
+
 int RunLog(Client* client, const Options& options) {
   return PrintCall(client, "log", {{"limit", std::to_string(options.limit)}}, options.json,
                    LogTable);

@@ -13,6 +13,8 @@ int RunStop(Client* client, const Options& options);
 int RunList(Client* client, const Options& options);
 int RunLs(Client* client, const Options& options);
 int RunTaskShow(Client* client, const Options& options);
+int RunRemoteList(Client* client, const Options& options);
+int RunRemoteCheck(Client* client, const Options& options);
 int RunLog(Client* client, const Options& options);
 int RunWatch(Client* client, const Options& options);
 int RunLogin(const ServerAddress& address, const Options& options);

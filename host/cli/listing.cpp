@@ -141,4 +141,22 @@ std::string ShareTable(const Json::Value& shares) {
   return Table(rows, {false, false});
 }
 
+std::string RemoteTable(const Json::Value& remotes) {
+  std::vector<Row> rows;
+  if (!remotes.isArray()) return "";
+  for (const Json::Value& remote : remotes) {
+    const bool mounted = Member(remote, "mounted") == Json::Value(true);
+    rows.push_back({Printable(TextOf(remote, "name")), mounted ? "mounted" : "not mounted",
+                    Printable(TextOf(remote, "path"))});
+  }
+  return Table(rows, {false, false, false});
+}
+
+std::string RemoteLine(const Json::Value& remote) {
+  const std::string start = Printable(TextOf(remote, "name")) + ": ";
+  if (Member(remote, "ready") == Json::Value(true)) return start + "ready";
+  const std::string words = Printable(TextOf(remote, "words"));
+  return start + Printable(TextOf(remote, "problem")) + (words.empty() ? "" : ": " + words);
+}
+
 }  // namespace cli

@@ -1,4 +1,4 @@
-// Tables for "list" and "ls". Members of a wrong kind show as empty.
+// Tables for "list", "ls" and "remote". Members of a wrong kind show as empty.
 #pragma once
 
 #include <json/value.h>
@@ -21,5 +21,11 @@ std::string FolderTable(const Json::Value& folder);
 
 // One line for each share of the server's "shares" answer.
 std::string ShareTable(const Json::Value& shares);
+
+// One line for each remote of the server's "remotes" answer.
+std::string RemoteTable(const Json::Value& remotes);
+
+// One line for the server's "remote" answer, without its line end.
+std::string RemoteLine(const Json::Value& remote);
 
 }  // namespace cli

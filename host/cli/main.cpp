@@ -43,6 +43,10 @@ int Run(cli::Client* client, const cli::Options& options) {
       return cli::RunLs(client, options);
     case cli::Command::kTaskShow:
       return cli::RunTaskShow(client, options);
+    case cli::Command::kRemoteList:
+      return cli::RunRemoteList(client, options);
+    case cli::Command::kRemoteCheck:
+      return cli::RunRemoteCheck(client, options);
     case cli::Command::kWatch:
       return cli::RunWatch(client, options);
     case cli::Command::kLog:

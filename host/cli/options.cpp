@@ -98,6 +98,15 @@ void AddCommands(CLI::App* app, Options* options, Conflicts* conflicts) {
   CLI::App* show = AddPlain(task, Command::kTaskShow, "show", "Print the record as JSON", options);
   AddTarget(show, "ID", "Task", options);
 
+  CLI::App* remote = app->add_subcommand("remote", "Look at the remote servers");
+  remote->require_subcommand(1);
+  AddJson(AddPlain(remote, Command::kRemoteList, "list", "List those that you may use", options),
+          options);
+  CLI::App* check = AddPlain(remote, Command::kRemoteCheck, "check",
+                             "Say whether a server is ready, or what is wrong", options);
+  AddTarget(check, "NAME", "Configured name", options);
+  AddJson(check, options);
+
   CLI::App* login = AddPlain(app, Command::kLogin, "login",
                              "Store a token for the server; it, or with --user the password, is "
                              "read from a prompt or from standard input",

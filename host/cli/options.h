@@ -17,6 +17,8 @@ enum class Command {
   kLog,
   kLs,
   kTaskShow,
+  kRemoteList,
+  kRemoteCheck,
   kLogin,
   kLogout,
   kCompletePath,

@@ -11,6 +11,7 @@
 #include "core/user_list.h"
 #include "envelope.h"
 #include "folder_list.h"
+#include "remote_calls.h"
 #include "support/errors.h"
 #include "support/identity.h"
 #include "support/privilege.h"
@@ -129,8 +130,10 @@ struct Row {
   std::string (*answer)(const Call&);
 };
 
-constexpr std::array<Row, 7> kCalls{{{"shares", Shares},
+constexpr std::array<Row, 9> kCalls{{{"shares", Shares},
                                      {"list", List},
+                                     {"remotes", RemotesText},
+                                     {"remote", RemoteText},
                                      {"tasks", Tasks},
                                      {"task", Task},
                                      {"notifications", Notifications},

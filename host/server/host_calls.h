@@ -8,7 +8,8 @@
 
 namespace host {
 
-// True when `method` is such a call: shares, list, tasks, task, notifications, log.
+// True when `method` is such a call: shares, list, remotes, remote, tasks, task, notifications,
+// log.
 bool IsHostCall(const std::string& method);
 
 // Becomes the user and answers. The answer is an envelope's text.

@@ -12,6 +12,7 @@
 #include "core/user_list.h"
 #include "dropbox.h"
 #include "ftp_family.h"
+#include "vfs/mounts.h"
 #include "vfs/vfs.h"
 #include "webdav.h"
 
@@ -59,8 +60,12 @@ bool Cloud::UploadFile(Cloud* cloud, const std::string& remotePath, int fd, std:
     VLIBCErrSetEx(core::kErrBadArgument, __FILE__, __LINE__);
     return false;
   }
-  return cloud->Upload(cloud->GetServerPathBySharePath(remotePath), fd, size, progress, cancel,
-                       readSize);
+  if (!cloud->Upload(cloud->GetServerPathBySharePath(remotePath), fd, size, progress, cancel,
+                     readSize)) {
+    return false;
+  }
+  vfs::AwaitUploaded(remotePath, size);
+  return true;
 }
 
 void Cloud::InitCurlGlobal() { (void)curl_global_init(CURL_GLOBAL_DEFAULT); }

@@ -209,8 +209,8 @@ std::optional<ConfigFault> CheckRemote(const RemoteConfig& remote, std::size_t i
   check.Key("path", CheckAbsolute(remote.path));
   check.Key("code_page", CheckCodePage(remote.code_page));
   check.Require("max_connections", remote.max_connections >= 0, "must not be negative");
-  check.Require("connect_timeout", remote.connect_timeout >= 1 && remote.connect_timeout <= 50,
-                "must be 1 to 50 seconds");
+  check.Require("connect_timeout", remote.connect_timeout >= 1 && remote.connect_timeout <= 30,
+                "must be 1 to 30 seconds");
   check.Key("mount", remote.mount == "auto" ? std::nullopt : CheckAbsolute(remote.mount));
   check.Key("users", CheckUsers(remote.users));
   return check.Fault();

@@ -27,6 +27,7 @@
 #include "mount_helper.h"
 #include "queue_file.h"
 #include "vfs/mounts.h"
+#include "vfs/vfs.h"
 
 namespace vfs {
 namespace {
@@ -39,6 +40,8 @@ constexpr int kGraceSeconds = 5;
 constexpr std::chrono::milliseconds kPause{5};
 // A helper may hold several connections that the server has closed since.
 constexpr int kProbeAttempts = 5;
+constexpr int kForgetAttempts = 100;
+constexpr std::chrono::milliseconds kForgetPause{10};
 
 std::string MountsFolder() {
   const std::string& state = core::CurrentConfig().server.state;
@@ -63,15 +66,22 @@ bool OwnFolder(const std::string& path, mode_t mode) {
 struct Place {
   std::string folder;
   std::string scratch;
+  std::string forget;
 };
+
+std::string ForgetPipe(const std::string& top, uid_t uid, const std::string& name) {
+  return top + "/forget/" + std::to_string(uid) + "/" + name;
+}
 
 bool MakePlace(const std::string& name, uid_t uid, Place* place) {
   const std::string top = MountsFolder();
   const std::string user = std::to_string(uid);
   place->folder = AutoMountFolder(uid, name);
   place->scratch = top + "/private/" + user + "/" + name;
+  place->forget = ForgetPipe(top, uid, name);
   // Users pass through to the mounts and see no others' names.
   return !top.empty() && OwnFolder(top, 0711) && OwnFolder(top + "/" + user, 0711) &&
+         OwnFolder(top + "/forget", 0711) && OwnFolder(top + "/forget/" + user, 0711) &&
          OwnFolder(top + "/private", 0700) && OwnFolder(top + "/private/" + user, 0700) &&
          OwnFolder(place->scratch, 0700);
 }
@@ -224,7 +234,7 @@ Trouble Ensure(const core::RemoteConfig& remote, uid_t uid, gid_t gid) {
     if (err != ENOTCONN && HasTaskOf(uid)) return TroubleOfProbe(err);
   }
   Unmount(place);
-  return Mount(remote, {uid, gid, place.folder, place.scratch}, place);
+  return Mount(remote, {uid, gid, place.folder, place.scratch, place.forget}, place);
 }
 
 std::map<std::string, Trouble>& Kept() {
@@ -266,6 +276,26 @@ Trouble TroubleOf(const std::string& path) {
   return {};
 }
 
+void AwaitUploaded(const std::string& uri, std::uint64_t size) {
+  const int saved = errno;
+  MountInfo mount;
+  if (!FindBySharePath(uri, &mount) || uri.size() < mount.base_uri.size()) return;
+  const std::string path = mount.mount_path + "/" + uri.substr(mount.base_uri.size());
+  const auto shown = [&] {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && static_cast<std::uint64_t>(status.st_size) == size;
+  };
+  const core::UniqueFd forget(
+      open(ForgetPipe(MountsFolder(), TAVOVFS::GetActorUID(), mount.name).c_str(),
+           O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!forget) return;  // no mount of a helper that remembers
+  for (int i = 0; i < kForgetAttempts && !shown(); ++i) {
+    if (write(forget.get(), "f", 1) < 0) return;
+    std::this_thread::sleep_for(kForgetPause);
+  }
+  errno = saved;
+}
+
 void ReleaseMounts() {
   const std::string top = MountsFolder();
   if (top.empty()) return;
@@ -276,7 +306,7 @@ void ReleaseMounts() {
     uid_t uid = 0;
     const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), uid);
     if (error != std::errc() || end != rest.data() + slash || HasTaskOf(uid)) continue;
-    Unmount({entry.point, top + "/private/" + rest});
+    Unmount({entry.point, top + "/private/" + rest, top + "/forget/" + rest});
   }
 }
 

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <thread>
@@ -148,10 +149,13 @@ struct Processes {
 std::string RecordIn(const std::string& scratch) { return scratch + "/helper"; }
 std::string WordsIn(const std::string& scratch) { return scratch + "/words"; }
 
+// Whoever reads it sees all of it or nothing.
 void WriteRecord(const std::string& scratch, pid_t helper) {
-  std::ofstream(RecordIn(scratch), std::ios::trunc)
+  const std::string unfinished = RecordIn(scratch) + ".new";
+  std::ofstream(unfinished, std::ios::trunc)
       << helper << ' ' << core::ProcessStartTime(helper).value_or(0) << ' ' << getpid() << ' '
       << core::ProcessStartTime(getpid()).value_or(0) << '\n';
+  (void)rename(unfinished.c_str(), RecordIn(scratch).c_str());
 }
 
 Processes ReadRecord(const std::string& scratch) {
@@ -163,6 +167,29 @@ Processes ReadRecord(const std::string& scratch) {
   return found;
 }
 
+// The pipe that the user writes to when the helper is to forget; made anew, so that
+// nothing else stands in its place.
+core::UniqueFd MakeForgetPipe(const MountOrder& order) {
+  unlink(order.forget.c_str());
+  if (mkfifo(order.forget.c_str(), 0200) != 0) return {};
+  if (geteuid() == 0 && lchown(order.forget.c_str(), order.uid, order.gid) != 0) return {};
+  // With a writer of its own it never ends.
+  return core::UniqueFd(open(order.forget.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+}
+
+// Until the helper says no more: passes on what it says, and the word to forget.
+void Attend(pid_t helper, int output, int forget, Relay* relay) {
+  std::string text;
+  while (true) {
+    std::array<pollfd, 2> pollers{pollfd{output, POLLIN, 0}, pollfd{forget, POLLIN, 0}};
+    if (poll(pollers.data(), pollers.size(), -1) < 0 && errno != EINTR) return;
+    if ((pollers[1].revents & POLLIN) != 0 && ReadSome(forget, 0, &text)) kill(helper, SIGHUP);
+    if (pollers[0].revents == 0) continue;
+    if (!ReadSome(output, 0, &text)) return;
+    relay->Take(text);
+  }
+}
+
 [[noreturn]] void WatchOver(const Program& program, const MountOrder& order,
                             const std::string& name) {
   signal(SIGPIPE, SIG_IGN);
@@ -172,8 +199,8 @@ Processes ReadRecord(const std::string& scratch) {
   const pid_t helper = Start(program, &output);
   if (helper > 0) {
     WriteRecord(order.scratch, helper);
-    std::string text;
-    while (ReadSome(output.get(), -1, &text)) relay.Take(text);
+    const core::UniqueFd forget = program.forgets ? MakeForgetPipe(order) : core::UniqueFd();
+    Attend(helper, output.get(), forget.get(), &relay);
     int status = 0;
     while (waitpid(helper, &status, 0) < 0 && errno == EINTR) {
     }
@@ -183,6 +210,7 @@ Processes ReadRecord(const std::string& scratch) {
   }
   // A folder that is a mount still, though a dead one, stays.
   rmdir(order.folder.c_str());
+  unlink(order.forget.c_str());
   _exit(0);
 }
 

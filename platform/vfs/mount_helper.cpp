@@ -208,6 +208,7 @@ Trouble PrepareRclone(const core::RemoteConfig& remote, const MountOrder& order,
                         "--low-level-retries=2",
                         "--log-level=ERROR"};
   if (geteuid() == 0) program->arguments.emplace_back("--allow-other");
+  program->forgets = true;
   return {};
 }
 

@@ -16,6 +16,7 @@ struct Program {
   std::vector<std::string> arguments;    // the first is its name
   std::vector<std::string> environment;  // all of it, NAME=VALUE
   std::string input;                     // its standard input
+  bool forgets = false;                  // on SIGHUP, what it remembers of folders
 };
 
 struct MountOrder {
@@ -23,6 +24,7 @@ struct MountOrder {
   gid_t gid = 0;
   std::string folder;   // where to mount
   std::string scratch;  // a folder that only this process's user can open
+  std::string forget;   // where to make the pipe that tells the helper to forget
 };
 
 // Prepares what mounts the remote. Trouble when this machine lacks something for it.

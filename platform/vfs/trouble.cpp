@@ -35,7 +35,7 @@ struct Sign {
 };
 
 // The first that occurs decides: a general one comes after those that say more.
-constexpr std::array<Sign, 40> kSigns{{
+constexpr std::array<Sign, 41> kSigns{{
     {"host key verification failed", TroubleKind::kHostKey},
     {"host key mismatch", TroubleKind::kHostKey},
     {"ssh remote key was not ok", TroubleKind::kHostKey},
@@ -52,6 +52,7 @@ constexpr std::array<Sign, 40> kSigns{{
     {"connection refused", TroubleKind::kRefused},
     {"timed out", TroubleKind::kTimedOut},
     {"timeout was reached", TroubleKind::kTimedOut},
+    {"connection timeout", TroubleKind::kTimedOut},
     {"i/o timeout", TroubleKind::kTimedOut},
     {"deadline exceeded", TroubleKind::kTimedOut},
     {"permission denied (", TroubleKind::kLoginFailed},

@@ -41,6 +41,7 @@ password_file = "/etc/nas2.pass"
 known_hosts = "/etc/known_hosts"
 path = "/srv"
 max_connections = 4
+connect_timeout = 7
 mount = "/mnt/nas2"
 users = ["bob"]
 
@@ -86,6 +87,7 @@ TEST_F(ConfigFile, IsReadWhole) {
   EXPECT_EQ(config_.remotes[0].host, "192.0.2.7");
   EXPECT_EQ(config_.remotes[0].port, 22);
   EXPECT_EQ(config_.remotes[0].max_connections, 4);
+  EXPECT_EQ(config_.remotes[0].connect_timeout, 7);
   EXPECT_EQ(config_.remotes[0].mount, "/mnt/nas2");
   EXPECT_EQ(config_.remotes[0].users, std::vector<std::string>{"bob"});
   EXPECT_EQ(config_.remotes[1].path, "/");
@@ -157,6 +159,7 @@ constexpr Fault kFaults[] = {
     {"port = 22", "port = 99999999999", "remote.port"},
     {"port = 22", "port = 2.5", "remote.port"},
     {"max_connections = 4", "max_connections = -1", "remote.max_connections"},
+    {"connect_timeout = 7", "connect_timeout = 31", "remote.connect_timeout"},
     {"max_connections = 4", "max_connection = 4", "remote.max_connection"},
     {R"(mount = "/mnt/nas2")", R"(mount = "mnt")", "remote.mount"},
     {R"(file = "/etc/alice.token")", "", "token.file"},

@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-from server import Client
+from server import BUILD, Client
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "servers"))
 from ftp import FtpServer  # noqa: E402
@@ -108,6 +108,9 @@ def test_a_remote_is_mounted_when_it_is_needed(closing, make_server, serve, plac
     assert "errors" not in server.client.run([base + "/there"], base + "/new", remove_src=True)
     assert (far / "new" / "there").exists() and not (far / "there").exists()
 
+    # The last worker leaves the queue a moment after its task is finished.
+    queue = place / "state" / "run" / "vfs-queue"
+    assert wait_until(lambda: queue.read_text() == "end\n")
     server.stop()
     assert mounts_below(place) == []
 
@@ -139,6 +142,45 @@ def test_mounts_of_a_killed_server_are_cleaned_up(closing, make_server, serve, p
     server.start()
     assert wait_until(lambda: mounts_below(place) == [])
     assert server.client.host("list", path="sftp://nas/")["success"]
+
+
+def test_what_is_wrong_is_said_in_words(closing, make_server, serve, place):
+    far_server = serve(SftpServer)
+    wrong = place / "wrong"
+    wrong.write_text("wrong\n")
+    wrong.chmod(0o600)
+    (place / "strangers").write_text("")
+    password = {"key_file": "", "password_file": str(wrong)}
+    cases = {
+        "good": ({}, ""),
+        "refused": ({"port": 1}, "connection refused"),
+        "nowhere": ({"host": "nowhere.invalid"}, "cannot resolve the server's name"),
+        "stranger": ({"known_hosts": str(place / "strangers")}, "host key unknown"),
+        "locked": (password, "login failed"),
+        "lost": ({"path": "/no/such/folder"}, "no such path on the server"),
+    }
+    config = ""
+    for name, (change, _) in cases.items():
+        config += far_server.remote(name, "auto", **{"connect_timeout": 5, **change})
+    server = make_server(config=config)
+    environment = {"FENNOX_URL": f"http://127.0.0.1:{server.port}", "FENNOX_TOKEN": server.token,
+                   "PATH": os.environ["PATH"]}
+
+    def fennox(*arguments):
+        return subprocess.run([str(BUILD / "fennox"), "remote", *arguments], env=environment,
+                              capture_output=True, text=True, check=False)
+
+    for name, (_, problem) in cases.items():
+        answer = fennox("check", name)
+        assert answer.returncode == (1 if problem else 0), answer
+        assert answer.stdout.startswith(f"{name}: {problem or 'ready'}"), answer
+    assert server.client.host("list", path="sftp://refused/").code == 2109
+    assert server.client.host("list", path="sftp://stranger/").code == 2115
+    assert fennox("check", "unknown").returncode == 2
+    lines = fennox("list").stdout.splitlines()
+    assert len(lines) == len(cases) and lines[0].split() == ["good", "mounted", "sftp://good/"]
+    paths = {share["path"] for share in server.client.host("shares").data if share["remote"]}
+    assert paths == {f"sftp://{name}/" for name in cases}
 
 
 def children(pid):

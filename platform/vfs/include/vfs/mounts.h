@@ -9,6 +9,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 
 #include "core/config.h"
@@ -25,6 +26,11 @@ namespace vfs {
 // Why the remote that holds the path (PROTOCOL://NAME/rest) is not mounted; none when it
 // is, or when there is no such remote.
 [[nodiscard]] Trouble TroubleOf(const std::string& path);
+
+// After a file was sent to its server past the mount that shows it, PROTOCOL://NAME/rest:
+// makes an automatic mount forget what it knew of it, and waits, a second at most, until it
+// shows the size in bytes. Keeps errno.
+void AwaitUploaded(const std::string& uri, std::uint64_t size);
 
 // Unmounts all mounts of this server that no task uses: what it mounted before it ends,
 // and, at start, what one that was killed has left. For the server's own user.

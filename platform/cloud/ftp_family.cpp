@@ -114,7 +114,7 @@ FtpFamily::Next FtpFamily::Judge(const Outcome& outcome, Flow* flow, int attempt
     Fail(outcome);
     return Next::kFailed;
   }
-  if (PauseAfter(attempt, flow)) return Next::kAgain;
+  if (PauseAfter(attempt, flow, 0, connection_.remote().connect_timeout)) return Next::kAgain;
   FailLocally(*flow);
   return Next::kFailed;
 }

@@ -11,6 +11,7 @@ namespace TAVOCloud {
 namespace {
 
 constexpr std::chrono::milliseconds kLateFile{200};
+constexpr int kMostStandstills = 2;
 
 }  // namespace
 
@@ -25,12 +26,18 @@ bool FtpFamily::FindRestart(const std::string& temporary, Flow* flow, std::uint6
 }
 
 bool FtpFamily::Send(const std::string& temporary, Flow* flow) {
+  std::uint64_t before = 0;
+  int standstills = 0;
   for (int attempt = 1;; ++attempt) {
     std::uint64_t offset = 0;
     Outcome outcome;
     if (attempt > 1) outcome = connection_.Open();
     if (outcome.ok()) {
       if (attempt > 1 && !FindRestart(temporary, flow, &offset)) return false;
+      standstills = attempt > 1 && offset == before ? standstills + 1 : 0;
+      before = offset;
+      // It answers, but takes no more of the file: most likely its disk is full.
+      if (standstills >= kMostStandstills) return Fail(EIO, core::kErrInputOutput);
       if (!flow->SeekTo(offset)) return Fail(EIO, core::kErrInputOutput);
       if (flow->size() == 0 || offset < flow->size()) {
         outcome = connection_.Upload(temporary, offset, flow);

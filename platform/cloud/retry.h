@@ -1,7 +1,7 @@
 // How often something is tried again that failed in passing, and after what pause.
 #pragma once
 
-#include "flow.h"
+#include "curl_handle.h"
 
 namespace TAVOCloud {
 
@@ -9,8 +9,16 @@ constexpr int kMostAttempts = 6;  // over connections that break
 constexpr int kMostRefusals = 4;  // by a server that cannot now
 
 // Waits after the attempt of that number, counted from 1: longer each time, and as
-// long as the server has ordered, within bounds. Not beyond a stop of `flow`, which
-// may be null; false then.
-[[nodiscard]] bool PauseAfter(int attempt, Flow* flow, long ordered_seconds = 0);
+// long as the server has ordered, within bounds. All pauses together take about half
+// of `patience`, the seconds that an administrator wants to wait for a connection.
+// Not beyond a stop of `flow`, which may be null; false then.
+[[nodiscard]] bool PauseAfter(int attempt, Flow* flow, long ordered_seconds = 0, int patience = 15);
+
+// Whether to send a request over HTTP once more after the attempt of that number,
+// having waited. `passing`: the server may have overcome it a moment later. A server
+// that was not to be reached in the first place is not asked again, nor one that is
+// only asked to clean up after a stop.
+[[nodiscard]] bool WaitForAnother(const Outcome& outcome, bool passing, int attempt,
+                                  const CurlHandle& curl, long ordered_seconds);
 
 }  // namespace TAVOCloud

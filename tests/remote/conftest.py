@@ -1,0 +1,59 @@
+import pathlib
+import shutil
+import tempfile
+
+import pytest
+
+from stage import KINDS, Stage
+
+RESULTS = {}
+
+
+def pytest_addoption(parser):
+    parser.addoption("--full", action="store_true", help="also 200 MiB and 500 files in every cell")
+    parser.addoption("--rounds", type=int, default=3, help="random kills of a server per direction")
+
+
+@pytest.fixture(scope="session")
+def stage():
+    place = pathlib.Path(tempfile.mkdtemp(prefix="fennox-remote-"))
+    place.chmod(0o755)
+    stage = Stage(place)
+    yield stage
+    stage.close()
+    shutil.rmtree(place, ignore_errors=True)
+
+
+@pytest.fixture(scope="session")
+def client(stage):
+    return stage.open("fast")
+
+
+@pytest.fixture(scope="session")
+def slow(stage):
+    """Moves 6 MB a second, so that there is a middle of a file."""
+    return stage.open("slow", '[bandwidth]\ndefault = "6MB"\n')
+
+
+@pytest.fixture
+def needs(stage):
+    def check(*kinds):
+        for kind in kinds:
+            if kind in stage.missing:
+                pytest.skip(stage.missing[kind])
+    return check
+
+
+@pytest.fixture
+def matrix():
+    return RESULTS
+
+
+def pytest_terminal_summary(terminalreporter):
+    if not RESULTS:
+        return
+    terminalreporter.section("from (down), to (across)")
+    terminalreporter.line(" " * 10 + "".join(f"{kind:>10}" for kind in KINDS))
+    for source in KINDS:
+        terminalreporter.line(f"{source:>10}" + "".join(
+            f"{RESULTS.get((source, dest), '-'):>10}" for dest in KINDS))

@@ -1,0 +1,152 @@
+"""Stops, lost servers and servers that do not let us in."""
+import os
+import shutil
+import socket
+import subprocess
+import threading
+
+import pytest
+
+from stage import (NO_PERMISSION, NO_SPACE, REMOTE, REMOTE_IO, UNREACHABLE, content, moved_some,
+                   wait_for, write)
+
+BIG = 24 << 20
+BIG_FILE = bytes(range(256)) * (BIG // 256)
+# Every kind as source and as destination, and one pair of servers.
+WAYS = [("local", kind) for kind in REMOTE] + [(kind, "local") for kind in REMOTE] + [("sftp", "ftp")]
+STREAMED = [way for way in WAYS if "dropbox" not in way]
+
+
+def big_move(stage, slow, name, source, dest, old=None):
+    """A move of a big file that has come to its middle."""
+    shutil.rmtree(stage.folder(source) / name, ignore_errors=True)
+    write(stage.folder(source) / name, {"big": BIG_FILE})
+    place = stage.folder(dest) / f"{name}-to"
+    write(place, {} if old is None else {"big": old})
+    place.mkdir(exist_ok=True)
+    task = slow.start([stage.uri(source, f"{name}/big")], stage.uri(dest, place.name),
+                      remove_src=True, overwrite=True,
+                      accurate_progress=True).data["taskid"]
+    moved_some(slow, task)
+    return task, stage.folder(source) / name, place
+
+
+@pytest.mark.parametrize("source, dest", WAYS)
+def test_a_stop_in_mid_file_leaves_nothing_of_it(stage, slow, needs, source, dest):
+    needs(source, dest)
+    task, origin, place = big_move(stage, slow, f"stop-{source}-{dest}", source, dest)
+    pid = slow.record(task)["data"]["pid"]
+    assert slow.call("stop", taskid=task).get("success") is True
+    wait_for(lambda: not os.path.exists(f"/proc/{pid}"), "the worker ends", 15)
+    assert slow.status(task).code == 599
+    wait_for(lambda: content(place) == {}, "nothing is left at the destination", 5)
+    assert content(origin) == {"big": BIG_FILE}
+
+
+@pytest.mark.parametrize("source, dest", STREAMED)
+def test_a_server_that_dies_in_mid_file_costs_nothing(stage, slow, needs, source, dest):
+    needs(source, dest)
+    name = f"death-{source}-{dest}"
+    task, origin, place = big_move(stage, slow, name, source, dest)
+    dying = dest if dest != "local" else source
+    stage.servers[dying].stop()
+    try:
+        data = slow.wait(task, 60)
+        assert [error["code"] for error in data["errors"]] == [UNREACHABLE]
+        assert content(origin) == {"big": BIG_FILE}
+        assert "big" not in content(place)
+    finally:
+        stage.servers[dying].start()
+    # It is not only whole: the same move works once the server is back.
+    data = slow.run([stage.uri(source, f"{name}/big")], stage.uri(dest, place.name), remove_src=True)
+    assert "errors" not in data and content(origin) == {}
+    assert content(place)["big"] == BIG_FILE
+
+
+@pytest.mark.parametrize("source, dest", STREAMED)
+def test_a_connection_that_breaks_is_taken_up_again(stage, slow, needs, source, dest):
+    needs(source, dest)
+    broken = dest if dest != "local" else source
+    task, origin, place = big_move(stage, slow, f"break-{source}-{dest}", source, dest)
+    stage.servers[broken].end_sessions()
+    data = slow.wait(task, 60)
+    assert "errors" not in data, data["errors"]
+    assert content(origin) == {} and content(place) == {"big": BIG_FILE}
+
+
+class Silent:
+    """A port that takes connections and says nothing."""
+
+    def __enter__(self):
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.held = []
+        threading.Thread(target=self.take, daemon=True).start()
+        return self.listener.getsockname()[1]
+
+    def take(self):
+        try:
+            while True:
+                self.held.append(self.listener.accept()[0])
+        except OSError:
+            pass
+
+    def __exit__(self, *_):
+        self.listener.close()
+
+
+def test_servers_that_must_not_be_used_are_refused_in_bounded_time(stage, needs):
+    needs("sftp", "ftp", "ftps")
+    own = stage.place / "refused-files"
+    own.mkdir()
+    wrong = own / "wrong"
+    wrong.write_text("not the password\n")
+    wrong.chmod(0o600)
+    (own / "known_hosts").write_text("")
+    with Silent() as silent, socket.socket() as closed:
+        closed.bind(("127.0.0.1", 0))  # taken, but nobody listens
+        nobody = closed.getsockname()[1]
+        cases = [
+            ("sftp", "password", {"password_file": wrong, "key_file": ""}, NO_PERMISSION),
+            ("ftp", "password", {"password_file": wrong}, NO_PERMISSION),
+            ("sftp", "hostkey", {"known_hosts": own / "known_hosts"}, NO_PERMISSION),
+            ("ftps", "certificate", {"ca_file": ""}, NO_PERMISSION),
+            ("sftp", "refused", {"port": nobody}, UNREACHABLE),
+            ("ftp", "refused", {"port": nobody}, UNREACHABLE),
+            ("ftp", "silent", {"port": silent}, UNREACHABLE),
+            ("sftp", "silent", {"port": silent}, UNREACHABLE),
+        ]
+        client = stage.open("refusing", remotes=[stage.remote(kind, name=kind + fault, **values)
+                                                 for kind, fault, values, _ in cases])
+        for kind, fault, _, code in cases:
+            name = f"refused-{kind}-{fault}"
+            write(stage.folder("local"), {name: b"kept"})
+            (stage.folder(kind) / name).mkdir()
+            data = client.wait(client.start([f"/local/{name}"], f"{kind}://{kind}{fault}/{name}",
+                                            remove_src=True).data["taskid"], 60)
+            assert [error["code"] for error in data["errors"]] == [code], (kind, fault, data)
+            assert content(stage.folder(kind) / name) == {}
+            assert (stage.folder("local") / name).read_bytes() == b"kept"
+    log = stage.open_servers[-1].log_text()
+    assert "not the password" not in log and "s3cret" not in log
+
+
+@pytest.mark.parametrize("dest, codes", [
+    # An SSH server only says "failure"; an FTP server says that it cannot write.
+    ("sftp", (REMOTE_IO,)), ("ftp", (REMOTE_IO, NO_SPACE)), ("ftps", (REMOTE_IO, NO_SPACE)),
+])
+def test_a_full_disk_at_the_server_is_told_and_leaves_nothing(stage, client, needs, dest, codes):
+    needs(dest)
+    place = stage.folder(dest) / "full"
+    place.mkdir()
+    mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m", "none", place], stderr=subprocess.DEVNULL)
+    if mounted.returncode != 0:
+        pytest.skip("no right to mount a small volume")
+    try:
+        write(stage.folder("local") / f"full-{dest}", {"big": BIG_FILE, "small": b"fits"})
+        data = client.run([f"/local/full-{dest}/{name}" for name in ("big", "small")], stage.uri(dest, "full"),
+                          remove_src=True)
+        assert [error["code"] for error in data["errors"]][0] in codes
+        assert content(place) == {"small": b"fits"}
+        assert content(stage.folder("local") / f"full-{dest}") == {"big": BIG_FILE}
+    finally:
+        subprocess.run(["umount", place], check=True)

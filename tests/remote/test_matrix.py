@@ -1,0 +1,52 @@
+"""Copies and moves between every two kinds of places."""
+import os
+import random
+
+import pytest
+
+from stage import KINDS, assert_same, content, write
+
+BORDER = 10 << 20  # from this size on an FTP source streams
+
+NAMES = ["plain", "a b", "#hash", "100%", "%41", "what?", 'quote"', "it's", "\u00fcn\u00ef\u2192", "a&b;c",
+         "sub/deeper/file", "sub/~", "-rf"]
+# Names that a kind of server has no way to take.
+UNTAKEN = {}
+# Each kind once as source and once as destination, and all that a local disk meets.
+BORDER_CELLS = ({(kind, KINDS[(i + 1) % len(KINDS)]) for i, kind in enumerate(KINDS)}
+                | {(kind, "local") for kind in KINDS} | {("local", kind) for kind in KINDS})
+
+
+def files_for(source, dest, full):
+    rng = random.Random(f"{source} {dest}")
+    files = {name: rng.randbytes(rng.randrange(1, 3000)) for name in NAMES
+             if name not in UNTAKEN.get(dest, ()) and name not in UNTAKEN.get(source, ())}
+    files.update({"empty": b"", "one": b"1"})
+    if full or (source, dest) in BORDER_CELLS:
+        files.update({"below": rng.randbytes(BORDER - 1), "border": rng.randbytes(BORDER)})
+    if full:
+        files["large"] = rng.randbytes(200 << 20)
+        files.update({f"many/{i % 20}/{i}": rng.randbytes(rng.randrange(4000)) for i in range(500)})
+    return files
+
+
+@pytest.mark.parametrize("dest", KINDS)
+@pytest.mark.parametrize("source", KINDS)
+def test_cell(stage, client, needs, matrix, pytestconfig, source, dest):
+    matrix[source, dest] = "no server"
+    needs(source, dest)
+    matrix[source, dest] = "FAILED"
+    files = files_for(source, dest, pytestconfig.getoption("full"))
+    cell = f"{source}-{dest}"
+    write(stage.folder(source) / cell / "tree", files)
+    for action in ("copied", "moved"):
+        place = stage.folder(dest) / f"{cell}-{action}"
+        place.mkdir()
+        data = client.run([stage.uri(source, f"{cell}/tree")], stage.uri(dest, place.name),
+                          remove_src=action == "moved")
+        assert "errors" not in data, data["errors"]
+        assert_same(place / "tree", files)
+        assert os.listdir(place) == ["tree"]
+        assert content(stage.folder(source) / cell) == (
+            {f"tree/{name}": data for name, data in files.items()} if action == "copied" else {})
+    matrix[source, dest] = "works"

@@ -14,10 +14,12 @@ namespace fileop {
 
 class AheadFile;
 class Finisher;
+class ReplaceBatch;
 
 enum class Outcome {
   kNone,     // nothing is at the destination
   kSkipped,  // what stood there stays, and so does the source
+  kWaiting,  // complete, and will soon replace what stands there
   kCopied,
   kRenamed,  // the source is gone by that
 };
@@ -43,6 +45,7 @@ struct Job {
   // Helpers of the tree that the entry belongs to, or null.
   AheadFile* ahead = nullptr;  // what was read of the source before
   Finisher* finisher = nullptr;
+  ReplaceBatch* replacements = nullptr;
 
   std::string src_path{};  // as hooks are told
   std::string dst_path{};

@@ -169,6 +169,16 @@ int PendingFile::Close() {
   return ::close(fd_.release()) == 0 || errno == EINTR ? 0 : Fail(errno, Side::kDestination);
 }
 
+int PendingFile::Sync() const {
+  core::UniqueFd again;
+  if (!fd_) {
+    constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    again.reset(::openat(folder_->fd.get(), stands_as_.c_str(), kFlags));
+    if (!again) return Fail(errno, Side::kDestination);
+  }
+  return SyncData(fd_ ? fd_.get() : again.get()) == 0 ? 0 : Fail(errno, Side::kDestination);
+}
+
 void PendingFile::Swap(PendingFile& other) {
   std::swap(folder_, other.folder_);
   std::swap(fd_, other.fd_);

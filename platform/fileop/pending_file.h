@@ -46,7 +46,11 @@ class PendingFile {
   // caller knows what a taken name means.
   [[nodiscard]] int Commit(const std::string& name, bool replace);
 
-  // Closes the descriptor of a committed file; some file systems tell only then
+  // Puts the data of a file that stands under a temporary name on disk, its
+  // descriptor open or not. -1 with the last error set.
+  [[nodiscard]] int Sync() const;
+
+  // Closes the descriptor of a complete file; some file systems tell only then
   // that data was lost. -1 with the last error set.
   [[nodiscard]] int Close();
 

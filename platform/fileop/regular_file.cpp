@@ -11,6 +11,7 @@
 #include "lookahead.h"
 #include "metadata.h"
 #include "pending_file.h"
+#include "replace_batch.h"
 
 namespace fileop {
 namespace {
@@ -93,6 +94,10 @@ int Publish(Job& job, PendingFile& file) {
 int Finish(Job& job, PendingFile& file) {
   const MetadataRules& rules = job.request.rules;
   if (ApplyMetadata(rules, job.src.get(), job.st, job.to, file.fd()) < 0) return -1;
+  if (job.replacements != nullptr) {
+    const int taken = job.replacements->Take(job, file);
+    if (taken != 0) return taken < 0 ? -1 : 0;
+  }
   // A sync of the whole file system means nothing to a network mount.
   if (job.request.removes && TAVOFSIsRemoteFS(job.to.fs_type) != 0 && ::fsync(file.fd()) != 0) {
     return Fail(errno, Side::kDestination);

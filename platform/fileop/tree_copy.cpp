@@ -129,6 +129,7 @@ void TreeCopy::ListingEnded(Level& level, int error) {
 }
 
 void TreeCopy::EndOfListing(Level& level) {
+  FlushReplacements(level);
   Publish(level);
   if (level.lost || level.in_folders || !level.has_folders) {
     Leave();
@@ -147,6 +148,7 @@ void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
   Job job{request_, level.from, entry.name, level.to, entry.name};
   job.free_names = !level.fresh;
   job.finisher = &finisher_;
+  if (!level.fresh && replacements_.Prepare(level.to) == 0) job.replacements = &replacements_;
   if (entry.type == DT_REG) job.st.st_mode = S_IFREG;
   if (entry.file != nullptr) {
     entry.file->Do();
@@ -174,10 +176,25 @@ void TreeCopy::Settle(Level& level) {
   }
 }
 
+void TreeCopy::FlushReplacements(Level& level) {
+  replacements_.Flush([&](const std::string& name, const struct stat& st, const Failure& failure) {
+    if (failure) {
+      level.kept = true;
+      Note(failure);
+    } else if (request_.removes) {
+      StageRemoval(level, name, st);
+    }
+  });
+  if (removals_.Full()) FlushRemovals();
+}
+
 void TreeCopy::AfterFile(Level& level, Job& job) {
   switch (job.outcome) {
     case Outcome::kRenamed:
       ReportRename(job.src_path, job.dst_path);
+      return;
+    case Outcome::kWaiting:
+      if (replacements_.Full()) FlushReplacements(level);
       return;
     case Outcome::kCopied:
       if (request_.removes) StageRemoval(level, job.name, job.st);
@@ -307,6 +324,7 @@ int TreeCopy::MakeFolder(Place& place, Level* level) {
 void TreeCopy::Leave() {
   Level& level = *levels_.back();
   Settle(level);
+  FlushReplacements(level);
   if (!level.in_folders) lookahead_.Clear();
   Publish(level);
   if (!level.lost) {

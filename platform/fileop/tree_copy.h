@@ -21,6 +21,7 @@
 #include "level.h"
 #include "lookahead.h"
 #include "removal.h"
+#include "replace_batch.h"
 
 namespace fileop {
 
@@ -48,6 +49,7 @@ class TreeCopy {
   void ListingEnded(Level& level, int error);
   void CarryFile(Level& level, const Lookahead::Entry& entry);
   void Settle(Level& level);
+  void FlushReplacements(Level& level);
   void AfterFile(Level& level, Job& job);
   void EndOfListing(Level& level);
 
@@ -81,6 +83,7 @@ class TreeCopy {
   Helper helper_;
   Lookahead lookahead_{&helper_};
   Finisher finisher_{&helper_};
+  ReplaceBatch replacements_;  // of the folder whose files are on
   RemovalBatch removals_;
   Failure first_;
   bool stopped_ = false;

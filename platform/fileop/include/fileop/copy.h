@@ -64,8 +64,9 @@ using TAVOReadWriteHook = int (*)(const char* src, const char* dst, int* srcFd, 
 // Copies one regular file in the copier's place, usually by calling
 // TAVOCopyFileExI with the same arguments. `dst` is the path the file shall
 // have in its folder; a folder that is new may stand under a temporary name
-// then. The file-system types are -1 when unknown. `pass` belongs to the copier
-// and is handed on as it is. 0 on success; negative fails the file.
+// then, and a file that replaces another keeps a temporary name of its own until
+// its data is on disk, which may be after the hook. The file-system types are -1 when unknown.
+// `pass` belongs to the copier and is handed on as it is. 0 on success; negative fails the file.
 using TAVOCopyFileHook = int (*)(const char* src, const char* dst, TAVOCOPYOPTIONS* options,
                                  int srcFsType, int dstFsType, int flags, void* pass);
 

@@ -19,7 +19,7 @@ constexpr std::array<ProtocolFacts, 6> kProtocols{{
     {"ftps", "FTP over TLS", 21, true},
     {"webdav", "WebDAV", 80, true},
     {"webdavs", "WebDAV over TLS", 443, true},
-    {"dropbox", "Dropbox", 443, false},
+    {"dropbox", "Dropbox", 443, true},
 }};
 
 }  // namespace

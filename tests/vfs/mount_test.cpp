@@ -121,8 +121,7 @@ TEST(MountTest, ProtocolsAreDescribed) {
   Json::Value description;
   for (const char* name : {"sftp", "ftp", "ftps", "webdav", "webdavs", "dropbox"}) {
     ASSERT_TRUE(TAVOVFS::Protocol::GetProtocol(name, description)) << name;
-    const bool streams = std::string(name) != "dropbox";
-    EXPECT_EQ(description["enable_curl"], streams ? "true" : "false") << name;
+    EXPECT_EQ(description["enable_curl"], "true") << name;
     EXPECT_GT(description["port"].asInt(), 0) << name;
     EXPECT_FALSE(description["description"].asString().empty()) << name;
   }

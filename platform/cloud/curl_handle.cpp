@@ -34,9 +34,10 @@ CurlHandle::CurlHandle(long connections) : driver_(curl_multi_init()), handle_(c
   }
 }
 
-void CurlHandle::SetCommon(const std::string& url, const char* protocols, long connect_timeout,
+void CurlHandle::SetCommon(const std::string& url, const char* protocols, int connect_timeout,
                            bool slow) {
   options_taken_ = true;
+  patience_ = connect_timeout;
   Set(CURLOPT_URL, url.c_str());
   Set(CURLOPT_PROTOCOLS_STR, protocols);
   Set(CURLOPT_PATH_AS_IS, 1L);
@@ -46,7 +47,7 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, long c
   Set(CURLOPT_BUFFERSIZE, kBufferSize);
   Set(CURLOPT_UPLOAD_BUFFERSIZE, kBufferSize);
   Set(CURLOPT_WRITEFUNCTION, &DropData);
-  Set(CURLOPT_CONNECTTIMEOUT, connect_timeout);  // with the login
+  Set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(connect_timeout));  // with the login
   Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
   Set(CURLOPT_LOW_SPEED_TIME, slow ? kSlowTimeout : kStallTimeout);
   Set(CURLOPT_TCP_KEEPALIVE, 1L);

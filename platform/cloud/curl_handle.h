@@ -49,6 +49,8 @@ class CurlHandle {
   // Requests give up after a few seconds: for cleaning up after a stop.
   void Hurry(bool hurry) { hurry_ = hurry; }
   bool hurries() const { return hurry_; }
+  // Seconds that the last request was given for its connection.
+  int patience() const { return patience_; }
 
   // An option of the next requests. Set what all requests have in common first.
   template <typename Value>
@@ -56,7 +58,7 @@ class CurlHandle {
     if (curl_easy_setopt(handle_.get(), option, value) != CURLE_OK) options_taken_ = false;
   }
   // `connect_timeout` in seconds; `slow`: the server may work for long before it answers.
-  void SetCommon(const std::string& url, const char* protocols, long connect_timeout,
+  void SetCommon(const std::string& url, const char* protocols, int connect_timeout,
                  bool slow = false);
   // Only servers whose certificate is good. `ca_file` has those to trust; empty for
   // the system's.
@@ -80,6 +82,7 @@ class CurlHandle {
 
   bool options_taken_ = true;
   bool hurry_ = false;
+  int patience_ = 0;
   Flow* watched_ = nullptr;
   // Holds the connections, so it outlives the handle that uses them.
   std::unique_ptr<CURLM, CleanUpDriver> driver_;

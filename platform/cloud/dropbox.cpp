@@ -39,13 +39,6 @@ Json::Value MetadataOf(const DropboxAnswer& answer) {
   return answer.result.isObject() ? answer.result["metadata"] : Json::Value();
 }
 
-// Whether the call came to the service at all. One that was not to be reached in the
-// first place is not asked again.
-bool WasReached(const DropboxAnswer& answer) {
-  return answer.code != CURLE_COULDNT_CONNECT && answer.code != CURLE_SSL_CONNECT_ERROR &&
-         answer.code != CURLE_OPERATION_TIMEDOUT;
-}
-
 }  // namespace
 
 DropboxCloud::DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId,
@@ -82,20 +75,14 @@ bool DropboxCloud::CheckPath(const std::string& path) {
   return (IsSendablePath(path) && core::IsUtf8(path)) || Fail(EILSEQ, core::kErrIllegalName);
 }
 
-bool DropboxCloud::WaitForAnother(const DropboxAnswer& answer, int attempt) {
-  Flow* flow = api_.curl().watched();
-  if (api_.curl().hurries() || (flow != nullptr && flow->error() != 0)) return false;
-  const bool begun = attempt > 1 || WasReached(answer) || (flow != nullptr && flow->moved() > 0);
-  const int most = answer.ok() ? kMostRefusals : kMostAttempts;
-  if (!begun || attempt >= most || !ExplainDropbox(answer).broken) return false;
-  return PauseAfter(attempt, flow, answer.retry_after);
-}
-
 DropboxAnswer DropboxCloud::Persist(const Call& call, Again again) {
   for (int attempt = 1;; ++attempt) {
     DropboxAnswer answer = call(attempt);
     const bool over = answer.Succeeded() || (again == Again::kAfterRefusal && !answer.ok());
-    if (over || !WaitForAnother(answer, attempt)) return answer;
+    if (over || !WaitForAnother(answer, ExplainDropbox(answer).broken, attempt, api_.curl(),
+                                answer.retry_after)) {
+      return answer;
+    }
   }
 }
 

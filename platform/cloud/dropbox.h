@@ -61,7 +61,6 @@ class DropboxCloud final : public Cloud {
   bool CheckPath(const std::string& path);
 
   DropboxAnswer Persist(const Call& call, Again again);
-  bool WaitForAnother(const DropboxAnswer& answer, int attempt);
   DropboxAnswer Look(const std::string& path);
   DropboxAnswer List(const std::string& folder);
   DropboxAnswer Move(const std::string& from, const std::string& to);

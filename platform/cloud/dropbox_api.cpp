@@ -141,7 +141,7 @@ DropboxAnswer DropboxApi::LogIn() {
   request.url = UrlOf(kApi, "/oauth2/token");
   request.headers = {"Content-Type: application/x-www-form-urlencoded"};
   request.body = form;
-  DropboxAnswer answer = Understand(client_.Post(request), "oauth2/token");
+  DropboxAnswer answer = Understand(client_.Send(request), "oauth2/token");
   if (answer.Succeeded()) access_token_ = TextIn(answer.result, "access_token");
   const bool usable = access_token_.find_first_of("\r\n") == std::string::npos;
   if (answer.Succeeded() && (access_token_.empty() || !usable)) {
@@ -163,7 +163,7 @@ DropboxAnswer DropboxApi::Authorized(const std::string& call, HttpRequest reques
       if (!answer.Succeeded()) return answer;
     }
     request.headers.back() = "Authorization: Bearer " + access_token_;
-    DropboxAnswer answer = Understand(client_.Post(request), call);
+    DropboxAnswer answer = Understand(client_.Send(request), call);
     if (!answer.ok() || answer.response != kUnauthorized) return answer;
     access_token_.clear();
     if (renewed || !answer.Says("expired_access_token")) return answer;

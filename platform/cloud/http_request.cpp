@@ -18,7 +18,9 @@ struct Exchange {
 
 void TakeHeader(std::string_view line, HttpAnswer* answer) {
   if (line.starts_with("HTTP/")) {
-    answer->headers.clear();  // those of an answer that only comes before the real one
+    // Those of an answer that only comes before the real one.
+    answer->headers.clear();
+    answer->text.clear();
     return;
   }
   const std::size_t colon = line.find(':');
@@ -45,7 +47,10 @@ std::size_t OnBody(char* data, std::size_t one, std::size_t length, void* user) 
   if (exchange.request.take && answer.Succeeded()) {
     return exchange.request.take(answer, {data, all}) ? all : 0;
   }
-  if (answer.text.size() + all > kLongestText) return 0;
+  if (answer.text.size() + all > kLongestText) {
+    answer.words = "the server's answer is too long";
+    return 0;
+  }
   answer.text.append(data, all);
   return all;
 }
@@ -62,24 +67,48 @@ HttpAnswer Unprepared(const std::string& words) {
 HttpClient::HttpClient(const core::RemoteConfig& remote)
     : ca_file_(remote.ca_file), connect_timeout_(remote.connect_timeout), curl_(kMostConnections) {}
 
+std::string HttpAnswer::Header(const std::string& name) const {
+  const auto found = headers.find(name);
+  return found == headers.end() ? std::string() : found->second;
+}
+
+// The handle is never reset: with its other options it would forget the server's
+// challenge, and each request would be refused once before it is let in.
 void HttpClient::Prepare(const HttpRequest& request) {
   curl_.SetCommon(request.url, request.url.starts_with("https:") ? "https" : "http",
                   connect_timeout_, request.slow);
   curl_.SetTls(ca_file_);
   curl_.Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   curl_.Set(CURLOPT_FOLLOWLOCATION, 0L);
-  curl_.Set(CURLOPT_POST, 1L);
-  curl_.Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-  curl_.Set(CURLOPT_POSTFIELDS, request.body.empty() ? "" : request.body.data());
+  if (!login_.user.empty()) {
+    curl_.Set(CURLOPT_HTTPAUTH, login_.ways);
+    curl_.Set(CURLOPT_USERNAME, login_.user.c_str());
+    curl_.Set(CURLOPT_PASSWORD, login_.password.c_str());
+  }
 }
 
-HttpAnswer HttpClient::Post(const HttpRequest& request) {
+void HttpClient::PrepareBody(const HttpRequest& request) {
+  curl_.Set(CURLOPT_HTTPGET, 1L);  // takes back what the last request has set
+  if (request.upload != nullptr) {
+    curl_.SetUpload(request.upload);
+  } else if (!request.body.empty() || request.method == "POST") {
+    curl_.Set(CURLOPT_POST, 1L);
+    curl_.Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+    curl_.Set(CURLOPT_POSTFIELDS, request.body.empty() ? "" : request.body.data());
+  }
+  curl_.Set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
+}
+
+HttpAnswer HttpClient::Send(const HttpRequest& request) {
   CurlList headers;
-  // Waiting for a go-ahead costs more than data that is sent in vain now and then.
-  bool usable = curl_.IsUsable() && headers.Append("Expect:");
+  bool usable = curl_.IsUsable();
+  // Waiting for a go-ahead costs more than data that is sent in vain now and then, as
+  // long as it is in memory.
+  if (request.upload == nullptr) usable = usable && headers.Append("Expect:");
   for (const std::string& header : request.headers) usable = usable && headers.Append(header);
   if (!usable) return Unprepared("out of memory");
   Prepare(request);
+  PrepareBody(request);
   HttpAnswer answer;
   Exchange exchange{curl_.get(), request, &answer};
   curl_.Set(CURLOPT_HTTPHEADER, headers.get());

@@ -7,6 +7,7 @@
 #include "core/error.h"
 #include "retry.h"
 #include "server_path.h"
+#include "webdav_receiver.h"
 
 namespace TAVOCloud {
 namespace {
@@ -23,13 +24,6 @@ constexpr const char* kQuestion =
 void Misunderstand(const char* words, WebDavAnswer* answer) {
   answer->code = CURLE_WEIRD_SERVER_REPLY;
   answer->words = words;
-}
-
-// Whether the request came to a server at all. One that was not to be reached in the
-// first place is not asked again.
-bool WasReached(const WebDavAnswer& answer) {
-  return answer.code != CURLE_COULDNT_CONNECT && answer.code != CURLE_SSL_CONNECT_ERROR &&
-         answer.code != CURLE_OPERATION_TIMEDOUT;
 }
 
 }  // namespace
@@ -61,28 +55,20 @@ bool WebDav::CheckPath(const std::string& path) {
   return IsSendablePath(path) || Fail(EILSEQ, core::kErrIllegalName);
 }
 
-bool WebDav::WaitForAnother(const WebDavAnswer& answer, int attempt) {
-  Flow* flow = session_.curl().watched();
-  if (session_.curl().hurries() || (flow != nullptr && flow->error() != 0)) return false;
-  const bool begun = attempt > 1 || WasReached(answer) || (flow != nullptr && flow->moved() > 0);
-  const int most = answer.ok() ? kMostRefusals : kMostAttempts;
-  if (!begun || attempt >= most || !ExplainWebDav(answer).broken) return false;
-  return PauseAfter(attempt, flow, answer.retry_after);
-}
-
 WebDavAnswer WebDav::Persist(const std::function<WebDavAnswer(int attempt)>& send, Again again) {
   for (int attempt = 1;; ++attempt) {
     WebDavAnswer answer = send(attempt);
     const bool over = answer.Succeeded() || (again == Again::kAfterRefusal && !answer.ok());
-    if (over || !WaitForAnother(answer, attempt)) return answer;
+    if (over || !WaitForAnother(answer, ExplainWebDav(answer).broken, attempt, session_.curl(),
+                                answer.retry_after)) {
+      return answer;
+    }
   }
 }
 
 WebDavAnswer WebDav::List(const std::string& path, const char* depth,
                           std::vector<DavEntry>* entries) {
-  WebDavRequest request;
-  request.method = "PROPFIND";
-  request.path = path;
+  HttpRequest request = session_.RequestFor("PROPFIND", path);
   request.headers = {std::string("Depth: ") + depth, "Content-Type: application/xml"};
   request.body = kQuestion;
   WebDavAnswer answer = session_.Send(request);
@@ -119,7 +105,7 @@ WebDavAnswer WebDav::Look(const std::string& path, DavEntry* entry) {
   return Persist([&](int) { return LookOnce(path, entry); });
 }
 
-WebDavAnswer WebDav::Change(const WebDavRequest& request) {
+WebDavAnswer WebDav::Change(const HttpRequest& request) {
   WebDavAnswer answer = session_.Send(request);
   if (answer.response != kMultistatus || !answer.ok()) return answer;
   const auto parts = ReadMultistatus(answer.text);
@@ -137,9 +123,7 @@ WebDavAnswer WebDav::Change(const WebDavRequest& request) {
 
 WebDavAnswer WebDav::Relocate(const char* method, const std::string& from, const std::string& to,
                               Taken taken) {
-  WebDavRequest request;
-  request.method = method;
-  request.path = from;
+  HttpRequest request = session_.RequestFor(method, from);
   request.headers = {"Destination: " + session_.UrlOf(to),
                      taken == Taken::kReplace ? "Overwrite: T" : "Overwrite: F"};
   request.slow = true;
@@ -173,9 +157,7 @@ bool WebDav::Stat(const std::string& serverPath, std::uint64_t* size, bool* fold
 
 bool WebDav::MakeFolder(const std::string& serverPath) {
   if (!CheckPath(serverPath)) return false;
-  WebDavRequest request;
-  request.method = "MKCOL";
-  request.path = serverPath;
+  const HttpRequest request = session_.RequestFor("MKCOL", serverPath);
   const WebDavAnswer answer = Persist([&](int) { return Change(request); }, Again::kAfterRefusal);
   if (answer.Succeeded()) return true;
   (void)Fail(answer);
@@ -195,9 +177,7 @@ bool WebDav::Remove(const std::string& serverPath) {
     if (!answer.Succeeded()) return Fail(answer);
     if (entries.size() != 1) return Fail(ENOTEMPTY, core::kErrExists);
   }
-  WebDavRequest request;
-  request.method = "DELETE";
-  request.path = serverPath;
+  const HttpRequest request = session_.RequestFor("DELETE", serverPath);
   answer = Persist([&](int) { return Change(request); }, Again::kAfterRefusal);
   return answer.Succeeded() || Fail(answer);
 }
@@ -219,36 +199,24 @@ bool WebDav::Download(const std::string& serverPath, int fd, std::uint64_t size,
   return received;
 }
 
-WebDavAnswer WebDav::ReceiveOnce(const std::string& path, Flow* flow, bool again,
-                                 FileVersion* version) {
-  WebDavRequest request;
-  request.method = "GET";
-  request.path = path;
-  request.download = flow;
-  request.version = *version;
-  // Without a way to tell that the file is still the same it is sent from its start.
-  if (again && version->IsKnown()) request.offset = flow->moved();
-  WebDavAnswer answer;
-  if (!flow->SeekTo(request.offset)) {
-    answer.changed = true;
-    answer.words = "the file cannot be told from a changed one";
-    return answer;
-  }
-  if (request.offset > 0) {
-    request.headers.push_back("Range: bytes=" + std::to_string(request.offset) + "-");
-    if (version->IsStrong()) request.headers.push_back("If-Range: " + version->etag);
-  }
-  answer = session_.Send(request);
-  if (!version->IsKnown()) *version = answer.version;
-  return answer;
-}
-
 bool WebDav::Receive(const std::string& path, Flow* flow) {
-  FileVersion version;
-  const WebDavAnswer answer =
-      Persist([&](int attempt) { return ReceiveOnce(path, flow, attempt > 1, &version); });
+  WebDavReceiver receiver(flow);
+  HttpRequest request = session_.RequestFor("GET", path);
+  request.take = [&](const HttpAnswer& begun, std::string_view data) {
+    return receiver.Take(begun, data);
+  };
+  WebDavAnswer answer = Persist([&](int) {
+    WebDavAnswer last;
+    if (receiver.Begin()) {
+      request.headers = receiver.Headers();
+      last = session_.Send(request);
+    }
+    last.changed = !receiver.words().empty();
+    if (last.changed) last.words = receiver.words();
+    return last;
+  });
   if (flow->error() != 0) return FailLocally(*flow);
-  if (!answer.Succeeded() || answer.changed) return Fail(answer);
+  if (!answer.Succeeded()) return Fail(answer);
   // Its size has changed since the caller looked.
   return flow->moved() == flow->size() || Fail(EIO, core::kErrInputOutput);
 }

@@ -54,9 +54,8 @@ class WebDav final : public Cloud {
   // Sends again while that may help; the last answer.
   WebDavAnswer Persist(const std::function<WebDavAnswer(int attempt)>& send,
                        Again again = Again::kAfterAll);
-  [[nodiscard]] bool WaitForAnother(const WebDavAnswer& answer, int attempt);
   // For what changes something; the answer's status is that of the part that failed.
-  WebDavAnswer Change(const WebDavRequest& request);
+  WebDavAnswer Change(const HttpRequest& request);
   WebDavAnswer Relocate(const char* method, const std::string& from, const std::string& to,
                         Taken taken);
 
@@ -65,7 +64,6 @@ class WebDav final : public Cloud {
   WebDavAnswer Look(const std::string& path, DavEntry* entry);
 
   bool Receive(const std::string& path, Flow* flow);
-  WebDavAnswer ReceiveOnce(const std::string& path, Flow* flow, bool again, FileVersion* version);
   bool Deliver(const std::string& temporary, Flow* flow);
   bool Confirm(const std::string& path, std::uint64_t size);
   WebDavAnswer Place(const std::string& temporary, const std::string& target, bool* folder);

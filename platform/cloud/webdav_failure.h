@@ -4,7 +4,7 @@
 #include <string>
 
 #include "failure.h"
-#include "webdav_exchange.h"
+#include "webdav_session.h"
 
 namespace TAVOCloud {
 

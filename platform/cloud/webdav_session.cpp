@@ -37,86 +37,28 @@ std::string PartOf(CURLU* url, CURLUPart part, unsigned flags) {
 }  // namespace
 
 WebDavSession::WebDavSession(core::RemoteConfig remote)
-    : remote_(std::move(remote)), origin_(OriginOf(remote_)), login_ways_(kAnyWay), curl_(1) {}
+    : remote_(std::move(remote)),
+      origin_(OriginOf(remote_)),
+      logged_in_(remote_.user.empty()),
+      client_(remote_) {}
 
 std::string WebDavSession::UrlOf(const std::string& path) const {
   return origin_ + PercentEncode(path);
 }
 
-bool WebDavSession::PrepareLogin(std::string* err) {
-  if (!have_password_ && !remote_.password_file.empty()) {
-    if (!ReadSecret(remote_.password_file, &password_, err)) return false;
-    have_password_ = true;
-  }
-  if (remote_.user.empty()) return true;
-  curl_.Set(CURLOPT_HTTPAUTH, login_ways_);
-  curl_.Set(CURLOPT_USERNAME, remote_.user.c_str());
-  if (have_password_) curl_.Set(CURLOPT_PASSWORD, password_.c_str());
-  return true;
+HttpRequest WebDavSession::RequestFor(const char* method, const std::string& path) const {
+  HttpRequest request;
+  request.method = method;
+  request.url = UrlOf(path);
+  return request;
 }
 
-// The handle is never reset: with its other options it would forget the server's
-// challenge, and each request would be refused once before it is let in.
-bool WebDavSession::Prepare(const WebDavRequest& request, const std::string& url,
-                            std::string* err) {
-  if (!curl_.IsUsable()) {
-    *err = "out of memory";
-    return false;
-  }
-  curl_.SetCommon(url, remote_.protocol == "webdavs" ? "https" : "http", remote_.connect_timeout,
-                  request.slow);
-  curl_.Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-  curl_.Set(CURLOPT_FOLLOWLOCATION, 0L);
-  curl_.SetTls(remote_.ca_file);
-  if (!PrepareLogin(err)) return false;
-  PrepareBody(request);
-  if (!curl_.AreOptionsTaken()) *err = "the transfer library lacks support for " + remote_.protocol;
-  return curl_.AreOptionsTaken();
-}
-
-void WebDavSession::PrepareBody(const WebDavRequest& request) {
-  curl_.Set(CURLOPT_HTTPGET, 1L);  // takes back what the last request has set
-  if (request.upload != nullptr) {
-    curl_.SetUpload(request.upload);
-  } else if (!request.body.empty()) {
-    curl_.Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-    curl_.Set(CURLOPT_COPYPOSTFIELDS, request.body.c_str());
-  }
-  curl_.Set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
-}
-
-void WebDavSession::Perform(WebDavAnswer* answer) {
-  curl_.Perform(answer);
-  served_ = served_ && !answer->fresh;
-  answer->unserved = !served_;
-  served_ = served_ || answer->Succeeded() || answer->response == kUnauthorized;
-  curl_off_t seconds = 0;
-  (void)curl_easy_getinfo(curl_.get(), CURLINFO_RETRY_AFTER, &seconds);
-  answer->retry_after = static_cast<long>(seconds);
-}
-
-WebDavAnswer WebDavSession::SendOnce(const WebDavRequest& request, const std::string& url,
-                                     std::string* next) {
+WebDavAnswer WebDavSession::SendOnce(const HttpRequest& request) {
   WebDavAnswer answer;
-  CurlList headers;
-  for (const std::string& header : request.headers) {
-    if (!headers.Append(header)) answer.words = "out of memory";
-  }
-  if (!answer.words.empty() || !Prepare(request, url, &answer.words)) {
-    answer.code = CURLE_LOGIN_DENIED;
-    return answer;
-  }
-  WebDavExchange exchange(curl_.get(), request, &answer);
-  curl_.Set(CURLOPT_HTTPHEADER, headers.get());
-  curl_.Set(CURLOPT_HEADERFUNCTION, &WebDavExchange::OnHeader);
-  curl_.Set(CURLOPT_HEADERDATA, &exchange);
-  curl_.Set(CURLOPT_WRITEFUNCTION, &WebDavExchange::OnBody);
-  curl_.Set(CURLOPT_WRITEDATA, &exchange);
-  Perform(&answer);
-  curl_.Set(CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
-  const char* place = nullptr;
-  (void)curl_easy_getinfo(curl_.get(), CURLINFO_REDIRECT_URL, &place);
-  if (answer.ok() && place != nullptr) *next = place;
+  static_cast<HttpAnswer&>(answer) = client_.Send(request);
+  served_ = served_ && !answer.fresh;
+  answer.unserved = !served_;
+  served_ = served_ || answer.Succeeded() || answer.response == kUnauthorized;
   return answer;
 }
 
@@ -137,18 +79,18 @@ bool WebDavSession::IsHere(const std::string& url, std::string* here) const {
   return true;
 }
 
-WebDavAnswer WebDavSession::Follow(const WebDavRequest& request) {
-  std::string url = UrlOf(request.path);
+WebDavAnswer WebDavSession::Follow(HttpRequest request) {
   for (int hops = 0;; ++hops) {
-    std::string next;
-    WebDavAnswer answer = SendOnce(request, url, &next);
-    if (next.empty()) return answer;
+    WebDavAnswer answer = SendOnce(request);
+    const char* next = nullptr;
+    (void)curl_easy_getinfo(curl().get(), CURLINFO_REDIRECT_URL, &next);
+    if (!answer.ok() || next == nullptr) return answer;
     answer.code = CURLE_REMOTE_ACCESS_DENIED;
     if (hops == kMostRedirects) {
       answer.words = "the server points from place to place without an end";
       return answer;
     }
-    if (!IsHere(next, &url)) {
+    if (!IsHere(next, &request.url)) {
       answer.words = "the server points to another one, which is not followed";
       return answer;
     }
@@ -161,20 +103,26 @@ WebDavAnswer WebDavSession::Follow(const WebDavRequest& request) {
 
 // Learns how the server wants to be told who asks, so that no data is sent in vain.
 WebDavAnswer WebDavSession::LogIn() {
-  WebDavRequest request;
-  request.method = "OPTIONS";
-  request.path = remote_.path.empty() ? "/" : remote_.path;
-  WebDavAnswer answer = Follow(request);
+  WebDavAnswer answer;
+  HttpLogin login{remote_.user, {}, kAnyWay};
+  if (!remote_.password_file.empty() &&
+      !ReadSecret(remote_.password_file, &login.password, &answer.words)) {
+    answer.code = CURLE_LOGIN_DENIED;
+    return answer;
+  }
+  client_.LogInAs(login);
+  answer = Follow(RequestFor("OPTIONS", remote_.path.empty() ? "/" : remote_.path));
   unsigned long offered = 0;
-  (void)curl_easy_getinfo(curl_.get(), CURLINFO_HTTPAUTH_AVAIL, &offered);
+  (void)curl_easy_getinfo(curl().get(), CURLINFO_HTTPAUTH_AVAIL, &offered);
   if (answer.Succeeded() && (offered & kAnyWay) != 0) {
-    login_ways_ = (offered & CURLAUTH_DIGEST) != 0 ? CURLAUTH_DIGEST : CURLAUTH_BASIC;
+    login.ways = (offered & CURLAUTH_DIGEST) != 0 ? CURLAUTH_DIGEST : CURLAUTH_BASIC;
+    client_.LogInAs(login);
   }
   return answer;
 }
 
-WebDavAnswer WebDavSession::Send(const WebDavRequest& request) {
-  if (!logged_in_ && !remote_.user.empty()) {
+WebDavAnswer WebDavSession::Send(const HttpRequest& request) {
+  if (!logged_in_) {
     WebDavAnswer answer = LogIn();
     const bool busy = answer.response == kTooMany || answer.response == kUnavailable;
     if (!answer.ok() || answer.response == kUnauthorized || busy) return answer;

@@ -1,15 +1,20 @@
 // Requests to one WebDAV server, over a connection that is kept.
 #pragma once
 
-#include <curl/curl.h>
-
+#include <functional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "core/config.h"
-#include "curl_handle.h"
-#include "webdav_exchange.h"
+#include "http_request.h"
 
 namespace TAVOCloud {
+
+struct WebDavAnswer : HttpAnswer {
+  bool changed = false;   // the file is not the one that was asked for
+  bool unserved = false;  // no request has been served over its connection yet
+};
 
 // Not for several threads at a time. Every path is absolute on the server and
 // sendable (see IsSendablePath).
@@ -20,33 +25,27 @@ class WebDavSession {
   const core::RemoteConfig& remote() const { return remote_; }
 
   // Whom requests watch, and how patient they are.
-  CurlHandle& curl() { return curl_; }
+  CurlHandle& curl() { return client_.curl(); }
 
+  // A request about a path, to be sent.
+  HttpRequest RequestFor(const char* method, const std::string& path) const;
   // Logs in before the first request, sends it, and follows what points to another
   // place on the same server.
-  WebDavAnswer Send(const WebDavRequest& request);
+  WebDavAnswer Send(const HttpRequest& request);
   // The whole URL of a path.
   std::string UrlOf(const std::string& path) const;
 
  private:
-  [[nodiscard]] bool Prepare(const WebDavRequest& request, const std::string& url,
-                             std::string* err);
-  [[nodiscard]] bool PrepareLogin(std::string* err);
-  void PrepareBody(const WebDavRequest& request);
   WebDavAnswer LogIn();
-  WebDavAnswer Follow(const WebDavRequest& request);
-  WebDavAnswer SendOnce(const WebDavRequest& request, const std::string& url, std::string* next);
-  void Perform(WebDavAnswer* answer);
+  WebDavAnswer Follow(HttpRequest request);
+  WebDavAnswer SendOnce(const HttpRequest& request);
   [[nodiscard]] bool IsHere(const std::string& url, std::string* here) const;
 
   core::RemoteConfig remote_;
   std::string origin_;  // scheme, host and port
-  std::string password_;
-  bool have_password_ = false;
-  unsigned long login_ways_;
-  bool logged_in_ = false;
+  bool logged_in_;
   bool served_ = false;
-  CurlHandle curl_;
+  HttpClient client_;
 };
 
 }  // namespace TAVOCloud

@@ -18,9 +18,7 @@ constexpr long kTaken = 412;
 }  // namespace
 
 bool WebDav::Deliver(const std::string& temporary, Flow* flow) {
-  WebDavRequest request;
-  request.method = "PUT";
-  request.path = temporary;
+  HttpRequest request = session_.RequestFor("PUT", temporary);
   request.upload = flow;
   const WebDavAnswer answer = Persist([&](int) {
     if (flow->SeekTo(0)) return session_.Send(request);
@@ -72,9 +70,7 @@ bool WebDav::Publish(const std::string& temporary, const std::string& target, st
 // make the file a moment later.
 void WebDav::Discard(const std::string& temporary, bool sent) {
   const int saved = errno;
-  WebDavRequest request;
-  request.method = "DELETE";
-  request.path = temporary;
+  const HttpRequest request = session_.RequestFor("DELETE", temporary);
   session_.curl().Hurry(true);
   if (!session_.Send(request).Succeeded() && !sent) {
     std::this_thread::sleep_for(kLateFile);

@@ -261,6 +261,9 @@ TEST_F(WebDavTest, AFileThatChangesIsNeverTakenForWhole) {
 
 TEST_F(WebDavTest, AServerThatDiesLeavesTheOldFileAndIsToldFromOthers) {
   if (!StartApache()) GTEST_SKIP() << kNoApache;
+  core::RemoteConfig remote = dav_.remote();
+  remote.connect_timeout = 4;
+  Use(remote);
   ASSERT_TRUE(Upload("file", "old"));
   watch.at_half = [this] { dav_.Stop(); };
   EXPECT_FALSE(Upload("file", RandomText(kBig)));

@@ -1,3 +1,5 @@
+#include <linux/magic.h>
+#include <sys/statfs.h>
 #include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -15,7 +17,13 @@ constexpr std::size_t kLargestValue = 64 * 1024;
 constexpr char kAccessAcl[] = "system.posix_acl_access";
 constexpr char kDefaultAcl[] = "system.posix_acl_default";
 
-bool Unsupported(int err) { return err == ENOTSUP || err == ENOSYS; }
+// Some mounts in user space answer so for what they do not know.
+bool IsVague(int fd, int err) {
+  struct statfs fs;
+  return err == EIO && ::fstatfs(fd, &fs) == 0 && fs.f_type == FUSE_SUPER_MAGIC;
+}
+
+bool Unsupported(int fd, int err) { return err == ENOTSUP || err == ENOSYS || IsVague(fd, err); }
 
 // The names, each ended by NUL. Negative with errno.
 int ListNames(int fd, std::vector<char>* names) {
@@ -34,7 +42,10 @@ int ListNames(int fd, std::vector<char>* names) {
     names->resize(static_cast<std::size_t>(size));
     return 0;
   }
-  return Unsupported(errno) ? 0 : -1;
+  const int err = errno;
+  if (Unsupported(fd, err)) return 0;
+  errno = err;
+  return -1;
 }
 
 // False with errno when it cannot be read; ENODATA when it is gone.
@@ -74,11 +85,14 @@ int WithoutFalseAlarm(int fd, int err) {
 int CopyOne(int src, int dst, const char* name) {
   thread_local std::vector<char> value;
   if (!ReadValue(src, name, &value)) {
-    return errno == ENODATA || Unsupported(errno) ? 0 : Fail(errno, Side::kSource);
+    const int err = errno;
+    return err == ENODATA || Unsupported(src, err) ? 0 : Fail(err, Side::kSource);
   }
-  if (::fsetxattr(dst, name, value.data(), value.size(), 0) == 0 || Unsupported(errno)) return 0;
-  if (IsPrivileged(name) && (errno == EPERM || errno == EACCES) && ::geteuid() != 0) return 0;
-  return Fail(WithoutFalseAlarm(dst, errno), Side::kDestination);
+  if (::fsetxattr(dst, name, value.data(), value.size(), 0) == 0) return 0;
+  const int err = errno;
+  if (Unsupported(dst, err)) return 0;
+  if (IsPrivileged(name) && (err == EPERM || err == EACCES) && ::geteuid() != 0) return 0;
+  return Fail(WithoutFalseAlarm(dst, err), Side::kDestination);
 }
 
 void RemoveInherited(int dst, const char* name) {

@@ -31,8 +31,8 @@ void RefuseGuesses(httplib::Response& response) {
 }  // namespace
 
 std::optional<Front::Identity> Front::Identify(const httplib::Request& request) {
-  if (request.has_header("Authorization")) {
-    const std::string bearer = BearerOf(request);
+  // A proxy's own kind of Authorization is none of ours.
+  if (const std::string bearer = BearerOf(request); !bearer.empty()) {
     if (const auto user = tokens_.UserOf(bearer)) return Identity{*user, "", "token", false};
     const auto session = sessions_.Find(bearer, SessionKind::kBearer);
     if (!session) return std::nullopt;
@@ -173,12 +173,12 @@ void Front::WaysToLogIn(httplib::Response& response) const {
 }
 
 void Front::Logout(const httplib::Request& request, httplib::Response& response) {
-  const bool by_header = request.has_header("Authorization");
-  if (!sessions_.End(by_header ? BearerOf(request) : CookieOf(request))) {
+  const std::string bearer = BearerOf(request);
+  if (!sessions_.End(bearer.empty() ? CookieOf(request) : bearer)) {
     Refuse(response, 503, WEBFM_BUSY, "the session could not be ended; try again");
     return;
   }
-  if (!by_header) SetCookie(response, "", true);
+  if (bearer.empty()) SetCookie(response, "", true);
   Reply(response, 200, SuccessText(Json::Value()));
 }
 

@@ -4,7 +4,6 @@
 #include <openssl/crypto.h>
 
 #include <string>
-#include <utility>
 
 namespace host {
 
@@ -18,7 +17,7 @@ inline void Wipe(std::string* text) {
 class SecretText {
  public:
   SecretText() = default;
-  explicit SecretText(std::string text) : text_(std::move(text)) { Wipe(&text); }
+  explicit SecretText(std::string text) : text_(text) { Wipe(&text); }
   ~SecretText() { Wipe(&text_); }
   SecretText(const SecretText&) = delete;
   SecretText& operator=(const SecretText&) = delete;

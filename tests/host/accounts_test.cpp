@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "host/server/login_policy.h"
 #include "host/server/options.h"
 #include "temporary_state.h"
 
@@ -100,6 +101,22 @@ TEST_F(AccountsTest, BadIssuedTokensAreRefusedInWords) {
     EXPECT_EQ(err.find(secret), std::string::npos) << err;
     EXPECT_FALSE(err.empty());
   }
+}
+
+TEST_F(AccountsTest, OnlyOrdinaryAccountsAndThoseWithATokenAreServedAmongSeveral) {
+  config_.server.auth = "pam";
+  EXPECT_TRUE(HasSeveralUsers(config_));
+  for (const char* user : {"root", "nobody", "games", "no-such-user-here", ""}) {
+    EXPECT_FALSE(MayServe(config_, user)) << user;
+  }
+  config_.login.min_uid = 1;
+  EXPECT_TRUE(MayServe(config_, "games"));
+  EXPECT_FALSE(MayServe(config_, "root"));
+  EXPECT_FALSE(MayServe(config_, "nobody"));
+  config_.server.auth = "single";
+  config_.tokens = {{"games", "/unused"}};
+  EXPECT_TRUE(MayServe(config_, "games"));
+  EXPECT_FALSE(MayServe(config_, "root"));
 }
 
 TEST_F(AccountsTest, OptionsWinOverTheFileAndBadOnesAreRefused) {

@@ -92,6 +92,15 @@ TEST_F(LauncherTest, EachRequestHasItsOwnProcessAndParametersArriveUnchanged) {
   EXPECT_EQ(pids.size(), 5U);
 }
 
+TEST_F(LauncherTest, ItServesNobodyElseWhateverTheFrontSays) {
+  for (const char* other : {"nobody", "no-such-user", "", "root\n"}) {
+    user_ = other;
+    const Json::Value answer = Answer("echo");
+    EXPECT_FALSE(answer["success"].asBool()) << other;
+    EXPECT_EQ(answer["error"]["code"], 407) << other;
+  }
+}
+
 TEST_F(LauncherTest, ABurstOfRequestsIsServedWhenNoIdleProcessIsLeft) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 30; ++i) {

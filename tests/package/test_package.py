@@ -165,6 +165,7 @@ def clean(package, tmp_path_factory):
     yield folder
     for place in mounted:
         subprocess.run(["umount", "--recursive", "--lazy", place], check=True)
+    subprocess.run(["rm", "-rf", "--one-file-system", folder], check=True)
 
 
 class Installed:

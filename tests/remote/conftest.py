@@ -31,8 +31,8 @@ def client(stage):
 
 @pytest.fixture(scope="session")
 def slow(stage):
-    """Moves 6 MB a second, so that there is a middle of a file."""
-    return stage.open("slow", '[bandwidth]\ndefault = "6MB"\n')
+    """Moves 10 MB a second, so that there is a middle of a file."""
+    return stage.open("slow", '[bandwidth]\ndefault = "10MB"\n')
 
 
 @pytest.fixture

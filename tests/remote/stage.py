@@ -1,9 +1,11 @@
 """One real server of each kind, and a fennoxd that has all of them as remote mounts.
 
 A server's own folder stands for its mount: what the module does through the mount and
-what it streams end up in the same place, and bytes are compared there."""
+what it streams end up in the same place, and bytes are compared there. Each folder is a
+file system of its own where the user may mount one; else moves between them are renames."""
 import os
 import pathlib
+import subprocess
 import sys
 import time
 
@@ -29,18 +31,28 @@ REMOTE = list(MAKERS)
 NO_PERMISSION, NO_SPACE, UNREACHABLE, REMOTE_IO = 407, 463, 2109, 2114
 
 
+def run(*command):
+    return subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+
+
 class Stage:
     """Folders and servers; open() starts a fennoxd on them."""
 
     def __init__(self, place, kinds=KINDS):
-        self.place, self.servers, self.missing, self.open_servers = place, {}, {}, []
+        self.place, self.servers, self.missing = place, {}, {}
+        self.open_servers, self.mounted = [], []
         for kind in kinds:
             self.folder(kind).mkdir()
+            self.own_volume(kind)
             if kind in MAKERS:
                 try:
                     self.servers[kind] = MAKERS[kind](self.folder(kind)).start()
                 except NotHere as reason:
                     self.missing[kind] = str(reason)
+
+    def own_volume(self, kind):
+        if run("mount", "-t", "tmpfs", "-o", "mode=755", "none", self.folder(kind)):
+            self.mounted.append(self.folder(kind))
 
     def folder(self, kind):
         return self.place / kind
@@ -70,6 +82,8 @@ class Stage:
             server.stop()
         for server in self.servers.values():
             server.close()
+        for folder in self.mounted:
+            run("umount", folder)
 
 
 def write(root, files):
@@ -85,6 +99,8 @@ def content(root):
     found = {}
     for folder, _, files in os.walk(root):
         for name in files:
+            if name.startswith(".davfs.tmp"):
+                continue  # Apache's own, of a process that was killed
             path = os.path.join(folder, name)
             with open(path, "rb") as file:
                 found[os.path.relpath(path, root)] = file.read()
@@ -107,6 +123,14 @@ def wait_for(condition, what, seconds=60):
     raise AssertionError(f"not within {seconds} s: {what}")
 
 
-def moved_some(client, task):
-    """Waits until the task is in the middle of its data."""
-    return client.wait_record(task, lambda r: (r["data"] or {}).get("processed_size", 0) > 0, 20)
+def moved_some(client, task, megabytes=3):
+    """Waits until the task is in the middle of its data; gives its worker's pid."""
+    pid = client.wait_record(task, lambda r: r["data"] and r["data"]["status"] == "PROCESSING")["data"]["pid"]
+
+    def moved():
+        with open(f"/proc/{pid}/io") as file:
+            counters = dict(line.split(": ") for line in file)
+        return int(counters["rchar"]) + int(counters["wchar"]) > megabytes << 20
+
+    wait_for(moved, "the task moves data")
+    return pid

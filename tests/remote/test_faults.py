@@ -2,12 +2,11 @@
 import os
 import shutil
 import socket
-import subprocess
 import threading
 
 import pytest
 
-from stage import (NO_PERMISSION, NO_SPACE, REMOTE, REMOTE_IO, UNREACHABLE, content, moved_some,
+from stage import (NO_PERMISSION, NO_SPACE, REMOTE, REMOTE_IO, UNREACHABLE, content, moved_some, run,
                    wait_for, write)
 
 BIG = 24 << 20
@@ -25,17 +24,15 @@ def big_move(stage, slow, name, source, dest, old=None):
     write(place, {} if old is None else {"big": old})
     place.mkdir(exist_ok=True)
     task = slow.start([stage.uri(source, f"{name}/big")], stage.uri(dest, place.name),
-                      remove_src=True, overwrite=True,
-                      accurate_progress=True).data["taskid"]
-    moved_some(slow, task)
-    return task, stage.folder(source) / name, place
+                      remove_src=True, overwrite=True).data["taskid"]
+    pid = moved_some(slow, task)
+    return task, pid, stage.folder(source) / name, place
 
 
 @pytest.mark.parametrize("source, dest", WAYS)
 def test_a_stop_in_mid_file_leaves_nothing_of_it(stage, slow, needs, source, dest):
     needs(source, dest)
-    task, origin, place = big_move(stage, slow, f"stop-{source}-{dest}", source, dest)
-    pid = slow.record(task)["data"]["pid"]
+    task, pid, origin, place = big_move(stage, slow, f"stop-{source}-{dest}", source, dest)
     assert slow.call("stop", taskid=task).get("success") is True
     wait_for(lambda: not os.path.exists(f"/proc/{pid}"), "the worker ends", 15)
     assert slow.status(task).code == 599
@@ -47,7 +44,7 @@ def test_a_stop_in_mid_file_leaves_nothing_of_it(stage, slow, needs, source, des
 def test_a_server_that_dies_in_mid_file_costs_nothing(stage, slow, needs, source, dest):
     needs(source, dest)
     name = f"death-{source}-{dest}"
-    task, origin, place = big_move(stage, slow, name, source, dest)
+    task, _, origin, place = big_move(stage, slow, name, source, dest)
     dying = dest if dest != "local" else source
     stage.servers[dying].stop()
     try:
@@ -67,7 +64,7 @@ def test_a_server_that_dies_in_mid_file_costs_nothing(stage, slow, needs, source
 def test_a_connection_that_breaks_is_taken_up_again(stage, slow, needs, source, dest):
     needs(source, dest)
     broken = dest if dest != "local" else source
-    task, origin, place = big_move(stage, slow, f"break-{source}-{dest}", source, dest)
+    task, _, origin, place = big_move(stage, slow, f"break-{source}-{dest}", source, dest)
     stage.servers[broken].end_sessions()
     data = slow.wait(task, 60)
     assert "errors" not in data, data["errors"]
@@ -138,8 +135,7 @@ def test_a_full_disk_at_the_server_is_told_and_leaves_nothing(stage, client, nee
     needs(dest)
     place = stage.folder(dest) / "full"
     place.mkdir()
-    mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m", "none", place], stderr=subprocess.DEVNULL)
-    if mounted.returncode != 0:
+    if not run("mount", "-t", "tmpfs", "-o", "size=4m", "none", place):
         pytest.skip("no right to mount a small volume")
     try:
         write(stage.folder("local") / f"full-{dest}", {"big": BIG_FILE, "small": b"fits"})
@@ -149,4 +145,4 @@ def test_a_full_disk_at_the_server_is_told_and_leaves_nothing(stage, client, nee
         assert content(place) == {"small": b"fits"}
         assert content(stage.folder("local") / f"full-{dest}") == {"big": BIG_FILE}
     finally:
-        subprocess.run(["umount", place], check=True)
+        assert run("umount", place)

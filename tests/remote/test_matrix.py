@@ -1,6 +1,7 @@
 """Copies and moves between every two kinds of places."""
 import os
 import random
+import shutil
 
 import pytest
 
@@ -49,4 +50,5 @@ def test_cell(stage, client, needs, matrix, pytestconfig, source, dest):
         assert os.listdir(place) == ["tree"]
         assert content(stage.folder(source) / cell) == (
             {f"tree/{name}": data for name, data in files.items()} if action == "copied" else {})
+        shutil.rmtree(place)
     matrix[source, dest] = "works"

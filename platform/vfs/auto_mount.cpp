@@ -281,8 +281,11 @@ void AwaitUploaded(const std::string& uri, std::uint64_t size) {
   MountInfo mount;
   if (!FindBySharePath(uri, &mount) || uri.size() < mount.base_uri.size()) return;
   const std::string path = mount.mount_path + "/" + uri.substr(mount.base_uri.size());
+  const std::string parent = path.substr(0, path.rfind('/'));
   const auto shown = [&] {
     struct stat status {};
+    // What it made itself is looked at anew with its folder only.
+    (void)LookInto(parent);
     return lstat(path.c_str(), &status) == 0 && static_cast<std::uint64_t>(status.st_size) == size;
   };
   const core::UniqueFd forget(

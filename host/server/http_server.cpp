@@ -21,6 +21,16 @@ void TakePortAlone(int socket) {
   ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
 }
 
+// Of the library's two ways to compress, one works so hard that a long list of entries takes it
+// seconds; the other takes milliseconds. The library chooses by what the client accepts.
+void AcceptOnlyGzip(httplib::Headers* headers) {
+  const auto accepted = headers->find("Accept-Encoding");
+  if (accepted == headers->end()) return;
+  const bool gzip = accepted->second.find("gzip") != std::string::npos;
+  headers->erase("Accept-Encoding");
+  if (gzip) headers->emplace("Accept-Encoding", "gzip");
+}
+
 std::string TlsReason() {
   std::array<char, 256> text{};
   ::ERR_error_string_n(::ERR_get_error(), text.data(), text.size());
@@ -74,7 +84,10 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
     if (!connection.AwaitRequest()) break;
     bool closed = false;
     good = process_request(connection, left == 1, closed,
-                           [&](httplib::Request&) { connection.HeadIsRead(); }) &&
+                           [&](httplib::Request& request) {
+                             connection.HeadIsRead();
+                             AcceptOnlyGzip(&request.headers);
+                           }) &&
            !closed;
   }
   return good;

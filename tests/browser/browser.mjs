@@ -7,6 +7,17 @@ const require = createRequire(`${process.env.FENNOX_BROWSER_MODULES ?? import.me
 const { chromium } = require("playwright-core");
 const axe = require("axe-core");
 
+// Where the page's files are taken from instead of the server: work on them needs no build.
+const PAGE = process.env.FENNOX_PAGE;
+const TYPES = { css: "text/css", html: "text/html", js: "text/javascript", svg: "image/svg+xml" };
+
+function servePage(route) {
+  const { pathname } = new URL(route.request().url());
+  const file = pathname === "/" ? "/index.html" : pathname;
+  const contentType = TYPES[file.split(".").pop()];
+  return route.fulfill({ path: PAGE + file, contentType });
+}
+
 export async function launch() {
   // Chromium's own sandbox cannot be set up by root; the pages are ours.
   const args = process.getuid() === 0 ? ["--no-sandbox"] : [];
@@ -22,6 +33,7 @@ export class Window {
     await context.addInitScript((place) => {
       if (!sessionStorage.getItem("fennox.place")) sessionStorage.setItem("fennox.place", JSON.stringify(place));
     }, { left, right, active: "left" });
+    if (PAGE) await context.route(/^[^?#]*\/(js\/.*|[a-z]+\.(css|svg)|)(#.*)?$/, servePage);
     const page = await context.newPage();
     return new Window(context, page, server);
   }

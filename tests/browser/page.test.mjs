@@ -290,6 +290,79 @@ test("Hidden files, sorting and the path lead where they should", async () => {
   await window.row("x").waitFor();
 });
 
+test("The end of a task is told on the desktop when another window is in front", async () => {
+  const window = await folders("desktop");
+  server.write("from/desktop/told");
+  await window.context.addInitScript(() => {
+    globalThis.told = [];
+    globalThis.Notification = class {
+      static permission = "granted";
+      constructor(title, { body }) {
+        globalThis.told.push(body);
+      }
+    };
+    localStorage.setItem("fennox", JSON.stringify({ desktopNotices: true }));
+  });
+  await window.login();
+  const told = () => window.page.evaluate(() => globalThis.told);
+  await window.select("told");
+  await window.page.keyboard.press("F5");
+  await window.task("done");
+  assert.deepEqual(await told(), [], "whoever looks at the page needs none");
+  await window.page.evaluate(() => Object.defineProperty(document, "hidden", { get: () => true }));
+  await window.page.evaluate(() => document.querySelector("#pane-left .list").focus());
+  await window.page.keyboard.press("F5");
+  await window.dialog().locator("select").selectOption("both");
+  await window.button("Copy", window.dialog()).click();
+  await until(async () => (await told()).length > 0);
+  assert.deepEqual(await told(), ["Copied: told"]);
+});
+
+test("A name that is not UTF-8 is shown, and its folder is named as the way to copy it", async () => {
+  const window = await folders("damaged");
+  server.write(Buffer.concat([Buffer.from("from/damaged/latin"), Buffer.from([0xe9])]));
+  await window.login();
+  await window.select("latin\ufffd");
+  await window.page.keyboard.press("F5");
+  await window.page.locator(".notice.bad", { hasText: "Copy the folder that holds it" }).waitFor();
+  assert.equal(await window.tasks().count(), 0);
+});
+
+test("A name and a password are asked for where the server wants them", async () => {
+  const window = await open();
+  const { page } = window;
+  let sent = null;
+  await page.route("**/host/login", (route) => {
+    if (route.request().method() === "GET") {
+      return route.fulfill({ json: { success: true, data: { password: true, token: true } } });
+    }
+    sent = route.request().postDataJSON();
+    const error = { code: 467, detail: { message: "too many failed logins; wait a minute" } };
+    return route.fulfill({ status: 429, json: { success: false, error } });
+  });
+  await page.goto(server.url);
+  await window.button("Log in").click();
+  await page.getByText("Fill in every field.").waitFor();
+  await page.getByLabel("User name").fill("alice");
+  await page.getByLabel("Password").fill(" with spaces ");
+  await window.button("Log in").click();
+  await page.getByText("Wait a minute").waitFor();
+  assert.deepEqual(sent, { user: "alice", password: " with spaces " });
+  assert.deepEqual(await window.accessibilityFaults(), []);
+  await window.button("Use a token instead").click();
+  await page.getByLabel("Token").waitFor();
+});
+
+test("After logging out nothing of the user is left, and answers are packed cheaply", async () => {
+  const window = await (await folders("leave")).login();
+  await window.button("Settings").click();
+  await window.button("Log out").click();
+  await window.page.getByLabel("Token").waitFor();
+  assert.equal(await window.page.locator(".row").count(), 0);
+  const packed = await fetch(`${server.url}/style.css`, { headers: { "Accept-Encoding": "br, gzip" } });
+  assert.equal(packed.headers.get("content-encoding"), "gzip");
+});
+
 test("An expired session leads to the login and back to where one was", async () => {
   const window = await (await folders("session")).login();
   server.write("from/session/here");

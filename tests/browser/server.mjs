@@ -48,7 +48,8 @@ export class Server {
     });
     fs.closeSync(log);
     const lines = readline.createInterface({ input: this.process.stdout });
-    const [line] = await once(lines, "line");
+    // A server that ends instead has said why in its log.
+    const [line] = await Promise.race([once(lines, "line"), once(this.process, "exit")]);
     const found = /http:\/\/127\.0\.0\.1:(\d+)\/(?:\?token=(\w+))?/.exec(line);
     if (!found) throw new Error(`no address in ${line}; ${fs.readFileSync(this.path("log"), "utf8")}`);
     this.port = Number(found[1]);
@@ -88,9 +89,11 @@ export class Server {
 
   // --- the folders behind the shares
 
+  // A name that is no text is given as bytes.
   write(name, content = name) {
-    fs.mkdirSync(path.dirname(this.path(name)), { recursive: true });
-    fs.writeFileSync(this.path(name), content);
+    const file = Buffer.concat([Buffer.from(`${this.place}/`), Buffer.from(name)]);
+    fs.mkdirSync(file.subarray(0, file.lastIndexOf("/")), { recursive: true });
+    fs.writeFileSync(file, content);
   }
 
   read(name) {

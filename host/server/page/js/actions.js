@@ -11,8 +11,14 @@ import { explain, transfer } from "./transfer.js";
 import { counted, t } from "./words.js";
 
 function chosen() {
-  const sources = selectedSources(activePane());
-  if (sources.length === 0) say("info", t(activePane().path === ROOT ? "act.places" : "act.nothing"));
+  const pane = activePane();
+  const sources = selectedSources(pane);
+  const { selected } = pane.selection;
+  if (pane.path !== ROOT && sources.length < selected.size) {
+    say("bad", t("pane.damaged"));
+    return [];
+  }
+  if (sources.length === 0) say("info", t(pane.path === ROOT ? "act.places" : "act.nothing"));
   return sources;
 }
 

@@ -1,15 +1,16 @@
 // Where the page begins.
 
 import { html, render } from "/vendor/lit-html/lit-html.js";
+import { percent } from "./format.js";
 import { readPlaces } from "./listing.js";
 import { refreshAll, restore, shownPanes } from "./panes.js";
 import { begin, whenEntered } from "./session.js";
 import { changed, state, whenChanged } from "./store.js";
-import { ended } from "./task_state.js";
-import { follow } from "./tasks.js";
+import { describe, ended } from "./task_state.js";
+import { follow, seconds } from "./tasks.js";
 import { dialogsView } from "./views/dialogs_view.js";
 import { openNewDialogs } from "./views/dialog_frame.js";
-import { headerView } from "./views/header_view.js";
+import { headerView, offlineView } from "./views/header_view.js";
 import { logView } from "./views/log_view.js";
 import { loginView } from "./views/login_view.js";
 import { noticesView } from "./views/notices_view.js";
@@ -18,7 +19,7 @@ import { placesView } from "./views/places_view.js";
 import { applyAppearance } from "./views/settings_view.js";
 import { toolbarView } from "./views/toolbar_view.js";
 import { trayView } from "./views/tray_view.js";
-import { loadTables, locale } from "./words.js";
+import { loadTables, locale, t } from "./words.js";
 
 const TICK = 100; // milliseconds between two steps of a bar
 
@@ -35,7 +36,7 @@ function filesView() {
 }
 
 function pageView() {
-  if (state.user === null) return "";
+  if (state.user === null) return offlineView();
   if (state.user === "") return loginView();
   return html`
     ${headerView()}
@@ -45,7 +46,18 @@ function pageView() {
 
 let atLogin = false;
 
+// How far the tasks are, for whoever looks at another tab.
+function titleText() {
+  const running = state.tasks.filter((task) => !ended(task));
+  const estimates = running.map((task) => describe(task, seconds()).estimate);
+  const known = estimates.filter((estimate) => estimate.measured);
+  if (known.length === 0) return t("app.title");
+  const mean = known.reduce((sum, estimate) => sum + estimate.fraction, 0) / known.length;
+  return `${percent(mean)} · ${t("app.title")}`;
+}
+
 function draw() {
+  document.title = titleText();
   document.documentElement.lang = locale();
   render(pageView(), document.getElementById("page"));
   openNewDialogs();

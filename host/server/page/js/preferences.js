@@ -43,6 +43,10 @@ export function remember(key, value) {
   keep(sessionStorage, `${KEY}.${key}`, value);
 }
 
+export function forgetWindow() {
+  sessionStorage.clear();
+}
+
 export function twoPanes(state) {
   return preferences.twoPanes && !state.narrow;
 }

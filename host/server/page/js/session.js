@@ -1,6 +1,7 @@
 // Who is logged in, and how one gets in and out.
 
 import { hostPost, quiet, setCsrf, whenLoginIsNeeded } from "./net.js";
+import { forgetWindow } from "./preferences.js";
 import { changed, state } from "./store.js";
 
 let onEntered = () => {};
@@ -9,7 +10,20 @@ export function whenEntered(callback) {
   onEntered = callback;
 }
 
+let lastUser = "";
+
+// Nothing of one user's stays on the page for the next.
+function startAfresh() {
+  forgetWindow();
+  location.reload();
+}
+
 async function enter(who) {
+  if (lastUser !== "" && lastUser !== who.user) {
+    startAfresh();
+    return;
+  }
+  lastUser = who.user;
   setCsrf(who.csrf);
   state.user = who.user;
   state.loginMessage = "";
@@ -71,11 +85,8 @@ export async function login(fields) {
   }
 }
 
+// Fails when the server does not know of it: then the session goes on.
 export async function logout() {
-  try {
-    await hostPost("logout");
-  } finally {
-    leave("");
-    await readMethods();
-  }
+  await hostPost("logout");
+  startAfresh();
 }

@@ -76,6 +76,12 @@ export function ended(task) {
   return ENDED.has(stageOf(task, figuresOf(task.record)));
 }
 
+// Ended with nothing left to do about it.
+export function settled(task) {
+  const stage = stageOf(task, figuresOf(task.record));
+  return ENDED.has(stage) && stage !== "failed" && stage !== "failures";
+}
+
 export function describe(task, now) {
   const figures = figuresOf(task.record);
   const stage = stageOf(task, figures);

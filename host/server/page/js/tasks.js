@@ -7,7 +7,7 @@ import { parent } from "./paths.js";
 import { recall, remember } from "./preferences.js";
 import { changed, state } from "./store.js";
 import { newTask, reconcile } from "./task_list.js";
-import { ended } from "./task_state.js";
+import { ended, settled } from "./task_state.js";
 
 // A short task ends promptly, a long one is asked about once a second, an idle page seldom.
 const FIRST = 100;
@@ -118,6 +118,7 @@ export async function dismiss(id) {
   }
 }
 
-export function dismissEnded() {
-  return Promise.all(state.tasks.filter(ended).map(({ id }) => dismiss(id)));
+// What failed stays until its user has seen to it.
+export function dismissGood() {
+  return Promise.all(state.tasks.filter(settled).map(({ id }) => dismiss(id)));
 }

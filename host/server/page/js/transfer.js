@@ -69,9 +69,16 @@ function parameters(order, settled) {
 
 async function start(order, settled) {
   const params = parameters(order, settled);
-  const { taskid } = await api("start", params);
-  track(taskid, { rename: params.rename });
-  return taskid;
+  try {
+    const { taskid } = await api("start", params);
+    track(taskid, { rename: params.rename });
+    return taskid;
+  } catch (failure) {
+    if (failure.kind !== "offline") throw failure;
+    // The request may have reached the server before the connection broke.
+    say("bad", t("act.unsure"));
+    return null;
+  }
 }
 
 async function settleAndStart(order) {

@@ -31,7 +31,10 @@ export function headerView() {
       <button class="quiet" title=${t("app.settings")} aria-label=${t("app.settings")}
         @click=${() => ask("settings")}>${icon("settings")}</button>
     </header>
-    ${state.offline
-      ? html`<p class="offline" role="alert">${icon("warn")} ${t("app.offline")}</p>`
-      : ""}`;
+    ${offlineView()}`;
+}
+
+export function offlineView() {
+  if (!state.offline) return "";
+  return html`<p class="offline" role="alert">${icon("warn")} ${t("app.offline")}</p>`;
 }

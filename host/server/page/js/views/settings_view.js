@@ -2,10 +2,11 @@
 
 import { html } from "/vendor/lit-html/lit-html.js";
 import { live } from "/vendor/lit-html/directives/live.js";
-import { allowDesktop, desktopPossible } from "../notices.js";
+import { allowDesktop, desktopPossible, say } from "../notices.js";
 import { prefer, preferences } from "../preferences.js";
 import { logout } from "../session.js";
 import { changed, state } from "../store.js";
+import { explain } from "../transfer.js";
 import { languages, loadTables, t } from "../words.js";
 import { frame } from "./dialog_frame.js";
 
@@ -54,7 +55,7 @@ function keysView() {
 export function settingsDialog(dialog) {
   const leave = () => {
     dialog.answer(null);
-    logout();
+    logout().catch((failure) => failure.kind !== "login" && say("bad", explain(failure)));
   };
   const body = html`
     <label class="field">${t("settings.language")}

@@ -3,8 +3,8 @@
 import { html } from "/vendor/lit-html/lit-html.js";
 import { repeat } from "/vendor/lit-html/directives/repeat.js";
 import { changed, state } from "../store.js";
-import { ended } from "../task_state.js";
-import { dismissEnded } from "../tasks.js";
+import { ended, settled } from "../task_state.js";
+import { dismissGood } from "../tasks.js";
 import { counted, t } from "../words.js";
 import { icon } from "./icons.js";
 import { taskView } from "./task_view.js";
@@ -25,8 +25,8 @@ export function trayView() {
         <h2 id="tray-title">${t("tray.title")}</h2>
         <span class="hint">${running > 0 ? counted("tray.running", running) : ""}</span>
         <span class="gap"></span>
-        ${state.tasks.length > running
-          ? html`<button class="quiet" @click=${dismissEnded}>${t("tray.clear")}</button>`
+        ${state.tasks.some(settled)
+          ? html`<button class="quiet" @click=${dismissGood}>${t("tray.clear")}</button>`
           : ""}
       </div>
       <ul id="tasks" ?hidden=${!state.trayOpen || state.tasks.length === 0}>

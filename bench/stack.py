@@ -28,12 +28,16 @@ class Client:
     def __init__(self, port, token):
         self.port = port
         self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=120)
+        self.latest = time.monotonic()
         self.headers = {"Authorization": f"Bearer {token}", "Content-Type": "application/json"}
 
     def request(self, verb, path, body=None):
+        if time.monotonic() - self.latest > 1:
+            self.connection.close()  # the server may be about to; the next request opens it anew
         self.connection.request(verb, path, body, self.headers)
         response = self.connection.getresponse()
         text = response.read()
+        self.latest = time.monotonic()
         if response.status != 200:
             raise Refused(f"HTTP {response.status} for {path}")
         answer = json.loads(text)

@@ -178,8 +178,8 @@ DescriptorStatus ReceiveDescriptor(int socket, core::UniqueFd* out, Errand* erra
   }
   if (n == 0 && received.empty()) {
     // An empty message looks like the end; only the end hangs up.
-    pollfd poller{socket, 0, 0};
-    const bool closed = ::poll(&poller, 1, 0) > 0 && (poller.revents & POLLHUP) != 0;
+    pollfd poller{socket, POLLRDHUP, 0};
+    const bool closed = ::poll(&poller, 1, 0) > 0 && (poller.revents & (POLLHUP | POLLRDHUP)) != 0;
     return closed ? DescriptorStatus::kEnd : DescriptorStatus::kMalformed;
   }
   if (received.size() != 1 || (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) {

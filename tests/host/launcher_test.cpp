@@ -1,6 +1,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <json/reader.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 
@@ -135,6 +136,13 @@ TEST_F(LauncherTest, GarbageOnTheControlSocketIsSurvived) {
               static_cast<ssize_t>(frame.size()));
   }
   EXPECT_TRUE(Answer("echo")["success"].asBool());
+}
+
+TEST_F(LauncherTest, ItEndsWhenTheFrontOnlyCeasesToWrite) {
+  ASSERT_EQ(::shutdown(link_.control(), SHUT_WR), 0);
+  pollfd poller{link_.control(), 0, 0};
+  EXPECT_EQ(::poll(&poller, 1, 60000), 1);
+  EXPECT_NE(poller.revents & POLLHUP, 0);
 }
 
 TEST_F(LauncherTest, AKilledWorkerEndsItsRecordAsFailed) {

@@ -173,7 +173,7 @@ class Bench:
                 seconds = PEERS[self.far.server.protocol][program](self.far, source, dest, direction)
             data.compare(source, dest / name)
         finally:
-            shutil.rmtree(dest)
+            shutil.rmtree(dest, ignore_errors=True)
         return seconds
 
 

@@ -94,6 +94,7 @@ const char* ErrorText(int code) {
 
 std::vector<int> ErrorCodes() {
   std::vector<int> codes;
+  codes.reserve(kErrors.size());
   for (const ErrorRow& row : kErrors) codes.push_back(row.code);
   return codes;
 }

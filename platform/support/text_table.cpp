@@ -105,6 +105,7 @@ namespace support {
 
 std::vector<std::string> TextKeys() {
   std::vector<std::string> keys;
+  keys.reserve(kTexts.size());
   for (const TextRow& row : kTexts) keys.emplace_back(row.key);
   return keys;
 }

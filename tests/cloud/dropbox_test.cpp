@@ -49,6 +49,7 @@ class DropboxTest : public TransferTest {
   void Open(core::RemoteConfig remote) { cloud_ = OpenBeside(std::move(remote), {}); }
   std::unique_ptr<Cloud> OpenBeside(core::RemoteConfig remote, core::Config config) {
     remote.path = "/";
+    remote.connect_timeout = 2;  // the pauses between attempts follow it
     remote.mount = folder_;
     config.remotes.push_back(remote);
     core::SetConfig(config);

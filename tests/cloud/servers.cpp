@@ -170,6 +170,7 @@ core::RemoteConfig SshServer::Remote() const {
   remote.protocol = "sftp";
   remote.host = "127.0.0.1";
   remote.port = port_;
+  remote.connect_timeout = 2;  // a lost server is given up within about a second
   const passwd* user = getpwuid(geteuid());
   remote.user = user == nullptr ? "nobody" : user->pw_name;
   remote.key_file = folder_ / "user_key";
@@ -211,6 +212,7 @@ core::RemoteConfig FtpServer::Remote() const {
   remote.protocol = tls_ ? "ftps" : "ftp";
   remote.host = "127.0.0.1";
   remote.port = port_;
+  remote.connect_timeout = 2;  // a lost server is given up within about a second
   remote.user = "ftp";
   remote.password_file = folder_ / "password";
   if (tls_) remote.ca_file = folder_ / "server.pem";

@@ -73,7 +73,10 @@ def test_refusals_are_described(server, described):
                              {"Content-Type": "application/json"}), api, "post")
     described(client.request("POST", "/host/login", json.dumps({"token": "wrong"}),
                              {"Content-Type": "application/json"}), "/host/login", "post")
+    described(client.request("POST", "/host/logout"), "/host/logout", "post")
     client.token = None
+    described(client.request("GET", "/health"), "/health")
+    described(client.request("GET", "/host/login"), "/host/login")
     for name in ("whoami", "tasks"):
         assert described(client.host(name), f"/host/{name}").status == 401
 

@@ -38,7 +38,7 @@ struct TargetFolder {
   std::string path;  // where it stands now
   Identity id;
   int fs_type = -1;
-  bool remote = false;       // on a remote mount: no temporary names
+  bool remote = false;       // on a remote mount
   bool unseen = false;       // under a temporary name: nobody takes its files for final
   bool default_acl = false;  // new entries inherit an ACL
   // Who owns what this process makes here, once one was made and looked at.

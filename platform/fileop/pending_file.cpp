@@ -54,15 +54,24 @@ PendingFile::PendingFile(PendingFile&& other) noexcept
     : folder_(std::exchange(other.folder_, nullptr)),
       fd_(std::move(other.fd_)),
       stands_as_(std::move(other.stands_as_)),
+      streams_to_(std::move(other.streams_to_)),
+      made_(other.made_),
       at_its_place_(other.at_its_place_),
       committed_(other.committed_) {}
 
 int PendingFile::Create(const TargetFolder& folder, const std::string& name, mode_t mode,
                         bool replace) {
   const int dir = folder.fd.get();
-  if (folder.unseen || folder.remote) {
-    const int flags = folder.remote && replace ? (kNewFile & ~O_EXCL) | O_TRUNC : kNewFile;
-    fd_.reset(::openat(dir, name.c_str(), flags, mode));
+  if (folder.remote) {
+    if (CreateNamed(folder, mode) < 0) return -1;
+    struct stat st;
+    if (::fstat(fd_.get(), &st) != 0) return Fail(errno, Side::kDestination);
+    made_ = IdentityOf(st);
+    streams_to_ = name;
+    return 0;
+  }
+  if (folder.unseen) {
+    fd_.reset(::openat(dir, name.c_str(), kNewFile, mode));
     if (!fd_) return Fail(errno, Side::kDestination);
     folder_ = &folder;
     stands_as_ = name;
@@ -80,9 +89,13 @@ int PendingFile::Create(const TargetFolder& folder, const std::string& name, mod
     }
     WithoutNameless().push_back(folder.id.dev);
   }
+  return CreateNamed(folder, mode);
+}
+
+int PendingFile::CreateNamed(const TargetFolder& folder, mode_t mode) {
   for (int i = 0; i < kTries && !fd_; ++i) {
     stands_as_ = MakeTempName();
-    fd_.reset(::openat(dir, stands_as_.c_str(), kNewFile, mode));
+    fd_.reset(::openat(folder.fd.get(), stands_as_.c_str(), kNewFile, mode));
     if (!fd_ && errno != EEXIST) break;
   }
   if (!fd_) return Fail(errno, Side::kDestination);
@@ -106,7 +119,8 @@ int PendingFile::CreateNode(const TargetFolder& folder, const std::string& name,
 }
 
 std::string PendingFile::ShownPath() const {
-  return stands_as_.empty() ? ProcPath(fd_.get()) : folder_->path + "/" + stands_as_;
+  if (stands_as_.empty()) return ProcPath(fd_.get());
+  return folder_->path + "/" + (streams_to_.empty() ? stands_as_ : streams_to_);
 }
 
 int PendingFile::Lend() {
@@ -121,11 +135,23 @@ int PendingFile::TakeBack(int fd) {
     const core::UniqueFd lent(fd);
     return 0;
   }
+  struct stat st;
+  const bool ours = fd >= 0 && ::fstat(fd, &st) == 0 && IdentityOf(st) == made_;
+  if (!streams_to_.empty() && !ours) return TakeFromItsPlace(fd);
   fd_.reset(fd);
   if (fd_.valid()) return 0;
+  fd_.reset(::openat(folder_->fd.get(), stands_as_.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+  return fd_.valid() ? 0 : Fail(errno, Side::kDestination);
+}
+
+int PendingFile::TakeFromItsPlace(int fd) {
+  const int dir = folder_->fd.get();
+  ::unlinkat(dir, stands_as_.c_str(), 0);
+  stands_as_ = streams_to_;
+  at_its_place_ = true;
+  fd_.reset(fd);
   // Mounts without a cache open what is there for writing only when it is emptied.
-  const int access = folder_->remote ? O_RDONLY : O_RDWR;
-  fd_.reset(::openat(folder_->fd.get(), stands_as_.c_str(), access | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd_) fd_.reset(::openat(dir, stands_as_.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   return fd_.valid() ? 0 : Fail(errno, Side::kDestination);
 }
 
@@ -183,6 +209,8 @@ void PendingFile::Swap(PendingFile& other) {
   std::swap(folder_, other.folder_);
   std::swap(fd_, other.fd_);
   std::swap(stands_as_, other.stands_as_);
+  std::swap(streams_to_, other.streams_to_);
+  std::swap(made_, other.made_);
   std::swap(at_its_place_, other.at_its_place_);
   std::swap(committed_, other.committed_);
 }

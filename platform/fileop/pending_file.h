@@ -11,8 +11,13 @@
 namespace fileop {
 
 // Stands without a name, under a temporary name, or, in a folder that nobody
-// sees yet and on remote mounts, at its own place. Unless committed, it is
-// removed; removal never changes errno.
+// sees yet, at its own place. Unless committed, it is removed; removal never
+// changes errno.
+//
+// On a remote mount it stands under a temporary name too, but is shown by its
+// final path: that path tells where on the server data is to be streamed to.
+// Whoever streams it there gives no descriptor back, and the file is taken to be
+// at its place from then on.
 class PendingFile {
  public:
   PendingFile() = default;
@@ -32,7 +37,8 @@ class PendingFile {
 
   int fd() const { return fd_.get(); }
 
-  // A path by which the file can be opened while this object lives.
+  // A path by which the file can be opened while this object lives; on a remote
+  // mount the final one.
   std::string ShownPath() const;
 
   // A descriptor to hand out that others may close.
@@ -62,11 +68,15 @@ class PendingFile {
   void Swap(PendingFile& other);
 
  private:
+  int CreateNamed(const TargetFolder& folder, mode_t mode);
   int LinkNameless(const std::string& name);
+  int TakeFromItsPlace(int fd);
 
   const TargetFolder* folder_ = nullptr;
   core::UniqueFd fd_;
   std::string stands_as_;
+  std::string streams_to_;  // final name, on a remote mount
+  Identity made_;           // with it, the temporary file
   bool at_its_place_ = false;
   bool committed_ = false;
 };

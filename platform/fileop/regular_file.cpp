@@ -103,8 +103,10 @@ int Finish(Job& job, PendingFile& file) {
     return Fail(errno, Side::kDestination);
   }
   // Without a name it takes the descriptor to get one, and to replace another
-  // file its data must be synced.
-  if (!file.stands_as().empty() && !job.replace && file.Close() < 0) return -1;
+  // file its data must be synced; a remote mount sends what it was given when the
+  // file is closed.
+  const bool close = !file.stands_as().empty() && (!job.replace || job.to.remote);
+  if (close && file.Close() < 0) return -1;
   return Publish(job, file);
 }
 

@@ -17,7 +17,7 @@ namespace fileop {
 namespace {
 
 void CleanOnce(const Ends& ends, _TAVOCOPYARGSEX* args) {
-  if (ends.to.remote || (args != nullptr && args->cleaned == ends.to.id)) return;
+  if (args != nullptr && args->cleaned == ends.to.id) return;
   CleanLeftovers(ends.to.fd.get());
   if (args != nullptr) args->cleaned = ends.to.id;
 }

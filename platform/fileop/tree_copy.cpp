@@ -302,7 +302,7 @@ int TreeCopy::OpenTarget(Place& place, Level* level) {
   if (DescribeTarget(&level->to) < 0) return -1;
   if (level->to.id == level->from.id) return FailWith(core::kErrExists, EEXIST, Side::kUnknown);
   if (request_.removes && removals_.NeedsSync(level->to) < 0) return -1;
-  if (!level->fresh && !level->to.remote) CleanLeftovers(level->to.fd.get());
+  if (!level->fresh) CleanLeftovers(level->to.fd.get());
   level->open = true;
   return 0;
 }

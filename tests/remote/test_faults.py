@@ -10,19 +10,19 @@ from stage import (NO_PERMISSION, NO_SPACE, REMOTE, REMOTE_IO, UNREACHABLE, cont
                    wait_for, write)
 
 BIG = 24 << 20
+OLD = b"what stood there before"
 BIG_FILE = bytes(range(256)) * (BIG // 256)
 # Every kind as source and as destination, and one pair of servers.
 WAYS = [("local", kind) for kind in REMOTE] + [(kind, "local") for kind in REMOTE] + [("sftp", "ftp")]
 STREAMED = [way for way in WAYS if "dropbox" not in way]
 
 
-def big_move(stage, slow, name, source, dest, old=None):
-    """A move of a big file that has come to its middle."""
+def big_move(stage, slow, name, source, dest):
+    """A move of a big file, over an older one, that has come to its middle."""
     shutil.rmtree(stage.folder(source) / name, ignore_errors=True)
     write(stage.folder(source) / name, {"big": BIG_FILE})
     place = stage.folder(dest) / f"{name}-to"
-    write(place, {} if old is None else {"big": old})
-    place.mkdir(exist_ok=True)
+    write(place, {"big": OLD})
     task = slow.start([stage.uri(source, f"{name}/big")], stage.uri(dest, place.name),
                       remove_src=True, overwrite=True).data["taskid"]
     pid = moved_some(slow, task)
@@ -30,13 +30,13 @@ def big_move(stage, slow, name, source, dest, old=None):
 
 
 @pytest.mark.parametrize("source, dest", WAYS)
-def test_a_stop_in_mid_file_leaves_nothing_of_it(stage, slow, needs, source, dest):
+def test_a_stop_in_mid_file_leaves_what_stood_there(stage, slow, needs, source, dest):
     needs(source, dest)
     task, pid, origin, place = big_move(stage, slow, f"stop-{source}-{dest}", source, dest)
     assert slow.call("stop", taskid=task).get("success") is True
     wait_for(lambda: not os.path.exists(f"/proc/{pid}"), "the worker ends", 15)
     assert slow.status(task).code == 599
-    wait_for(lambda: content(place) == {}, "nothing is left at the destination", 5)
+    wait_for(lambda: content(place) == {"big": OLD}, "the destination is as it was", 5)
     assert content(origin) == {"big": BIG_FILE}
 
 
@@ -51,11 +51,12 @@ def test_a_server_that_dies_in_mid_file_costs_nothing(stage, slow, needs, source
         data = slow.wait(task, 60)
         assert [error["code"] for error in data["errors"]] == [UNREACHABLE]
         assert content(origin) == {"big": BIG_FILE}
-        assert "big" not in content(place)
+        assert content(place)["big"] == OLD
     finally:
         stage.servers[dying].start()
     # It is not only whole: the same move works once the server is back.
-    data = slow.run([stage.uri(source, f"{name}/big")], stage.uri(dest, place.name), remove_src=True)
+    data = slow.run([stage.uri(source, f"{name}/big")], stage.uri(dest, place.name), remove_src=True,
+                    overwrite=True)
     assert "errors" not in data and content(origin) == {}
     assert content(place)["big"] == BIG_FILE
 

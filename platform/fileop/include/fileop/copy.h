@@ -54,9 +54,10 @@ struct TAVOCOPYOPTIONS {
 using TAVOReadSizeHook = long long (*)(unsigned long long bytes);
 
 // Moves one file's data. `src` is the source's path, `dst` the path under which
-// the unfinished file stands now (a temporary one on a local destination).
-// The descriptors are open; the hook may close them and set them to -1. 0 on
-// success; negative fails the file.
+// the unfinished file stands now; on a remote mount the final path instead, though
+// the descriptor is that of a temporary file. The descriptors are open; the hook may
+// close them and set them to -1, which on a remote mount says that the file is at its
+// final path already. 0 on success; negative fails the file.
 using TAVOReadWriteHook = int (*)(const char* src, const char* dst, int* srcFd, int* dstFd,
                                   long size, TAVOCopyProgress progress, TAVOCopyCancel cancel,
                                   const _TAVOCOPYARGSEX* args);

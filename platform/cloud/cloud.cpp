@@ -77,8 +77,7 @@ std::string Cloud::GetServerPathBySharePath(const std::string& remotePath) const
   const std::string path = remotePath + (remotePath.size() + 1 == serverId_.size() ? "/" : "");
   if (serverId_.empty() || !path.starts_with(serverId_)) return {};
   vfs::MountInfo mount;
-  const std::string base =
-      vfs::FindBySharePath(serverId_, &mount) ? mount.remote_base : std::string("/");
+  std::string base = vfs::FindBySharePath(serverId_, &mount) ? mount.remote_base : std::string("/");
   const std::string rest = path.substr(serverId_.size());
   if (rest.empty() && !base.empty()) return base;
   return base + (base.empty() || base.back() != '/' ? "/" : "") + rest;

@@ -20,6 +20,7 @@
 #include <memory>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "core/mount_table.h"
 #include "core/unique_fd.h"
@@ -152,7 +153,7 @@ Trouble TroubleOfProbe(int err) {
 }
 
 // What the helper said, by its line that tells most.
-Trouble TroubleOfHelper(const std::string& words, Trouble otherwise) {
+Trouble TroubleOfHelper(const std::string& words, const Trouble& otherwise) {
   constexpr std::size_t kDateSize = 20;  // "2026/11/24 23:01:47 "
   std::istringstream lines(words);
   std::string line;
@@ -162,9 +163,9 @@ Trouble TroubleOfHelper(const std::string& words, Trouble otherwise) {
       line.erase(0, kDateSize);
     }
     if (line.empty()) continue;
-    const Trouble trouble = TroubleFromWords(line);
+    Trouble trouble = TroubleFromWords(line);
     if (trouble.kind != TroubleKind::kOther) return trouble;
-    best = trouble;
+    best = std::move(trouble);
   }
   return otherwise || !best ? otherwise : best;
 }
@@ -302,14 +303,17 @@ void AwaitUploaded(const std::string& uri, std::uint64_t size) {
 void ReleaseMounts() {
   const std::string top = MountsFolder();
   if (top.empty()) return;
+  const std::string below = top + "/";
+  const std::string scratch = below + "private/";
+  const std::string pipes = below + "forget/";
   for (const core::MountEntry& entry : core::ReadMountTable()) {
-    if (!entry.point.starts_with(top + "/")) continue;
-    const std::string rest = entry.point.substr(top.size() + 1);
+    if (!entry.point.starts_with(below)) continue;
+    const std::string rest = entry.point.substr(below.size());
     const std::size_t slash = rest.find('/');
     uid_t uid = 0;
     const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), uid);
     if (error != std::errc() || end != rest.data() + slash || HasTaskOf(uid)) continue;
-    Unmount({entry.point, top + "/private/" + rest, top + "/forget/" + rest});
+    Unmount({entry.point, scratch + rest, pipes + rest});
   }
 }
 

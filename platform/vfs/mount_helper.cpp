@@ -27,7 +27,7 @@ bool HasProgram(const std::string& name) {
   std::istringstream folders(kProgramPath);
   std::string folder;
   while (std::getline(folders, folder, ':')) {
-    if (access((folder + "/" + name).c_str(), X_OK) == 0) return true;
+    if (access(folder.append("/").append(name).c_str(), X_OK) == 0) return true;
   }
   return false;
 }

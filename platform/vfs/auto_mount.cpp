@@ -121,8 +121,12 @@ int Probe(const std::string& folder, int seconds) {
   if (pid == 0) _exit(LookInto(folder) & 0xFF);
   if (pid < 0) return errno;
   int status = 0;
-  if (EndsWithin(pid, seconds * 1000, &status))
-    return WIFEXITED(status) ? WEXITSTATUS(status) : EIO;
+  if (EndsWithin(pid, seconds * 1000, &status)) {
+    const int err = WIFEXITED(status) ? WEXITSTATUS(status) : EIO;
+    // A helper mounts first and gives up when it cannot connect: what was looked
+    // into then is the bare folder.
+    return err == 0 && !IsMounted(folder) ? ENOTCONN : err;
+  }
   kill(pid, SIGKILL);
   (void)EndsWithin(pid, 1000, &status);
   return ETIMEDOUT;

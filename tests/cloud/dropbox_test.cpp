@@ -25,11 +25,7 @@ using testing::Not;
 using testing::UnorderedElementsAre;
 
 constexpr std::size_t kPart = 1U << 20U;  // small, so that a session needs little data
-constexpr std::size_t kBig = 3 * kPart + 5;
-
-void WriteFile(const std::filesystem::path& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
+constexpr std::size_t kInParts = 3 * kPart + 5;
 
 class DropboxTest : public TransferTest {
  protected:
@@ -149,7 +145,7 @@ TEST_F(DropboxTest, TakenNamesAreReplacedOrRefused) {
   EXPECT_TRUE(refused(cloud_->MakeFolder("/dir"), core::kErrExists)) << "whatever the case";
   EXPECT_TRUE(refused(cloud_->MakeFolder("/one"), core::kErrExists));
   EXPECT_TRUE(refused(Upload("dir", "x"), core::kErrFileExpected));
-  EXPECT_TRUE(refused(Upload("dir", std::string(kBig, 'x')), core::kErrFileExpected));
+  EXPECT_TRUE(refused(Upload("dir", std::string(kInParts, 'x')), core::kErrFileExpected));
   EXPECT_TRUE(refused(Upload("dir/", "x"), core::kErrFileExpected));
   EXPECT_TRUE(refused(Upload("one/file", "x"), core::kErrFolderExpected));
   EXPECT_TRUE(refused(cloud_->Rename("/one", "/two"), core::kErrExists));
@@ -205,14 +201,14 @@ constexpr std::array kUploadBreaks{
     Break{"files/upload", kDamage, kPart, "files/upload 409"},
     Break{"files/upload", kExpire, kPart, "files/upload 401"},
     Break{"files/upload", kFailed, 0, "files/upload 500"},
-    Break{"files/upload_session/start", kCut, kBig, "start cut"},
-    Break{"files/upload_session/append_v2", kExpire, kBig, "append_v2 401"},
-    Break{"files/upload_session/append_v2", kCut, kBig, "append_v2 cut"},
-    Break{"files/upload_session/append_v2", kDamage, kBig, "append_v2 409"},
-    Break{"files/upload_session/append_v2", kLose, kBig, "append_v2 409 1048576"},
-    Break{"files/upload_session/append_v2", kGone, kBig, "append_v2 409"},
-    Break{"files/upload_session/finish", kCut, kBig, "finish 200 3145728"},
-    Break{"files/upload_session/finish", kLose, kBig, "finish 409 3145728"},
+    Break{"files/upload_session/start", kCut, kInParts, "start cut"},
+    Break{"files/upload_session/append_v2", kExpire, kInParts, "append_v2 401"},
+    Break{"files/upload_session/append_v2", kCut, kInParts, "append_v2 cut"},
+    Break{"files/upload_session/append_v2", kDamage, kInParts, "append_v2 409"},
+    Break{"files/upload_session/append_v2", kLose, kInParts, "append_v2 409 1048576"},
+    Break{"files/upload_session/append_v2", kGone, kInParts, "append_v2 409"},
+    Break{"files/upload_session/finish", kCut, kInParts, "finish 200 3145728"},
+    Break{"files/upload_session/finish", kLose, kInParts, "finish 409 3145728"},
 };
 
 TEST_F(DropboxTest, AnUploadGoesOnWhereItStopped) {
@@ -234,41 +230,41 @@ TEST_F(DropboxTest, AnUploadGoesOnWhereItStopped) {
 }
 
 TEST_F(DropboxTest, ADownloadGoesOnWhereItStopped) {
-  const std::string text = RandomText(kBig);
+  const std::string text = RandomText(kInParts);
   WriteFile(Path("file"), text);
   std::string copy;
   Order("files/download", kCut);
-  ASSERT_TRUE(Download("file", kBig, &copy)) << std::hex << VLIBCErrGet() << "\n" << Log();
+  ASSERT_TRUE(Download("file", kInParts, &copy)) << std::hex << VLIBCErrGet() << "\n" << Log();
   EXPECT_TRUE(copy == text);
-  EXPECT_EQ(watch.counted, kBig);
+  EXPECT_EQ(watch.counted, kInParts);
   EXPECT_EQ(Requests("files/download 206 300000"), 1) << Log();
   Order("files/download", kExpire);
-  ASSERT_TRUE(Download("file", kBig, &copy));
+  ASSERT_TRUE(Download("file", kInParts, &copy));
   EXPECT_TRUE(copy == text);
 }
 
 TEST_F(DropboxTest, WhatIsNotTheFileIsRefused) {
-  WriteFile(Path("file"), RandomText(kBig));
+  WriteFile(Path("file"), RandomText(kInParts));
   std::string copy;
   const auto refused = [&](std::uint64_t size) {
     EXPECT_FALSE(Download("file", size, &copy));
     EXPECT_EQ(VLIBCErrGet(), core::kErrInputOutput);
   };
-  refused(kBig - 1);
-  refused(kBig + 1);
+  refused(kInParts - 1);
+  refused(kInParts + 1);
   EXPECT_EQ(copy, "");
   Order("files/download", kDamage);
-  refused(kBig);
+  refused(kInParts);
   Order("files/download", R"("kind": "cut", "bytes": 2000000)");
   watch.at_half = [&] {
-    WriteFile(folder_ / "new", std::string(kBig, 'x'));
+    WriteFile(folder_ / "new", std::string(kInParts, 'x'));
     std::filesystem::rename(folder_ / "new", Path("file"));
   };
-  refused(kBig);
+  refused(kInParts);
   EXPECT_EQ(copy.find("xxxxxxxxxxxxxxxx"), std::string::npos) << "no two files are mixed";
 
   for (const auto& [endpoint, size] :
-       {std::pair{"files/upload", kPart}, std::pair{"files/upload_session/finish", kBig}}) {
+       {std::pair{"files/upload", kPart}, std::pair{"files/upload_session/finish", kInParts}}) {
     Order(endpoint, R"("kind": "lie")");
     EXPECT_FALSE(Upload("lie", RandomText(size)));
     EXPECT_EQ(VLIBCErrGet(), core::kErrInputOutput);
@@ -313,7 +309,7 @@ TEST_F(DropboxTest, WhatTheServiceRefusesIsToldByItsReason) {
   EXPECT_THAT(Names(), IsEmpty());
   Start({"--quota", "2000000"});
   ASSERT_TRUE(Upload("file", "old"));
-  EXPECT_FALSE(Upload("file", RandomText(kBig)));
+  EXPECT_FALSE(Upload("file", RandomText(kInParts)));
   EXPECT_EQ(VLIBCErrGet(), core::kErrNoSpace);
   EXPECT_EQ(ReadAll(Path("file")), "old");
   EXPECT_THAT(Names(), ElementsAre("file"));
@@ -326,10 +322,10 @@ TEST_F(DropboxTest, AStopEndsTheTransferAndLeavesTheOldFile) {
     watch.stop = false;
     watch.at_half = [] { watch.stop = true; };
     const bool up = std::string(way) == "upload";
-    if (!up) WriteFile(Path("large"), RandomText(kBig));
-    EXPECT_FALSE(up ? Upload("file", RandomText(kBig)) : Download("large", kBig, &copy));
+    if (!up) WriteFile(Path("large"), RandomText(kInParts));
+    EXPECT_FALSE(up ? Upload("file", RandomText(kInParts)) : Download("large", kInParts, &copy));
     EXPECT_EQ(errno, ECANCELED) << way;
-    EXPECT_LT(watch.counted, kBig);
+    EXPECT_LT(watch.counted, kInParts);
   }
   // Stopped when all has been read and the service does not answer.
   Order("files/upload", R"("kind": "stall")");
@@ -346,7 +342,7 @@ TEST_F(DropboxTest, AStopEndsTheTransferAndLeavesTheOldFile) {
 TEST_F(DropboxTest, TwoAccountsPassFilesOnByReferenceAndThroughThisMachine) {
   const std::unique_ptr<Cloud> second = OpenSecond();
   const std::filesystem::path there = std::filesystem::path(Second()) / "There";
-  const std::string text = RandomText(kBig);
+  const std::string text = RandomText(kInParts);
   WriteFile(Path("file"), text);
   for (const char* round : {"new", "replaced"}) {
     EXPECT_TRUE(TAVOCloud::Dropbox::CopyFromRef(second.get(), "/file", "/There", cloud_.get()))
@@ -363,10 +359,11 @@ TEST_F(DropboxTest, TwoAccountsPassFilesOnByReferenceAndThroughThisMachine) {
   Order("files/upload_session/append_v2", kCut);
   watch.counted = 0;
   EXPECT_TRUE(Cloud::CopyFile(cloud_.get(), second.get(), "dropbox://server/file",
-                              "dropbox://second/there", kBig, &CountBytes, &ShallStop, &GrantSome))
+                              "dropbox://second/there", kInParts, &CountBytes, &ShallStop,
+                              &GrantSome))
       << std::hex << VLIBCErrGet();
   EXPECT_TRUE(ReadAll(there) == text) << "a pipe cannot be read twice";
-  EXPECT_EQ(watch.counted, kBig);
+  EXPECT_EQ(watch.counted, kInParts);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Second()), {}), 1);
 }
 

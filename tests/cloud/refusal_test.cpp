@@ -1,5 +1,6 @@
 // Servers and settings that must not be used, or do not let us in.
 #include <gmock/gmock.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -18,24 +19,23 @@ using testing::IsEmpty;
 
 constexpr int kNoMoreConnections = 40;
 
+int ConnectTo(int port) {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
+  close(fd);
+  return -1;
+}
+
 class RefusalTest : public TransferTest {
  protected:
-  // Opens the remote and says why it did not work.
-  std::string Refused(const core::RemoteConfig& remote) {
-    Use(remote);
-    std::string err;
-    EXPECT_FALSE(cloud_->Connect(&err));
-    EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted) << err;
-    EXPECT_FALSE(Upload("file", "x"));
-    EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted) << err;
-    EXPECT_THAT(Names(), IsEmpty());
-    return err;
-  }
-
   // A connection that the server has greeted, and so counts.
-  static core::UniqueFd TakeTheOneConnection(const Server& server) {
+  static core::UniqueFd TakeTheOneConnection(int port) {
     for (int i = 0; i < 50; ++i) {
-      core::UniqueFd connection(ConnectTo(server.port()));
+      core::UniqueFd connection(ConnectTo(port));
       const timeval limit{2, 0};
       setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
       std::string greeting(4, '\0');
@@ -51,7 +51,7 @@ class RefusalTest : public TransferTest {
 
 TEST_F(RefusalTest, AHostKeyThatIsNotKnownIsRefused) {
   if (!StartServer("sftp")) GTEST_SKIP() << "no sshd can run here";
-  core::RemoteConfig remote = server_->Remote();
+  core::RemoteConfig remote = server_.remote();
   remote.known_hosts = "";
   EXPECT_THAT(Refused(remote), HasSubstr("known_hosts"));
   remote.known_hosts = folder_ / "missing";
@@ -59,31 +59,31 @@ TEST_F(RefusalTest, AHostKeyThatIsNotKnownIsRefused) {
   remote.known_hosts = folder_ / "other_hosts";
   WriteFile(remote.known_hosts, "");
   Refused(remote);
-  const std::string key = ReadAll(folder_ / "user_key.pub");
+  const std::string key = ReadAll(server_.own() / "user_key.pub");
   WriteFile(remote.known_hosts, "[127.0.0.1]:" + std::to_string(remote.port) + " " + key);
   Refused(remote);
 }
 
 TEST_F(RefusalTest, ACertificateOfSomebodyElseIsRefused) {
   if (!StartServer("ftps")) GTEST_SKIP() << "no vsftpd can run here";
-  core::RemoteConfig remote = server_->Remote();
+  core::RemoteConfig remote = server_.remote();
   remote.ca_file = "";
   Refused(remote);
-  remote = server_->Remote();
+  remote = server_.remote();
   remote.host = "localhost";
   Refused(remote);
 }
 
 TEST_F(RefusalTest, AServerWithoutTlsGetsNoPassword) {
   if (!StartServer("ftp")) GTEST_SKIP() << "no vsftpd can run here";
-  core::RemoteConfig remote = server_->Remote();
+  core::RemoteConfig remote = server_.remote();
   remote.protocol = "ftps";
   Refused(remote);
 }
 
 TEST_F(RefusalTest, AWrongPasswordIsToldAndNeverShown) {
   if (!StartServer("ftp")) GTEST_SKIP() << "no vsftpd can run here";
-  core::RemoteConfig remote = server_->Remote();
+  core::RemoteConfig remote = server_.remote();
   remote.password_file = folder_ / "wrong";
   WriteFile(remote.password_file, "let me in\n");
   EXPECT_THAT(Refused(remote), testing::Not(HasSubstr("let me")));
@@ -97,8 +97,8 @@ TEST_F(RefusalTest, AWrongPasswordIsToldAndNeverShown) {
 
 TEST_F(RefusalTest, AWrongKeyOrPasswordOverSshIsRefused) {
   if (!StartServer("sftp")) GTEST_SKIP() << "no sshd can run here";
-  core::RemoteConfig remote = server_->Remote();
-  remote.key_file = folder_ / "host_key";
+  core::RemoteConfig remote = server_.remote();
+  remote.key_file = server_.own() / "host_key";
   Refused(remote);
   remote.key_file = "";
   remote.password_file = folder_ / "wrong";
@@ -107,27 +107,25 @@ TEST_F(RefusalTest, AWrongKeyOrPasswordOverSshIsRefused) {
 }
 
 TEST_F(RefusalTest, AnFtpServerThatTakesNoMoreConnectionsIsErrorForty) {
-  auto server = std::make_unique<FtpServer>(folder_, false);
-  server->set_options("max_clients=1\n");
-  if (!server->Start()) GTEST_SKIP() << "no vsftpd can run here";
-  const core::UniqueFd first = TakeTheOneConnection(*server);
+  if (!server_.Start("ftp.py", {"--root", folder_, "--max-clients=1"})) {
+    GTEST_SKIP() << "no vsftpd can run here";
+  }
+  const core::UniqueFd first = TakeTheOneConnection(server_.remote().port);
   if (!first) GTEST_SKIP() << "the server greets nobody";
-  server_ = std::move(server);
-  Use(server_->Remote());
+  Use(server_.remote());
   EXPECT_FALSE(Upload("file", "x"));
   EXPECT_EQ(cloud_->GetErrorCode(), kNoMoreConnections);
   EXPECT_THAT(Names(), IsEmpty());
 }
 
 TEST_F(RefusalTest, AnSshServerThatTakesNoMoreConnectionsIsErrorForty) {
-  auto server = std::make_unique<SshServer>(folder_);
   if (geteuid() != 0) GTEST_SKIP() << "accounts that are no logins get no SSH session";
-  server->set_options("MaxStartups 1\n");
-  if (!server->Start()) GTEST_SKIP() << "no sshd can run here";
-  const core::UniqueFd first = TakeTheOneConnection(*server);
+  if (!server_.Start("sftp.py", {"--root", folder_, "--option=MaxStartups 1"})) {
+    GTEST_SKIP() << "no sshd can run here";
+  }
+  const core::UniqueFd first = TakeTheOneConnection(server_.remote().port);
   if (!first) GTEST_SKIP() << "the server greets nobody";
-  server_ = std::move(server);
-  Use(server_->Remote());
+  Use(server_.remote());
   EXPECT_FALSE(Upload("file", "x"));
   EXPECT_EQ(cloud_->GetErrorCode(), kNoMoreConnections);
   EXPECT_THAT(Names(), IsEmpty());

@@ -28,6 +28,16 @@ void Run(const std::string& program, const std::vector<std::string>& options, in
   _exit(127);
 }
 
+// The processes below `parent`.
+void Collect(pid_t parent, std::vector<pid_t>* found) {
+  const std::string pid = std::to_string(parent);
+  std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+  for (pid_t child = 0; children >> child;) {
+    found->push_back(child);
+    Collect(child, found);
+  }
+}
+
 }  // namespace
 
 bool ServerProgram::ReadFacts(int fd) {
@@ -50,6 +60,8 @@ bool ServerProgram::ReadFacts(int fd) {
   remote_.port = facts["port"].asInt();
   remote_.user = facts["user"].asString();
   remote_.password_file = facts["password_file"].asString();
+  remote_.key_file = facts["key_file"].asString();
+  remote_.known_hosts = facts["known_hosts"].asString();
   remote_.token_file = facts["token_file"].asString();
   remote_.ca_file = facts["ca_file"].asString();
   remote_.path = facts["root"].asString();
@@ -67,23 +79,37 @@ bool ServerProgram::Start(const std::string& program, const std::vector<std::str
   input_ = in[1];
   const core::UniqueFd facts(out[0]);
   if (ReadFacts(facts.get())) return true;
-  Stop();
+  Close();
   return false;
 }
 
-void ServerProgram::Stop() {
+void ServerProgram::Close() {
   if (program_ <= 0) return;
   close(std::exchange(input_, -1));
   waitpid(std::exchange(program_, -1), nullptr, 0);
+  server_ = -1;
+}
+
+void ServerProgram::Stop() {
+  if (server_ <= 0) return;
+  kill(server_, SIGSTOP);  // no new session while they are ended
+  EndSessions();
+  kill(std::exchange(server_, -1), SIGKILL);
 }
 
 void ServerProgram::EndSessions() const {
-  const std::string pid = std::to_string(server_);
-  std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
-  for (pid_t child = 0; children >> child;) kill(child, SIGKILL);
+  for (const pid_t pid : Sessions()) kill(pid, SIGKILL);
+}
+
+std::vector<pid_t> ServerProgram::Sessions() const {
+  std::vector<pid_t> found;
+  if (server_ > 0) Collect(server_, &found);
+  return found;
 }
 
 std::filesystem::path ServerProgram::own() const {
-  const bool token = remote_.password_file.empty();
-  return std::filesystem::path(token ? remote_.token_file : remote_.password_file).parent_path();
+  std::string file = remote_.key_file;
+  if (file.empty()) file = remote_.password_file;
+  if (file.empty()) file = remote_.token_file;
+  return std::filesystem::path(file).parent_path();
 }

@@ -12,7 +12,7 @@
 class ServerProgram {
  public:
   ServerProgram() = default;
-  ~ServerProgram() { Stop(); }
+  ~ServerProgram() { Close(); }
   ServerProgram(const ServerProgram&) = delete;
   ServerProgram& operator=(const ServerProgram&) = delete;
 
@@ -22,14 +22,17 @@ class ServerProgram {
   void Stop();
   // Breaks the connections that stand; the server goes on.
   void EndSessions() const;
+  // Processes that serve connections.
+  std::vector<pid_t> Sessions() const;
 
   // How to reach it.
   const core::RemoteConfig& remote() const { return remote_; }
-  // The folder with its configuration and logs.
+  // The folder with its configuration, keys and logs; there as long as this object.
   std::filesystem::path own() const;
 
  private:
   bool ReadFacts(int fd);
+  void Close();
 
   pid_t program_ = -1;
   pid_t server_ = -1;

@@ -1,17 +1,22 @@
 #include "transfer_fixture.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <random>
 #include <utility>
 
+#include "core/error.h"
 #include "core/unique_fd.h"
 
 using TAVOCloud::Cloud;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 int CountBytes(unsigned long long bytes, unsigned long long /*unused*/) {
   watch.counted += bytes;
@@ -33,6 +38,11 @@ std::string RandomText(std::size_t length) {
   return text;
 }
 
+void WriteFile(const std::filesystem::path& path, const std::string& text, unsigned mode) {
+  std::ofstream(path, std::ios::binary) << text;
+  std::filesystem::permissions(path, std::filesystem::perms(mode));
+}
+
 std::string ReadAll(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
@@ -48,19 +58,17 @@ TransferTest::TransferTest() {
 
 TransferTest::~TransferTest() {
   cloud_.reset();
-  server_.reset();
   core::SetConfig({});
   std::filesystem::remove_all(folder_);
 }
 
 bool TransferTest::StartServer(const std::string& protocol) {
-  if (protocol == "sftp") {
-    server_ = std::make_unique<SshServer>(folder_);
-  } else {
-    server_ = std::make_unique<FtpServer>(folder_, protocol == "ftps");
-  }
-  if (!server_->Start()) return false;
-  Use(server_->Remote());
+  std::vector<std::string> options = {"--root", folder_};
+  if (protocol == "ftps") options.emplace_back("--tls");
+  if (!server_.Start(protocol == "sftp" ? "sftp.py" : "ftp.py", options)) return false;
+  core::RemoteConfig remote = server_.remote();
+  remote.connect_timeout = 2;  // a lost server is given up within about a second
+  Use(remote);
   // Accounts that are no logins get no SSH session; root always does.
   return protocol != "sftp" || geteuid() == 0 || (cloud_ != nullptr && cloud_->Connect(nullptr));
 }
@@ -106,4 +114,49 @@ std::vector<std::string> TransferTest::Names() const {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+std::string TransferTest::Refused(const core::RemoteConfig& remote) {
+  Use(remote);
+  std::string err;
+  EXPECT_FALSE(cloud_->Connect(&err));
+  EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted) << err;
+  EXPECT_FALSE(Upload("file", "x"));
+  EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted) << err;
+  EXPECT_THAT(Names(), IsEmpty());
+  return err;
+}
+
+void TransferTest::ExpectAStopToLeaveTheOldFile(
+    const std::function<std::vector<std::string>()>& names) {
+  ASSERT_TRUE(Upload("file", "old"));
+  const auto stop_at_half = [] { watch.at_half = [] { watch.stop = true; }; };
+  stop_at_half();
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_FALSE(Upload("file", RandomText(kBig)));
+  EXPECT_EQ(errno, ECANCELED);
+  EXPECT_LT(watch.counted, kBig);
+  EXPECT_THAT(names(), ElementsAre("file")) << "no temporary file stays";
+  EXPECT_EQ(ReadAll(Path("file")), "old");
+
+  watch.stop = false;
+  ASSERT_TRUE(Upload("file", RandomText(kBig)));
+  stop_at_half();
+  std::string copy;
+  EXPECT_FALSE(Download("file", kBig, &copy));
+  EXPECT_EQ(errno, ECANCELED);
+  EXPECT_LT(copy.size(), kBig);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
+}
+
+void TransferTest::ExpectALostServerToLeaveTheOldFile() {
+  ASSERT_TRUE(Upload("file", "old"));
+  watch.at_half = [this] { server_.Stop(); };
+  EXPECT_FALSE(Upload("file", RandomText(kBig)));
+  EXPECT_EQ(VLIBCErrGet(), core::kErrHostDown);
+  EXPECT_EQ(ReadAll(Path("file")), "old") << "a target is whole or untouched";
+  std::string copy;
+  EXPECT_FALSE(Download("file", 3, &copy));
+  EXPECT_EQ(VLIBCErrGet(), core::kErrHostDown);
+  EXPECT_EQ(errno, ECONNREFUSED);
 }

@@ -8,9 +8,10 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "cloud/cloud.h"
-#include "servers.h"
+#include "server_program.h"
 
 // What the hooks saw of the transfers of this test.
 struct Watch {
@@ -26,6 +27,9 @@ int CountBytes(unsigned long long bytes, unsigned long long);
 int ShallStop();
 long long GrantSome(unsigned long long bytes);
 
+constexpr std::size_t kBig = 10U << 20U;
+
+void WriteFile(const std::filesystem::path& path, const std::string& text, unsigned mode = 0600);
 std::string RandomText(std::size_t length);
 std::string ReadAll(const std::filesystem::path& path);
 
@@ -34,7 +38,7 @@ class TransferTest : public testing::Test {
   TransferTest();
   ~TransferTest() override;
 
-  // Starts a server of the protocol. False when it cannot run here.
+  // Starts a server of the FTP family and opens it. False when it cannot run here.
   bool StartServer(const std::string& protocol);
   // Makes `remote` the configuration's one remote and opens it.
   void Use(core::RemoteConfig remote);
@@ -44,8 +48,15 @@ class TransferTest : public testing::Test {
   // Names in the served folder.
   std::vector<std::string> Names() const;
 
+  // Opens a remote that must not be used, and says why it was refused.
+  std::string Refused(const core::RemoteConfig& remote);
+  // What must hold for every kind of server, on one that is open. `names` lists what
+  // it serves.
+  void ExpectAStopToLeaveTheOldFile(const std::function<std::vector<std::string>()>& names);
+  void ExpectALostServerToLeaveTheOldFile();
+
   std::filesystem::path folder_;
   std::filesystem::path data_;
-  std::unique_ptr<Server> server_;
+  ServerProgram server_;
   std::unique_ptr<TAVOCloud::Cloud> cloud_;
 };

@@ -13,7 +13,6 @@
 
 #include "core/error.h"
 #include "core/unique_fd.h"
-#include "server_program.h"
 #include "transfer_fixture.h"
 
 namespace {
@@ -25,7 +24,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::UnorderedElementsAre;
 
-constexpr std::size_t kBig = 10U << 20U;
 constexpr std::size_t kLarger = 3 * kBig;  // more than connections hold by themselves
 constexpr int kNoMoreConnections = 40;
 constexpr const char* kNoApache = "no Apache with WebDAV can run here";
@@ -35,8 +33,8 @@ class WebDavTest : public TransferTest {
   // False when there is no such server here.
   bool StartApache(std::vector<std::string> options = {}) {
     options.insert(options.end(), {"--root", data_});
-    if (!dav_.Start("webdav.py", options)) return false;
-    Use(dav_.remote());
+    if (!server_.Start("webdav.py", options)) return false;
+    Use(server_.remote());
     return true;
   }
   // Requests that the server has logged, by the words of their lines. It logs them a
@@ -45,7 +43,7 @@ class WebDavTest : public TransferTest {
     int count = 0;
     for (int round = 0; round < 500; ++round) {
       count = 0;
-      std::istringstream log(ReadAll(dav_.own() / "access.log"));
+      std::istringstream log(ReadAll(server_.own() / "access.log"));
       for (std::string line; std::getline(log, line);) {
         count += line.find(words) != std::string::npos ? 1 : 0;
       }
@@ -60,8 +58,6 @@ class WebDavTest : public TransferTest {
     std::erase_if(names, [](const std::string& name) { return name.starts_with(".davfs.tmp"); });
     return names;
   }
-
-  ServerProgram dav_;
 };
 
 class WebDavLoginTest : public WebDavTest, public testing::WithParamInterface<const char*> {};
@@ -194,30 +190,13 @@ TEST_F(WebDavTest, FoldersAndFilesAreToldApartMadeCopiedAndRemoved) {
 
 TEST_F(WebDavTest, AStopEndsTheTransferAndLeavesTheOldFile) {
   if (!StartApache()) GTEST_SKIP() << kNoApache;
-  ASSERT_TRUE(Upload("file", "old"));
-  const auto stop_at_half = [] { watch.at_half = [] { watch.stop = true; }; };
-  stop_at_half();
-  const auto begin = std::chrono::steady_clock::now();
-  EXPECT_FALSE(Upload("file", RandomText(kBig)));
-  EXPECT_EQ(errno, ECANCELED);
-  EXPECT_LT(watch.counted, kBig);
-  EXPECT_THAT(OurNames(), ElementsAre("file")) << "no temporary file stays";
-  EXPECT_EQ(ReadAll(Path("file")), "old");
-
-  watch.stop = false;
-  ASSERT_TRUE(Upload("file", RandomText(kBig)));
-  stop_at_half();
-  std::string copy;
-  EXPECT_FALSE(Download("file", kBig, &copy));
-  EXPECT_EQ(errno, ECANCELED);
-  EXPECT_LT(copy.size(), kBig);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
+  ExpectAStopToLeaveTheOldFile([this] { return OurNames(); });
 }
 
 TEST_F(WebDavTest, ABrokenConnectionIsTakenUpWhereItStopped) {
   if (!StartApache()) GTEST_SKIP() << kNoApache;
   const std::string text = RandomText(kLarger);
-  const auto break_at_half = [&] { watch.at_half = [&] { dav_.EndSessions(); }; };
+  const auto break_at_half = [&] { watch.at_half = [&] { server_.EndSessions(); }; };
   break_at_half();
   ASSERT_TRUE(Upload("file", text)) << std::hex << VLIBCErrGet();
   EXPECT_FALSE(watch.at_half) << "it was broken";
@@ -239,7 +218,7 @@ TEST_F(WebDavTest, AFileThatChangesIsNeverTakenForWhole) {
   ASSERT_TRUE(Upload("file", RandomText(kLarger)));
   watch.at_half = [&] {
     WriteFile(Path("file"), std::string(kLarger, 'x'));
-    dav_.EndSessions();
+    server_.EndSessions();
   };
   std::string copy;
   EXPECT_FALSE(Download("file", kLarger, &copy));
@@ -261,45 +240,27 @@ TEST_F(WebDavTest, AFileThatChangesIsNeverTakenForWhole) {
 
 TEST_F(WebDavTest, AServerThatDiesLeavesTheOldFileAndIsToldFromOthers) {
   if (!StartApache()) GTEST_SKIP() << kNoApache;
-  core::RemoteConfig remote = dav_.remote();
+  core::RemoteConfig remote = server_.remote();
   remote.connect_timeout = 4;
   Use(remote);
-  ASSERT_TRUE(Upload("file", "old"));
-  watch.at_half = [this] { dav_.Stop(); };
-  EXPECT_FALSE(Upload("file", RandomText(kBig)));
-  EXPECT_EQ(VLIBCErrGet(), core::kErrHostDown);
-  EXPECT_EQ(ReadAll(Path("file")), "old") << "a target is whole or untouched";
-  std::string copy;
-  EXPECT_FALSE(Download("file", 3, &copy));
-  EXPECT_EQ(VLIBCErrGet(), core::kErrHostDown);
-  EXPECT_EQ(errno, ECONNREFUSED);
+  ExpectALostServerToLeaveTheOldFile();
 }
 
 TEST_F(WebDavTest, NobodyIsLetInByMistake) {
   if (!StartApache({"--tls"})) GTEST_SKIP() << kNoApache;
-  const auto refused = [this](const core::RemoteConfig& remote) {
-    Use(remote);
-    std::string err;
-    EXPECT_FALSE(cloud_->Connect(&err));
-    EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted) << err;
-    EXPECT_FALSE(Upload("file", "x"));
-    EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted) << err;
-    EXPECT_THAT(Names(), IsEmpty());
-    return err;
-  };
-  core::RemoteConfig remote = dav_.remote();
+  core::RemoteConfig remote = server_.remote();
   remote.password_file = folder_ / "wrong";
   WriteFile(remote.password_file, "let me in\n");
-  EXPECT_THAT(refused(remote), HasSubstr("the password"));
+  EXPECT_THAT(Refused(remote), HasSubstr("the password"));
   remote.password_file = folder_ / "missing";
-  EXPECT_THAT(refused(remote), HasSubstr("missing"));
+  EXPECT_THAT(Refused(remote), HasSubstr("missing"));
   EXPECT_EQ(Requests(" 207 ", 0), 0);
-  remote = dav_.remote();
+  remote = server_.remote();
   remote.ca_file = "";
-  EXPECT_THAT(refused(remote), HasSubstr("certificate"));
-  remote = dav_.remote();
+  EXPECT_THAT(Refused(remote), HasSubstr("certificate"));
+  remote = server_.remote();
   remote.host = "localhost";
-  refused(remote);
+  Refused(remote);
 }
 
 TEST_F(WebDavTest, WhatTheServerRefusesIsToldByItsReason) {
@@ -397,7 +358,7 @@ TEST_F(WebDavTest, AFullDiskOfTheServerIsToldAndLeavesTheOldFile) {
     GTEST_SKIP() << "only root can make a small volume";
   }
   const std::shared_ptr<void> unmount(nullptr, [this](void*) {
-    dav_.Stop();
+    server_.Stop();
     umount2(data_.c_str(), MNT_DETACH);
   });
   if (!StartApache()) GTEST_SKIP() << kNoApache;

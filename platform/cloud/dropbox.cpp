@@ -1,7 +1,5 @@
 #include "dropbox.h"
 
-#include <syslog.h>
-
 #include <cerrno>
 #include <string_view>
 #include <utility>
@@ -43,47 +41,23 @@ Json::Value MetadataOf(const DropboxAnswer& answer) {
 
 DropboxCloud::DropboxCloud(const core::RemoteConfig& remote, const std::string& serverId,
                            std::size_t part)
-    : api_(remote), part_(part) {
-  serverId_ = serverId;
-}
-
-bool DropboxCloud::Fail(int system, int core) {
-  errno = system;
-  VLIBCErrSetEx(core, __FILE__, __LINE__);
-  return false;
-}
+    : ServerCloud(serverId, "dropbox.cpp"), api_(remote), part_(part) {}
 
 bool DropboxCloud::Fail(const DropboxAnswer& answer) {
-  const Failure failure = ExplainDropbox(answer);
-  errorCode_ = failure.cloud;
-  syslog(LOG_ERR, "%s:%d Remote %s: %s", "dropbox.cpp", __LINE__, Name().c_str(),
-         WordsOf(answer).c_str());
-  return Fail(failure.system, failure.core);
+  return Fail(ExplainDropbox(answer), WordsOf(answer));
 }
 
 bool DropboxCloud::FailWithWords(const char* words) {
-  syslog(LOG_ERR, "%s:%d Remote %s: %s", "dropbox.cpp", __LINE__, Name().c_str(), words);
-  return Fail(EIO, core::kErrInputOutput);
-}
-
-bool DropboxCloud::FailLocally(const Flow& flow) {
-  return Fail(flow.error(), core::ErrorFromErrno(flow.error()));
+  return Fail(Failure{EIO, core::kErrInputOutput, errorCode_, false}, words);
 }
 
 bool DropboxCloud::CheckPath(const std::string& path) {
-  errorCode_ = 0;
-  return (IsSendablePath(path) && core::IsUtf8(path)) || Fail(EILSEQ, core::kErrIllegalName);
+  return ServerCloud::CheckPath(path) &&
+         (core::IsUtf8(path) || Fail(EILSEQ, core::kErrIllegalName));
 }
 
 DropboxAnswer DropboxCloud::Persist(const Call& call, Again again) {
-  for (int attempt = 1;; ++attempt) {
-    DropboxAnswer answer = call(attempt);
-    const bool over = answer.Succeeded() || (again == Again::kAfterRefusal && !answer.ok());
-    if (over || !WaitForAnother(answer, ExplainDropbox(answer).broken, attempt, api_.curl(),
-                                answer.retry_after)) {
-      return answer;
-    }
-  }
+  return SendUntilOver(call, again, ExplainDropbox, api_.curl());
 }
 
 // The service tells nothing of its root folder but what is in it.
@@ -95,14 +69,14 @@ DropboxAnswer DropboxCloud::Look(const std::string& path) {
     return answer;
   }
   return Persist([&](int) { return api_.Ask("files/get_metadata", PathArgument(path)); },
-                 Again::kAlways);
+                 Again::kAfterAll);
 }
 
 // Its first entries: enough to see whether there are any.
 DropboxAnswer DropboxCloud::List(const std::string& folder) {
   Json::Value argument = PathArgument(folder);
   argument["limit"] = 1;
-  return Persist([&](int) { return api_.Ask("files/list_folder", argument); }, Again::kAlways);
+  return Persist([&](int) { return api_.Ask("files/list_folder", argument); }, Again::kAfterAll);
 }
 
 bool DropboxCloud::Connect(std::string* err) {
@@ -262,7 +236,7 @@ bool DropboxCloud::CopyFromAccount(DropboxCloud* source, const std::string& from
   if (!source->CheckPath(from) || !CheckPath(to)) return false;
   const DropboxAnswer got = source->Persist(
       [&](int) { return source->api_.Ask("files/copy_reference/get", PathArgument(from)); },
-      Again::kAlways);
+      Again::kAfterAll);
   if (!got.Succeeded()) return source->Fail(got);
   Json::Value argument(Json::objectValue);
   argument["copy_reference"] = TextIn(got.result, "copy_reference");

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "cloud/cloud.h"
 #include "dropbox_api.h"
-#include "failure.h"
+#include "retry.h"
+#include "server_cloud.h"
 
 namespace TAVOCloud {
 
@@ -17,7 +17,7 @@ namespace TAVOCloud {
 // all of it, and is done when the service confirms its size and hash. Calls that the
 // service puts off, and transfers whose connection breaks, are taken up where they
 // stopped, a bounded number of times.
-class DropboxCloud final : public Cloud {
+class DropboxCloud final : public ServerCloud {
  public:
   // Larger files are sent in parts of this size, each of which is held in memory until
   // the service has it.
@@ -49,15 +49,11 @@ class DropboxCloud final : public Cloud {
   bool CopyFromAccount(DropboxCloud* source, const std::string& from, const std::string& to);
 
  private:
-  // Whether a call may be sent again after a connection broke under it, or only when
-  // the service itself has put it off.
-  enum class Again { kAlways, kAfterRefusal };
   using Call = std::function<DropboxAnswer(int attempt)>;
 
-  bool Fail(int system, int core);
+  using ServerCloud::Fail;
   bool Fail(const DropboxAnswer& answer);
   bool FailWithWords(const char* words);
-  bool FailLocally(const Flow& flow);
   bool CheckPath(const std::string& path);
 
   DropboxAnswer Persist(const Call& call, Again again);

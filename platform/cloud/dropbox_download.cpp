@@ -90,7 +90,7 @@ bool DropboxCloud::Download(const std::string& serverPath, int fd, std::uint64_t
     return api_.Fetch(argument, flow.moved(), take);
   };
   api_.curl().Watch(&flow);
-  const DropboxAnswer answer = Persist(receive, Again::kAlways);
+  const DropboxAnswer answer = Persist(receive, Again::kAfterAll);
   api_.curl().Watch(nullptr);
   if (flow.error() != 0) return FailLocally(flow);
   if (answer.Succeeded() && receiver.Check(answer) && receiver.IsWhole()) return true;

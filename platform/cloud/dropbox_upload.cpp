@@ -61,7 +61,7 @@ bool DropboxCloud::SendWhole(const std::string& path, Flow* flow) {
   Json::Value argument = CommitTo(path);
   argument["content_hash"] = hash;
   const DropboxAnswer answer =
-      Persist([&](int) { return api_.Send("files/upload", argument, data); }, Again::kAlways);
+      Persist([&](int) { return api_.Send("files/upload", argument, data); }, Again::kAfterAll);
   if (!answer.Succeeded()) return Fail(answer);
   return Confirm(path, answer.result, *flow, hash);
 }
@@ -101,7 +101,7 @@ DropboxAnswer DropboxCloud::SendPart(UploadSession* session, std::string_view da
           return answer;
         }
       },
-      Again::kAlways);
+      Again::kAfterAll);
 }
 
 // When only the answer was lost, the session is gone and the file is there.

@@ -1,7 +1,5 @@
 #include "ftp_family.h"
 
-#include <syslog.h>
-
 #include <cerrno>
 
 #include "core/error.h"
@@ -9,32 +7,12 @@
 #include "server_path.h"
 
 namespace TAVOCloud {
-FtpFamily::FtpFamily(const core::RemoteConfig& remote, const std::string& serverId)
-    : connection_(remote) {
-  serverId_ = serverId;
-}
 
-bool FtpFamily::Fail(int system, int core) {
-  errno = system;
-  VLIBCErrSetEx(core, __FILE__, __LINE__);
-  return false;
-}
+FtpFamily::FtpFamily(const core::RemoteConfig& remote, const std::string& serverId)
+    : ServerCloud(serverId, "ftp_family.cpp"), connection_(remote) {}
 
 bool FtpFamily::Fail(const Outcome& outcome) {
-  const Failure failure = Explain(outcome, connection_.IsSftp());
-  errorCode_ = failure.cloud;
-  syslog(LOG_ERR, "%s:%d Remote %s: %s", "ftp_family.cpp", __LINE__, Name().c_str(),
-         outcome.words.c_str());
-  return Fail(failure.system, failure.core);
-}
-
-bool FtpFamily::FailLocally(const Flow& flow) {
-  return Fail(flow.error(), core::ErrorFromErrno(flow.error()));
-}
-
-bool FtpFamily::CheckPath(const std::string& path) {
-  errorCode_ = 0;
-  return IsSendablePath(path) || Fail(EILSEQ, core::kErrIllegalName);
+  return Fail(Explain(outcome, connection_.IsSftp()), outcome.words);
 }
 
 bool FtpFamily::Connect(std::string* err) {

@@ -4,16 +4,15 @@
 #include <string>
 #include <vector>
 
-#include "cloud/cloud.h"
 #include "connection.h"
-#include "failure.h"
+#include "server_cloud.h"
 
 namespace TAVOCloud {
 
 // An upload stands under a temporary name beside its target until the server
 // has confirmed its size. A transfer whose connection breaks is taken up where
 // it stopped, a bounded number of times.
-class FtpFamily final : public Cloud {
+class FtpFamily final : public ServerCloud {
  public:
   FtpFamily(const core::RemoteConfig& remote, const std::string& serverId);
 
@@ -38,10 +37,8 @@ class FtpFamily final : public Cloud {
   // One attempt's end: what to do, with the failure set when it is over. Waits
   // before another attempt.
   Next Judge(const Outcome& outcome, Flow* flow, int attempt);
+  using ServerCloud::Fail;
   bool Fail(const Outcome& outcome);
-  bool Fail(int system, int core);
-  bool FailLocally(const Flow& flow);
-  bool CheckPath(const std::string& path);
 
   Outcome RunRename(const std::string& from, const std::string& to);
   Outcome RemoveFile(const std::string& path);

@@ -1,7 +1,10 @@
 // How often something is tried again that failed in passing, and after what pause.
 #pragma once
 
+#include <functional>
+
 #include "curl_handle.h"
+#include "failure.h"
 
 namespace TAVOCloud {
 
@@ -20,5 +23,23 @@ constexpr int kMostRefusals = 4;  // by a server that cannot now
 // only asked to clean up after a stop.
 [[nodiscard]] bool WaitForAnother(const Outcome& outcome, bool passing, int attempt,
                                   const CurlHandle& curl, long ordered_seconds);
+
+// What a failed request may be sent again after. Only a refusal is sure to have
+// changed nothing: a lost answer might have said that it was done.
+enum class Again { kAfterAll, kAfterRefusal };
+
+// Sends a request over HTTP again while that may help; the last answer.
+template <typename Answer>
+Answer SendUntilOver(const std::function<Answer(int attempt)>& send, Again again,
+                     Failure (*explain)(const Answer&), const CurlHandle& curl) {
+  for (int attempt = 1;; ++attempt) {
+    Answer answer = send(attempt);
+    const bool over = answer.Succeeded() || (again == Again::kAfterRefusal && !answer.ok());
+    if (over ||
+        !WaitForAnother(answer, explain(answer).broken, attempt, curl, answer.retry_after)) {
+      return answer;
+    }
+  }
+}
 
 }  // namespace TAVOCloud

@@ -1,7 +1,5 @@
 #include "webdav.h"
 
-#include <syslog.h>
-
 #include <cerrno>
 
 #include "core/error.h"
@@ -28,42 +26,15 @@ void Misunderstand(const char* words, WebDavAnswer* answer) {
 
 }  // namespace
 
-WebDav::WebDav(const core::RemoteConfig& remote, const std::string& serverId) : session_(remote) {
-  serverId_ = serverId;
-}
-
-bool WebDav::Fail(int system, int core) {
-  errno = system;
-  VLIBCErrSetEx(core, __FILE__, __LINE__);
-  return false;
-}
+WebDav::WebDav(const core::RemoteConfig& remote, const std::string& serverId)
+    : ServerCloud(serverId, "webdav.cpp"), session_(remote) {}
 
 bool WebDav::Fail(const WebDavAnswer& answer) {
-  const Failure failure = ExplainWebDav(answer);
-  errorCode_ = failure.cloud;
-  syslog(LOG_ERR, "%s:%d Remote %s: %s", "webdav.cpp", __LINE__, Name().c_str(),
-         WordsOf(answer).c_str());
-  return Fail(failure.system, failure.core);
+  return Fail(ExplainWebDav(answer), WordsOf(answer));
 }
 
-bool WebDav::FailLocally(const Flow& flow) {
-  return Fail(flow.error(), core::ErrorFromErrno(flow.error()));
-}
-
-bool WebDav::CheckPath(const std::string& path) {
-  errorCode_ = 0;
-  return IsSendablePath(path) || Fail(EILSEQ, core::kErrIllegalName);
-}
-
-WebDavAnswer WebDav::Persist(const std::function<WebDavAnswer(int attempt)>& send, Again again) {
-  for (int attempt = 1;; ++attempt) {
-    WebDavAnswer answer = send(attempt);
-    const bool over = answer.Succeeded() || (again == Again::kAfterRefusal && !answer.ok());
-    if (over || !WaitForAnother(answer, ExplainWebDav(answer).broken, attempt, session_.curl(),
-                                answer.retry_after)) {
-      return answer;
-    }
-  }
+WebDavAnswer WebDav::Persist(const Call& call, Again again) {
+  return SendUntilOver(call, again, ExplainWebDav, session_.curl());
 }
 
 WebDavAnswer WebDav::List(const std::string& path, const char* depth,

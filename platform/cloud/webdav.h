@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "cloud/cloud.h"
+#include "retry.h"
+#include "server_cloud.h"
 #include "webdav_failure.h"
 #include "webdav_multistatus.h"
 #include "webdav_session.h"
@@ -21,7 +22,7 @@ namespace TAVOCloud {
 // Rename replaces nothing. Remove takes files and empty folders. GetErrorCode is 40
 // when the server opened a connection and would not serve it (503, 429), otherwise the
 // HTTP status or the transfer library's code.
-class WebDav final : public Cloud {
+class WebDav final : public ServerCloud {
  public:
   WebDav(const core::RemoteConfig& remote, const std::string& serverId);
 
@@ -42,18 +43,12 @@ class WebDav final : public Cloud {
 
  private:
   enum class Taken { kRefuse, kReplace };
-  // What a failed request may be sent again after. Only a refusal is sure to have
-  // changed nothing: a lost answer might have said that it was done.
-  enum class Again { kAfterAll, kAfterRefusal };
+  using Call = std::function<WebDavAnswer(int attempt)>;
 
+  using ServerCloud::Fail;
   bool Fail(const WebDavAnswer& answer);
-  bool Fail(int system, int core);
-  bool FailLocally(const Flow& flow);
-  bool CheckPath(const std::string& path);
 
-  // Sends again while that may help; the last answer.
-  WebDavAnswer Persist(const std::function<WebDavAnswer(int attempt)>& send,
-                       Again again = Again::kAfterAll);
+  WebDavAnswer Persist(const Call& call, Again again = Again::kAfterAll);
   // For what changes something; the answer's status is that of the part that failed.
   WebDavAnswer Change(const HttpRequest& request);
   WebDavAnswer Relocate(const char* method, const std::string& from, const std::string& to,

@@ -1,5 +1,6 @@
 #include "host/cli/commands.h"
 
+#include <core/utf8.h>
 #include <support/errors.h>
 
 #include <cstdio>
@@ -100,7 +101,7 @@ bool CheckPath(const std::string& path, std::string* error) {
     *error = "a path is empty";
     return false;
   }
-  if (!IsUtf8(path)) {
+  if (!core::IsUtf8(path)) {
     *error = Printable(path) + ": " + Reason(WEBFM_ILLEGAL_NAME);
     return false;
   }

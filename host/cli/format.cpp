@@ -142,15 +142,6 @@ std::string Printable(const std::string& text) {
   return out;
 }
 
-bool IsUtf8(const std::string& text) {
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t length = DecodeAt(text, at).length;
-    if (length == 0) return false;
-    at += length;
-  }
-  return true;
-}
-
 std::size_t Columns(const std::string& text) {
   std::size_t columns = 0;
   for (std::size_t at = 0; at < text.size();) {

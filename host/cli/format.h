@@ -12,8 +12,6 @@ namespace cli {
 // reading direction and bytes that are not UTF-8 become \n, \t, \r or \xNN.
 std::string Printable(const std::string& text);
 
-bool IsUtf8(const std::string& text);
-
 // Columns that printable UTF-8 text takes. Characters of the wide scripts count two,
 // combining marks none.
 std::size_t Columns(const std::string& text);

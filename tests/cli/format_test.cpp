@@ -1,5 +1,6 @@
 #include "host/cli/format.h"
 
+#include <core/utf8.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -33,8 +34,8 @@ TEST(Printable, EscapesBytesThatAreNotUtf8) {
   EXPECT_EQ(Printable("\xc0\x80"), "\\xc0\\x80") << "overlong";
   EXPECT_EQ(Printable("\xed\xa0\x80"), "\\xed\\xa0\\x80") << "half of a surrogate pair";
   EXPECT_EQ(Printable("\xc3(ok"), "\\xc3(ok");
-  EXPECT_FALSE(IsUtf8("a\xff"));
-  EXPECT_TRUE(IsUtf8("Grüße"));
+  EXPECT_FALSE(core::IsUtf8("a\xff"));
+  EXPECT_TRUE(core::IsUtf8("Grüße"));
 }
 
 TEST(FitColumns, KeepsBothEndsAndWholeCharacters) {
@@ -45,7 +46,7 @@ TEST(FitColumns, KeepsBothEndsAndWholeCharacters) {
   for (std::size_t columns = 0; columns < 20; ++columns) {
     const std::string fit = FitColumns("日本語のファイル名.txt", columns);
     EXPECT_LE(Columns(fit), columns);
-    EXPECT_TRUE(IsUtf8(fit)) << columns;
+    EXPECT_TRUE(core::IsUtf8(fit)) << columns;
   }
 }
 

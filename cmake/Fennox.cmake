@@ -67,3 +67,16 @@ function(fennox_test NAME)
   gtest_discover_tests(${NAME} TEST_PREFIX ${NAME}. DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
 endfunction()
+
+# fennox_pytest(NAME FILE [TIMEOUT s]): a file of black-box tests, on what this build made.
+function(fennox_pytest NAME FILE)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 600)
+  endif()
+  add_test(NAME ${NAME}
+    COMMAND /usr/bin/python3 -m pytest -q -p no:cacheprovider -rsxX
+      ${CMAKE_CURRENT_SOURCE_DIR}/${FILE})
+  set_tests_properties(${NAME} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
+    ENVIRONMENT "FENNOX_BUILD=${CMAKE_BINARY_DIR};PYTHONDONTWRITEBYTECODE=1")
+endfunction()

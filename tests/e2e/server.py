@@ -144,3 +144,14 @@ class Server:
                 return True
             time.sleep(0.02)
         return False
+
+
+def command_line_alone(server, home):
+    """fennox as somebody runs it who has not logged in, with settings of its own in `home`."""
+    def run(*arguments, **options):
+        environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}",
+                           XDG_CONFIG_HOME=str(home))
+        environment.pop("FENNOX_TOKEN", None)
+        return subprocess.run([BUILD / "fennox", *arguments], env=environment, text=True,
+                              capture_output=True, timeout=120, **options)
+    return run

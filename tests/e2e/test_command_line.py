@@ -5,7 +5,7 @@ import signal
 import subprocess
 import time
 
-from server import BUILD
+from server import BUILD, command_line_alone
 from trees import assert_same, describe, make_tree
 
 
@@ -123,13 +123,7 @@ def test_paths_on_the_server_are_completed(server, place):
 
 
 def test_login_and_logout_keep_the_token_in_a_closed_file(server, tmp_path):
-    def alone(*arguments, **options):
-        environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}",
-                           XDG_CONFIG_HOME=str(tmp_path))
-        environment.pop("FENNOX_TOKEN", None)
-        return subprocess.run([BUILD / "fennox", *arguments], env=environment, text=True,
-                              capture_output=True, timeout=120, **options)
-
+    alone = command_line_alone(server, tmp_path)
     assert "fennox login" in alone("list").stderr
     stored = json.loads(alone("login", "--json", input=server.token + "\n").stdout)
     file = tmp_path / "fennox" / "token"

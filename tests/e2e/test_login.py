@@ -9,7 +9,7 @@ import subprocess
 import pytest
 
 from accounts import ALICE, BOB, PASSWORDS, may_add_users, pam_login, system_user
-from server import BUILD, Client
+from server import BUILD, Client, command_line_alone
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to check passwords")
 
@@ -202,13 +202,7 @@ def test_a_pam_service_that_cannot_decide_is_no_way_in(make_server, place):
 
 
 def test_the_command_line_logs_in_with_a_password_and_out_again(pam_server, tmp_path):
-    def fennox(*arguments, **options):
-        environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{pam_server.port}",
-                           XDG_CONFIG_HOME=str(tmp_path))
-        environment.pop("FENNOX_TOKEN", None)
-        return subprocess.run([BUILD / "fennox", *arguments], env=environment, text=True,
-                              capture_output=True, timeout=120, **options)
-
+    fennox = command_line_alone(pam_server, tmp_path)
     assert "is wrong" in fennox("login", "--user", ALICE, input="wrong\n").stderr
     assert fennox("login", "--user", ALICE, input=PASSWORDS[ALICE] + "\n").returncode == 0
     token = (tmp_path / "fennox" / "token").read_text().strip()

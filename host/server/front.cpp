@@ -303,11 +303,8 @@ void Front::ServeHost(const httplib::Request& request, httplib::Response& respon
     WhoAmI(response, caller);
     return;
   }
-  if (call.method == "logout" && request.method == "POST") {
-    Logout(request, response);
-    return;
-  }
-  if (!IsHostCall(call.method)) {
+  const bool logout = call.method == "logout" && request.method == "POST";
+  if (!logout && !IsHostCall(call.method)) {
     Refuse(response, 404, WEBFM_UNKNOWN_METHOD, "there is no such call");
     return;
   }
@@ -318,7 +315,11 @@ void Front::ServeHost(const httplib::Request& request, httplib::Response& respon
     Reply(response, 400, FailureWords(WEBFM_BAD_PARAMETER, err));
     return;
   }
-  Run(call, response);
+  if (logout) {
+    Logout(request, response, call.params, caller);
+  } else {
+    Run(call, response);
+  }
 }
 
 void Front::Run(const Call& call, httplib::Response& response) {

@@ -92,7 +92,8 @@ class Front {
   std::optional<std::string> CheckPassword(const httplib::Request& request,
                                            httplib::Response& response, const Json::Value& params);
   void WaysToLogIn(httplib::Response& response) const;
-  void Logout(const httplib::Request& request, httplib::Response& response);
+  void Logout(const httplib::Request& request, httplib::Response& response,
+              const Json::Value& params, const Identity& caller);
   void WhoAmI(httplib::Response& response, const Identity& caller) const;
   void RefuseLogin(const httplib::Request& request, httplib::Response& response, bool wrong);
   // The new session's secret; empty when it was answered that there is none.

@@ -172,9 +172,17 @@ void Front::WaysToLogIn(httplib::Response& response) const {
   Reply(response, 200, SuccessText(data));
 }
 
-void Front::Logout(const httplib::Request& request, httplib::Response& response) {
+void Front::Logout(const httplib::Request& request, httplib::Response& response,
+                   const Json::Value& params, const Identity& caller) {
+  const Json::Value& all = params["all"];
+  if (!all.isNull() && !all.isBool()) {
+    Refuse(response, 400, WEBFM_BAD_PARAMETER, "\"all\" must be true or false");
+    return;
+  }
+  const bool everywhere = all.isBool() && all.asBool();
   const std::string bearer = BearerOf(request);
-  if (!sessions_.End(bearer.empty() ? CookieOf(request) : bearer)) {
+  if (everywhere ? !sessions_.EndAll(caller.user)
+                 : !sessions_.End(bearer.empty() ? CookieOf(request) : bearer)) {
     Refuse(response, 503, WEBFM_BUSY, "the session could not be ended; try again");
     return;
   }

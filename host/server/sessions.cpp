@@ -197,4 +197,9 @@ bool Sessions::End(const std::string& secret) {
          store_->Run("DELETE FROM sessions WHERE digest = ?1", {DigestOf(secret)}, {});
 }
 
+bool Sessions::EndAll(const std::string& user) {
+  const std::lock_guard lock(mutex_);
+  return store_ != nullptr && store_->Run("DELETE FROM sessions WHERE user = ?1", {user}, {});
+}
+
 }  // namespace host

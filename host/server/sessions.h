@@ -50,6 +50,9 @@ class Sessions {
   // False when the store cannot be written: the session goes on.
   [[nodiscard]] bool End(const std::string& secret);
 
+  // The same for all sessions of a user, of either kind.
+  [[nodiscard]] bool EndAll(const std::string& user);
+
  private:
   class Store;
 

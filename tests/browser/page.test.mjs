@@ -356,11 +356,32 @@ test("A name and a password are asked for where the server wants them", async ()
 test("After logging out nothing of the user is left, and answers are packed cheaply", async () => {
   const window = await (await folders("leave")).login();
   await window.button("Settings").click();
-  await window.button("Log out").click();
+  await window.button(/^Log out$/).click();
   await window.page.getByLabel("Token").waitFor();
   assert.equal(await window.page.locator(".row").count(), 0);
   const packed = await fetch(`${server.url}/style.css`, { headers: { "Accept-Encoding": "br, gzip" } });
   assert.equal(packed.headers.get("content-encoding"), "gzip");
+});
+
+test("Logging out everywhere ends the other windows' sessions too", async () => {
+  const other = await (await folders("everywhere")).login();
+  const window = await (await folders("everywhere")).login();
+  await window.button("Settings").click();
+  await window.button("Log out everywhere").click();
+  await window.page.getByLabel("Token").waitFor();
+  await other.button("Read again", other.pane()).click();
+  await other.page.getByRole("alert").filter({ hasText: "session has ended" }).waitFor();
+});
+
+test("The appearance follows the system until one is chosen", async () => {
+  const window = await (await folders("colors", { colorScheme: "dark" })).login();
+  const back = () => window.page.evaluate(() => getComputedStyle(document.body).backgroundColor);
+  const dark = await back();
+  await window.page.emulateMedia({ colorScheme: "light" });
+  await until(async () => (await back()) !== dark);
+  await window.button("Settings").click();
+  await window.page.getByLabel("Appearance").selectOption("Dark");
+  await until(async () => (await back()) === dark);
 });
 
 test("An expired session leads to the login and back to where one was", async () => {

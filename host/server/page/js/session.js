@@ -86,7 +86,7 @@ export async function login(fields) {
 }
 
 // Fails when the server does not know of it: then the session goes on.
-export async function logout() {
-  await hostPost("logout");
+export async function logout({ everywhere = false } = {}) {
+  await hostPost("logout", { all: everywhere });
   startAfresh();
 }

@@ -33,6 +33,7 @@ export const english = {
   "settings.desktopDenied": "The browser does not allow notices for this page.",
   "settings.user": "Logged in as {0}",
   "settings.logout": "Log out",
+  "settings.logoutAll": "Log out everywhere",
   "settings.licenses": "License of the page's library",
   "settings.keys": "Keys",
 

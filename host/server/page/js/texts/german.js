@@ -33,6 +33,7 @@ export const german = {
   "settings.desktopDenied": "Der Browser lässt für diese Seite keine Mitteilungen zu.",
   "settings.user": "Angemeldet als {0}",
   "settings.logout": "Abmelden",
+  "settings.logoutAll": "Überall abmelden",
   "settings.licenses": "Lizenz der Bibliothek dieser Seite",
   "settings.keys": "Tasten",
 

@@ -37,9 +37,13 @@ async function setDesktopNotices(wanted) {
   set({ desktopNotices: wanted && (await allowDesktop()) });
 }
 
-// The style sheet knows the appearance by an attribute, readers the language.
+const darkSystem = matchMedia("(prefers-color-scheme: dark)");
+darkSystem.addEventListener("change", () => applyAppearance());
+
+// The style sheet knows the appearance by an attribute, and the system's only from here.
 export function applyAppearance() {
-  document.documentElement.dataset.theme = preferences.theme;
+  const dark = preferences.theme === "auto" ? darkSystem.matches : preferences.theme === "dark";
+  document.documentElement.dataset.theme = dark ? "dark" : "light";
 }
 
 function optionView(value, label, chosen) {
@@ -53,9 +57,9 @@ function keysView() {
 }
 
 export function settingsDialog(dialog) {
-  const leave = () => {
+  const leave = (everywhere) => {
     dialog.answer(null);
-    logout().catch((failure) => failure.kind !== "login" && say("bad", explain(failure)));
+    logout({ everywhere }).catch((failure) => failure.kind !== "login" && say("bad", explain(failure)));
   };
   const body = html`
     <label class="field">${t("settings.language")}
@@ -75,7 +79,8 @@ export function settingsDialog(dialog) {
     <p class="hint">${t("settings.user", state.user)} ·
       <a href="/vendor/lit-html/LICENSE" target="_blank" rel="noopener">${t("settings.licenses")}</a></p>`;
   const buttons = html`
-    <button @click=${leave}>${t("settings.logout")}</button>
+    <button @click=${() => leave(true)}>${t("settings.logoutAll")}</button>
+    <button @click=${() => leave(false)}>${t("settings.logout")}</button>
     <button class="primary" @click=${() => dialog.answer(null)}>${t("dialog.close")}</button>`;
   return frame(dialog, t("app.settings"), body, buttons);
 }

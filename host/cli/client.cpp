@@ -86,7 +86,9 @@ bool ReadEnvelope(int http_status, const std::string& body, Json::Value* data, C
   const bool readable = ParseJson(body, &answer) && answer.isObject() && answer["success"].isBool();
   if (http_status != 200) {
     error->kind = CallError::Kind::kHttp;
-    error->text = HttpText(http_status, readable ? answer["error"] : Json::Value());
+    const Json::Value told = readable ? answer["error"] : Json::Value();
+    if (told.isObject() && told["code"].isInt()) error->code = told["code"].asInt();
+    error->text = HttpText(http_status, told);
     return false;
   }
   if (readable && answer["success"].asBool()) {

@@ -45,13 +45,17 @@ int ReportEnd(const Options& options, Action action, const std::string& id,
   return ExitFor(result.status);
 }
 
-int StopAfterInterrupt(Client* client, const std::string& id) {
+int StopAfterInterrupt(Client* client, const std::string& id, bool json) {
   Json::Value data;
   CallError error;
-  if (client->Call("stop", TaskParams(id), &data, &error)) {
-    std::cerr << "fennox: stopped; what was complete stays\n";
-  } else {
+  if (!client->Call("stop", TaskParams(id), &data, &error)) {
     Refuse(error, "task " + Printable(id) + " could not be stopped: ");
+  } else if (json) {
+    Json::Value answer = TaskParams(id);
+    answer["stopped"] = true;
+    std::cout << ToJsonLine(answer) << std::endl;
+  } else {
+    std::cerr << "fennox: stopped; what was complete stays\n";
   }
   return kExitStopped;
 }
@@ -60,11 +64,10 @@ int StopAfterInterrupt(Client* client, const std::string& id) {
 int ReportUnseen(const FollowResult& result, const std::string& id) {
   switch (result.end) {
     case FollowResult::End::kGone:
-      std::cerr << "fennox: the task was stopped, or another client has taken its result\n";
+      Refuse(result.error, "the task was stopped, or another client has taken its result: ");
       return kExitStopped;
     case FollowResult::End::kLost:
-      Refuse(result.error, "");
-      return Refuse("the task may go on: fennox status --watch " + Printable(id));
+      return Refuse(result.error, "", "the task may go on: fennox status --watch " + Printable(id));
     default:
       return Refuse(result.error, "");
   }
@@ -80,7 +83,9 @@ int FollowStarted(Client* client, const Options& options, const std::string& id)
   const auto clock = HooksFor(client, id).clock;
   const double begin = clock();
   const FollowResult result = FollowShown(client, id, options.json);
-  if (result.end == FollowResult::End::kInterrupted) return StopAfterInterrupt(client, id);
+  if (result.end == FollowResult::End::kInterrupted) {
+    return StopAfterInterrupt(client, id, options.json);
+  }
   if (result.end != FollowResult::End::kFinished) return ReportUnseen(result, id);
   const Action action = options.command == Command::kMove ? Action::kMove : Action::kCopy;
   return ReportEnd(options, action, id, result, clock() - begin);

@@ -18,7 +18,7 @@ int RunRemoteCheck(Client* client, const Options& options);
 int RunLog(Client* client, const Options& options);
 int RunWatch(Client* client, const Options& options);
 int RunLogin(const ServerAddress& address, const Options& options);
-int RunLogout(Client* client);
+int RunLogout(Client* client, const Options& options);
 int RunCompletePath(Client* client, const Options& options);
 
 // The parameters of "start" for these options. False with words in *error when a

@@ -61,15 +61,25 @@ int RunLogin(const ServerAddress& address, const Options& options) {
   return Store(token, TextOf(who, "user"), options.json);
 }
 
-int RunLogout(Client* client) {
+int RunLogout(Client* client, const Options& options) {
+  Json::Value params(Json::objectValue);
+  params["all"] = options.everywhere;
   Json::Value data;
   CallError error;
   std::string text;
-  // A session that the server no longer knows has ended as well.
-  const bool ended = client->Post("logout", Json::Value(Json::objectValue), &data, &error) ||
-                     error.http_status == 401;
+  // A session that the server no longer knows has ended as well, but ends no others.
+  const bool ended = client->Post("logout", params, &data, &error) ||
+                     (error.http_status == 401 && !options.everywhere);
+  // Without an answer the token is still the way to end the others.
+  if (!ended && options.everywhere) return Refuse(error, "not logged out: ");
   if (!ForgetToken(TokenPath(), &text)) return Refuse(text);
-  return ended ? kExitDone : Refuse(error, "the token is forgotten, but the login goes on: ");
+  if (!ended) return Refuse(error, "the token is forgotten, but the login goes on: ");
+  if (options.json) {
+    Json::Value result(Json::objectValue);
+    result["ended"] = options.everywhere ? "all" : "this";
+    std::cout << ToJsonLine(result) << std::endl;
+  }
+  return kExitDone;
 }
 
 }  // namespace cli

@@ -2,12 +2,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <iostream>
 
 #include "host/cli/client.h"
 #include "host/cli/commands.h"
 #include "host/cli/format.h"
 #include "host/cli/options.h"
+#include "host/cli/refusal.h"
 #include "host/cli/server_address.h"
 #include "host/cli/token_store.h"
 
@@ -52,7 +52,7 @@ int Run(cli::Client* client, const cli::Options& options) {
     case cli::Command::kLog:
       return cli::RunLog(client, options);
     case cli::Command::kLogout:
-      return cli::RunLogout(client);
+      return cli::RunLogout(client, options);
     case cli::Command::kCompletePath:
       return cli::RunCompletePath(client, options);
     case cli::Command::kLogin:
@@ -64,20 +64,17 @@ int Run(cli::Client* client, const cli::Options& options) {
 int Main(int argc, char** argv) {
   cli::Options options;
   if (const auto status = cli::ParseOptions(argc, argv, &options)) return *status;
+  if (options.json) cli::ReportRefusalsAsJson();
   // A closed connection or pipe is an error of the call, not the program's end.
   std::signal(SIGPIPE, SIG_IGN);
   cli::ServerAddress address;
   std::string error;
   std::string token;
   if (!cli::ParseServerUrl(Environment("FENNOX_URL", kDefaultUrl), &address, &error)) {
-    std::cerr << "fennox: FENNOX_URL: " << error << "\n";
-    return cli::kExitRefused;
+    return cli::Refuse("FENNOX_URL: " + error);
   }
   if (options.command == cli::Command::kLogin) return cli::RunLogin(address, options);
-  if (!FindToken(&token, &error)) {
-    std::cerr << "fennox: " << cli::Printable(error) << "\n";
-    return cli::kExitRefused;
-  }
+  if (!FindToken(&token, &error)) return cli::Refuse(cli::Printable(error));
   cli::Client client(address, token);
   return Run(&client, options);
 }
@@ -88,7 +85,6 @@ int main(int argc, char** argv) {
   try {
     return Main(argc, argv);
   } catch (const std::exception& e) {
-    std::cerr << "fennox: " << e.what() << "\n";
-    return cli::kExitRefused;
+    return cli::Refuse(e.what());
   }
 }

@@ -1,6 +1,10 @@
 #include "host/cli/options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <string_view>
+
+#include "host/cli/refusal.h"
 
 namespace cli {
 namespace {
@@ -97,6 +101,7 @@ void AddCommands(CLI::App* app, Options* options, Conflicts* conflicts) {
   task->require_subcommand(1);
   CLI::App* show = AddPlain(task, Command::kTaskShow, "show", "Print the record as JSON", options);
   AddTarget(show, "ID", "Task", options);
+  AddJson(show, options);
 
   CLI::App* remote = app->add_subcommand("remote", "Look at the remote servers");
   remote->require_subcommand(1);
@@ -113,12 +118,21 @@ void AddCommands(CLI::App* app, Options* options, Conflicts* conflicts) {
                              options);
   login->add_option("--user", options->target, "Log in as this user with the system password");
   AddJson(login, options);
-  AddPlain(app, Command::kLogout, "logout", "End the login and forget its token", options);
+  CLI::App* logout =
+      AddPlain(app, Command::kLogout, "logout", "End the login and forget its token", options);
+  logout->add_flag("--all", options->everywhere, "End all your logins, in every browser too");
+  AddJson(logout, options);
 
   // For the shell's completion.
   CLI::App* complete = AddPlain(app, Command::kCompletePath, "complete-path", "", options);
   complete->add_option("PREFIX", options->target);
   complete->group("");
+}
+
+// Arguments that make no sense are not parsed to their end.
+bool AsksForJson(int argc, const char* const* argv) {
+  return std::any_of(argv, argv + argc,
+                     [](const char* argument) { return std::string_view(argument) == "--json"; });
 }
 
 }  // namespace
@@ -133,6 +147,11 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options* opti
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
+    const bool help = e.get_exit_code() == 0;
+    if (!help && AsksForJson(argc, argv)) {
+      ReportRefusalsAsJson();
+      return Refuse(e.what());
+    }
     return app.exit(e) == 0 ? kExitDone : kExitRefused;
   }
   options->conflict = conflicts.Chosen();

@@ -38,6 +38,7 @@ struct Options {
   bool watch = false;
   bool until_idle = false;  // watch ends when no task runs
   bool json = false;
+  bool everywhere = false;  // logout ends every session of the user
 };
 
 // Exit statuses of every command.

@@ -72,6 +72,33 @@ def test_json_output_is_the_servers_answer(server, place):
     assert json.loads(done.stdout)["finished"] is True
 
 
+def test_refusals_are_json_too_and_keep_their_exit_status(server, place, tmp_path):
+    def refused(done, kind, code, status=2):
+        assert done.returncode == status and done.stderr == "", done
+        error = json.loads(done.stdout)["error"]
+        assert (error["kind"], error["code"]) == (kind, code) and error["message"], error
+        return error
+
+    (place / "src" / "x").write_text("x")
+    (place / "dst" / "x").write_text("there")
+    clash = refused(fennox(server, "copy", "--json", "/src/x", "/dst"), "refused", 1000)
+    assert clash["detail"] == [{"code": 1003, "path": "/src/x"}]
+    refused(fennox(server, "ls", "--json", "/src/none"), "refused", 460)
+    for words in (["status", "--watch"], ["status"]):
+        refused(fennox(server, *words, "--json", "Fennox_none"), "refused", 599)
+    refused(fennox(server, "task", "show", "--json", "Fennox_none"), "refused", 599)
+    refused(fennox(server, "remote", "check", "--json", "none"), "refused", 470)
+    refused(fennox(server, "ls", "--json", ""), "usage", 0)
+    refused(fennox(server, "copy", "--json", "/src/x"), "usage", 0)
+    refused(fennox(server, "log", "--json", "--limit", "0"), "usage", 0)
+    alone = command_line_alone(server, tmp_path)
+    for words in (["list"], ["watch"], ["log"], ["logout", "--all"]):
+        assert refused(alone(*words, "--json"), "http", 407)["http_status"] == 401
+    assert refused(alone("login", "--json", input="0" * 64 + "\n"), "http", 407)["http_status"] == 401
+    server.stop()
+    refused(fennox(server, "list", "--json"), "unreachable", 0)
+
+
 def test_no_server_and_bad_usage_are_refused(server):
     broken = subprocess.run([BUILD / "fennox", "list"], text=True, capture_output=True,
                             env=dict(os.environ, FENNOX_URL="http://127.0.0.1:9", FENNOX_TOKEN="x"))

@@ -142,6 +142,28 @@ def test_a_session_survives_a_restart_and_ends_with_logout(pam_server, place):
     assert other.cookie.split("=")[1].encode() not in store.read_bytes()
 
 
+def test_logging_out_everywhere_ends_every_session_of_this_user_alone(pam_server, tmp_path):
+    browser, other = in_browser(pam_server, ALICE), in_browser(pam_server, ALICE)
+    stranger = in_browser(pam_server, BOB)
+    nonsense = browser.request("POST", "/host/logout", '{"all": "yes"}')
+    assert nonsense.status == 400 and nonsense.detail["message"]
+    assert browser.host("whoami").data["user"] == ALICE
+    fennox = command_line_alone(pam_server, tmp_path)
+    assert fennox("login", "--user", ALICE, input=PASSWORDS[ALICE] + "\n").returncode == 0
+    token = (tmp_path / "fennox" / "token").read_text().strip()
+    assert browser.request("POST", "/host/logout", '{"all": true}').data is None
+    for each in (browser, other, Client(pam_server.port, token)):
+        assert each.host("whoami").status == 401
+    assert stranger.host("whoami").data["user"] == BOB
+    # The command line does the same, and says when it could not.
+    refused = fennox("logout", "--all")
+    assert refused.returncode == 2 and "not logged out" in refused.stderr
+    assert fennox("login", "--user", ALICE, input=PASSWORDS[ALICE] + "\n").returncode == 0
+    browser = in_browser(pam_server, ALICE)
+    assert json.loads(fennox("logout", "--all", "--json").stdout) == {"ended": "all"}
+    assert browser.host("whoami").status == 401 and not (tmp_path / "fennox" / "token").exists()
+
+
 def status_of(pid):
     text = pathlib.Path(f"/proc/{pid}/status").read_text()
     return dict(line.split(":\t", 1) for line in text.splitlines())

@@ -66,6 +66,19 @@ void AddTarget(CLI::App* command, const char* name, const char* about, Options* 
   command->add_option(name, options->target, about)->required()->option_text(" ");
 }
 
+void AddSessionCommands(CLI::App* app, Options* options) {
+  CLI::App* login = AddPlain(app, Command::kLogin, "login",
+                             "Store a token for the server; it, or with --user the password, is "
+                             "read from a prompt or from standard input",
+                             options);
+  login->add_option("--user", options->target, "Log in as this user with the system password");
+  AddJson(login, options);
+  CLI::App* logout =
+      AddPlain(app, Command::kLogout, "logout", "End the login and forget its token", options);
+  logout->add_flag("--all", options->everywhere, "End all your logins, in every browser too");
+  AddJson(logout, options);
+}
+
 void AddCommands(CLI::App* app, Options* options, Conflicts* conflicts) {
   AddTransfer(app, Command::kCopy, "copy", "Copy sources into a folder", options, conflicts);
   AddTransfer(app, Command::kMove, "move", "Move sources into a folder", options, conflicts);
@@ -112,16 +125,7 @@ void AddCommands(CLI::App* app, Options* options, Conflicts* conflicts) {
   AddTarget(check, "NAME", "Configured name", options);
   AddJson(check, options);
 
-  CLI::App* login = AddPlain(app, Command::kLogin, "login",
-                             "Store a token for the server; it, or with --user the password, is "
-                             "read from a prompt or from standard input",
-                             options);
-  login->add_option("--user", options->target, "Log in as this user with the system password");
-  AddJson(login, options);
-  CLI::App* logout =
-      AddPlain(app, Command::kLogout, "logout", "End the login and forget its token", options);
-  logout->add_flag("--all", options->everywhere, "End all your logins, in every browser too");
-  AddJson(logout, options);
+  AddSessionCommands(app, options);
 
   // For the shell's completion.
   CLI::App* complete = AddPlain(app, Command::kCompletePath, "complete-path", "", options);

@@ -60,6 +60,21 @@ void SayHealthy(httplib::Response& response) {
   Reply(response, 200, SuccessText(data));
 }
 
+// The page is the same for everyone, and after an upgrade another one: browsers keep its
+// files and ask whether they changed.
+void ServePageFile(const PageFile& file, const httplib::Request& request,
+                   httplib::Response& response) {
+  response.headers.erase("Cache-Control");
+  response.set_header("Cache-Control", "no-cache");
+  response.set_header("ETag", file.etag);
+  if (request.get_header_value("If-None-Match").find(file.etag) != std::string::npos) {
+    response.status = 304;
+    return;
+  }
+  response.status = 200;
+  response.set_content(file.content.data(), file.content.size(), file.type);
+}
+
 // Answers that the HTTP library gives by itself get an envelope too.
 void FillBareAnswer(const httplib::Request&, httplib::Response& response) {
   if (!response.body.empty()) return;
@@ -171,8 +186,7 @@ void Front::Get(const httplib::Request& request, httplib::Response& response) {
     return;
   }
   if (const PageFile* file = FindPageFile(request.path); file != nullptr) {
-    response.status = 200;
-    response.set_content(file->content.data(), file->content.size(), file->type);
+    ServePageFile(*file, request, response);
     return;
   }
   if (request.path == "/health") {

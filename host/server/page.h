@@ -10,6 +10,7 @@ struct PageFile {
   std::string_view path;  // "/app.js"; the index is "/"
   const char* type;
   std::string_view content;
+  const char* etag;  // changes with the content
 };
 
 // The file served under `path`, null when there is none.

@@ -2,6 +2,7 @@
 import concurrent.futures
 import json
 import os
+import re
 import socket
 import subprocess
 import time
@@ -180,6 +181,23 @@ def test_another_sites_page_can_change_nothing(server, place):
     assert "Access-Control-Allow-Origin" not in good.headers
 
 
+def test_browsers_keep_the_page_but_no_answer(server):
+    nobody = Client(server.port, "")
+    for path in ("/", "/js/app.js", "/style.css", "/openapi.json"):
+        first = nobody.request("GET", path)
+        tag = first.headers["ETag"]
+        assert first.headers.get_all("Cache-Control") == ["no-cache"] and tag, path
+        again = nobody.request("GET", path, headers={"If-None-Match": f'"other", {tag}'})
+        assert (again.status, again.body, again.headers["ETag"]) == (304, b"", tag), path
+        changed = nobody.request("GET", path, headers={"If-None-Match": tag[:-2] + 'x"'})
+        assert changed.status == 200 and changed.body == first.body, path
+    tags = {nobody.request("GET", path).headers["ETag"] for path in ("/", "/js/app.js", "/style.css")}
+    assert len(tags) == 3
+    for answer in (server.client.host("tasks"), nobody.host("tasks"), nobody.request("GET", "/health")):
+        assert answer.headers.get_all("Cache-Control") == ["no-store"]
+        assert answer.headers["ETag"] is None
+
+
 OUTSIDE = ["/src/../outside", "/src/./../outside", "/src/..", "/src/sub/../../outside", "/src//outside",
            "/src/%2e%2e/outside", "/src/..%2foutside", "/src/%2e%2e%2foutside", "/src/..\\outside",
            "/src/..%5coutside", "/src/%252e%252e/outside", "/src/\u2024\u2024/outside", "/outside", "/",
@@ -218,6 +236,64 @@ def free_port():
     with socket.socket() as probe:
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
+
+
+SAMPLE = re.compile(r'([a-z_]+)(?:\{([a-z]+)="([^"\\]+)"\})? (\d+(?:\.\d+)?(?:e[+-]\d+)?)')
+
+
+def figures(text):
+    """The samples of a text in Prometheus's format, which is checked on the way."""
+    kinds, samples, helped = {}, {}, set()
+    for line in text.splitlines():
+        if line.startswith("# HELP "):
+            helped.add(line.split()[2])
+        elif line.startswith("# TYPE "):
+            _, _, name, kind = line.split()
+            assert name in helped and name not in kinds and kind in ("counter", "gauge", "histogram"), line
+            kinds[name] = kind
+        else:
+            name, label, value, number = SAMPLE.fullmatch(line).groups()
+            family = re.sub("_(bucket|sum|count)$", "", name)
+            family = family if kinds.get(family) == "histogram" else name
+            assert (kinds[family] == "counter") == name.endswith("_total"), line
+            assert (name, label, value) not in samples, line
+            samples[name, label, value] = float(number)
+    for family in (name for name, kind in kinds.items() if kind == "histogram"):
+        bounds = [(float(value), number) for (name, label, value), number in samples.items()
+                  if name == family + "_bucket" and label == "le"]
+        assert bounds == sorted(bounds) and bounds[-1][0] == float("inf"), "buckets hold those below"
+        assert [n for _, n in bounds] == sorted(n for _, n in bounds)
+        assert bounds[-1][1] == samples[family + "_count", None, None] > 0
+        assert samples[family + "_sum", None, None] > 0
+    assert text.endswith("\n") and kinds
+    return samples
+
+
+def test_metrics_are_in_prometheus_format_and_counters_never_fall(make_server, place):
+    port = free_port()
+    server = make_server(auth=f'metrics = "127.0.0.1:{port}"', config="")
+    metrics = Client(port, "")
+    (place / "src" / "x").write_text("x")
+    (place / "dst" / "old").mkdir()
+
+    def read():
+        answer = metrics.request("GET", "/metrics")
+        assert answer.headers["Content-Type"].startswith("text/plain; version=0.0.4")
+        return figures(answer.body.decode())
+
+    server.client.run(["/src/x"], "/dst")
+    earlier = read()
+    for sources in (["/src/x"], ["/src/missing", "/src/x"]):
+        task = server.client.start(sources, "/dst", overwrite=True).data["taskid"]
+        server.client.wait_record(task, lambda record: record["finished"])
+        server.client.status(task)  # with this the record goes
+    server.client.host("nonsense")
+    later = read()
+    falling = [key for key in earlier if key[0].endswith(("_total", "_count", "_sum", "_bucket"))
+               and later[key] < earlier[key]]
+    assert not falling
+    assert later["fennox_requests_total", "class", "2xx"] > earlier["fennox_requests_total", "class", "2xx"]
+    assert later["fennox_requests_total", "class", "4xx"] > earlier["fennox_requests_total", "class", "4xx"]
 
 
 def test_metrics_count_tasks_and_name_nobody(make_server, place):

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <support/errors.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -172,6 +173,18 @@ TEST(ErrorLines, ARefusedStartNamesTheFileAndTheReason) {
   EXPECT_NE(lines[0].find("(1000)"), std::string::npos) << lines[0];
   EXPECT_NE(lines[1].find("/a/x\\n: "), std::string::npos) << lines[1];
   EXPECT_NE(lines[1].find("(1003)"), std::string::npos) << lines[1];
+}
+
+TEST(Words, EveryCodeHasAReasonOfItsOwn) {
+  const std::string unknown = support::ErrorText(-1);
+  std::set<std::string> reasons;
+  for (const int code : support::ErrorCodes()) {
+    const std::string reason = Reason(code);
+    EXPECT_TRUE(reasons.insert(reason.substr(0, reason.rfind('('))).second) << reason;
+    EXPECT_EQ(reason.find(unknown.substr(0, unknown.size() - 1)), std::string::npos) << reason;
+    EXPECT_NE(reason.find("(" + std::to_string(code) + ")"), std::string::npos) << reason;
+  }
+  EXPECT_GT(reasons.size(), 30U);
 }
 
 TEST(Status, ReadsCountersOfBothKinds) {

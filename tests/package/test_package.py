@@ -119,6 +119,29 @@ def test_its_programs_find_each_other_wherever_they_lie(tree):
     assert re.fullmatch(r"fennox \d+\.\d+\.\d+\n", output(tree / "usr/bin/fennox", "--version"))
 
 
+@pytest.mark.skipif(not shutil.which("systemd-analyze"), reason="needs systemd-analyze")
+def test_its_unit_is_sound_and_gives_up_what_it_does_not_need(tree, tmp_path):
+    text = (tree / "lib/systemd/system/fennox.service").read_text()
+    command = re.search(r"^ExecStart=(\S+)", text, re.MULTILINE)[1]
+    assert (tree / command.lstrip("/")).exists()
+    unit = tmp_path / "fennox.service"
+    unit.write_text(text.replace(command, str(tree) + command))
+    verified = subprocess.run(["systemd-analyze", "verify", "--man=no", unit], capture_output=True,
+                              text=True, timeout=120)
+    # What it says about other units of this machine is not about this one.
+    told = [line for line in verified.stderr.splitlines() if "fennox" in line]
+    assert not told and verified.returncode == 0, verified.stderr
+    broken = tmp_path / "fennox-broken.service"
+    broken.write_text(text.replace(command, "/no/such/program").replace("KillMode=", "KilMode="))
+    assert "KilMode" in subprocess.run(["systemd-analyze", "verify", "--man=no", broken],
+                                       capture_output=True, text=True, timeout=120).stderr
+    rated = output("systemd-analyze", "security", "--offline=true", "--threshold=60", unit)
+    for kept in ("CAP_SYS_MODULE", "CAP_SYS_PTRACE", "CAP_NET_ADMIN", "CAP_SYS_BOOT"):
+        assert re.search(rf"^✓ CapabilityBoundingSet=~.*{kept.removeprefix('CAP_')}", rated, re.MULTILINE), kept
+    for kept in ("ProtectKernelModules", "ProtectKernelTunables", "RestrictNamespaces", "LockPersonality"):
+        assert re.search(rf"^✓ {kept}=", rated, re.MULTILINE), kept
+
+
 def test_the_extracted_server_serves(tree, tmp_path):
     server = subprocess.Popen([tree / "usr/sbin/fennoxd", "--state", tmp_path / "state", "--listen",
                                "127.0.0.1:0"], stdout=subprocess.PIPE, text=True)
@@ -150,13 +173,28 @@ def mirror():
 
 
 @pytest.fixture(scope="module")
-def clean(package, tmp_path_factory):
+def older(tree, tmp_path_factory):
+    """The package as an earlier version: another number, another default configuration."""
+    folder = tmp_path_factory.mktemp("older")
+    shutil.copytree(tree, folder / "tree", symlinks=True)
+    control = folder / "tree/DEBIAN/control"
+    control.write_text(re.sub(r"^Version: .*$", "Version: 0.0.9", control.read_text(), flags=re.MULTILINE))
+    for file in control.parent.iterdir():
+        file.chmod(0o755 if file.name in ("postinst", "prerm", "postrm") else 0o644)
+    (folder / "tree/etc/fennox/fennox.toml").open("a").write("# as it was\n")
+    output("dpkg-deb", "--root-owner-group", "--build", "-Zxz", "-z1", folder / "tree", folder / "older.deb")
+    return folder / "older.deb"
+
+
+@pytest.fixture(scope="module")
+def clean(package, older, tmp_path_factory):
     folder = tmp_path_factory.mktemp("clean") / "root"
     depends = output("dpkg-deb", "--field", package, "Depends")
     names = ",".join(word.split()[0] for word in depends.strip().split(", "))
     subprocess.run(["debootstrap", "--variant=minbase", f"--include={names}", "bookworm", folder,
                     mirror()], check=True, stdout=subprocess.DEVNULL, timeout=1500)
     shutil.copy(package, folder / "fennox.deb")
+    shutil.copy(older, folder / "older.deb")
     mounted = []
     for name in ("proc", "dev"):
         subprocess.run(["mount", "--rbind", f"/{name}", folder / name], check=True)
@@ -214,7 +252,8 @@ def test_install_serve_upgrade_remove_and_purge_in_a_clean_root(clean):
     def run(*arguments, **options):
         return output("chroot", clean, *arguments, **options)
 
-    run("dpkg", "--install", "/fennox.deb")
+    run("dpkg", "--install", "/older.deb")
+    assert run("dpkg-query", "-W", "-f", "${Version}", "fennox") == "0.0.9"
     assert "nologin" in run("getent", "passwd", "fennox")
     state = clean / "var/lib/fennox"
     assert state.stat().st_mode & 0o777 == 0o711
@@ -234,14 +273,18 @@ def test_install_serve_upgrade_remove_and_purge_in_a_clean_root(clean):
         copy_home_file(server, token, "one")
     uid = int(run("id", "-u", "alice"))
     assert (home / "one/original").stat().st_uid == uid
-    # An upgrade keeps the configuration, the sessions and the records.
-    run("dpkg", "--install", "/fennox.deb")
-    assert config.read_text().endswith("# changed here\n")
+    # An upgrade keeps the configuration, the sessions and the records; what the new version
+    # would have as its configuration lies beside.
+    run("dpkg", "--force-confdef", "--force-confold", "--install", "/fennox.deb")
+    assert run("dpkg-query", "-W", "-f", "${Version}", "fennox") != "0.0.9"
+    assert config.read_text().endswith("# as it was\n# changed here\n")
+    assert "# as it was" not in (config.parent / "fennox.toml.dpkg-dist").read_text()
+    assert 'auth = "pam"' in (config.parent / "fennox.toml.dpkg-dist").read_text()
     with Installed(clean) as server:
         copy_home_file(server, token, "two")
         assert len(server.call("host/log", None, token)) == 2
     run("dpkg", "--remove", "fennox")
     assert config.exists() and (state / "users/alice").exists() and not (clean / "usr/lib/fennox").exists()
     run("dpkg", "--purge", "fennox")
-    assert not state.exists() and not config.exists()
+    assert not state.exists() and not config.parent.exists()
     assert sorted(p.name for p in home.rglob("*") if p.is_file() and p.name == "original") == ["original"] * 3

@@ -26,11 +26,23 @@ const char* KindName(CallError::Kind kind) {
   return "answer";
 }
 
-Json::Value UsageValue(const std::string& text) {
+// {"error": {"kind", "code", "message"}}; the code is the server's, 0 when it told none.
+Json::Value RefusalValue(const char* kind, int code, const std::string& message) {
   Json::Value value(Json::objectValue);
-  value["error"]["kind"] = "usage";
-  value["error"]["code"] = 0;
-  value["error"]["message"] = text;
+  Json::Value& refusal = value["error"];
+  refusal["kind"] = kind;
+  refusal["code"] = code;
+  refusal["message"] = message;
+  return value;
+}
+
+Json::Value CallRefusal(const CallError& error, const std::string& message,
+                        const std::string& hint) {
+  Json::Value value = RefusalValue(KindName(error.kind), error.code, message);
+  Json::Value& refusal = value["error"];
+  if (!error.detail.isNull()) refusal["detail"] = error.detail;
+  if (error.kind == CallError::Kind::kHttp) refusal["http_status"] = error.http_status;
+  if (!hint.empty()) refusal["hint"] = hint;
   return value;
 }
 
@@ -38,24 +50,12 @@ Json::Value UsageValue(const std::string& text) {
 
 void ReportRefusalsAsJson() { as_json = true; }
 
-Json::Value RefusalValue(const CallError& error, const std::string& what, const std::string& hint) {
-  Json::Value value(Json::objectValue);
-  Json::Value& refusal = value["error"];
-  refusal["kind"] = KindName(error.kind);
-  refusal["code"] = error.code;
-  refusal["message"] = what + ErrorLines(error).front();
-  if (!error.detail.isNull()) refusal["detail"] = error.detail;
-  if (error.kind == CallError::Kind::kHttp) refusal["http_status"] = error.http_status;
-  if (!hint.empty()) refusal["hint"] = hint;
-  return value;
-}
-
 int Refuse(const CallError& error, const std::string& what, const std::string& hint) {
+  const auto lines = ErrorLines(error);
   if (as_json) {
-    std::cout << ToJsonLine(RefusalValue(error, what, hint)) << std::endl;
+    std::cout << ToJsonLine(CallRefusal(error, what + lines.front(), hint)) << std::endl;
     return kExitRefused;
   }
-  const auto lines = ErrorLines(error);
   std::cerr << "fennox: " << what << lines.front() << "\n";
   for (std::size_t i = 1; i < lines.size(); ++i) std::cerr << "fennox: " << lines[i] << "\n";
   if (!hint.empty()) std::cerr << "fennox: " << hint << "\n";
@@ -64,7 +64,7 @@ int Refuse(const CallError& error, const std::string& what, const std::string& h
 
 int Refuse(const std::string& text) {
   if (as_json) {
-    std::cout << ToJsonLine(UsageValue(text)) << std::endl;
+    std::cout << ToJsonLine(RefusalValue("usage", 0, text)) << std::endl;
   } else {
     std::cerr << "fennox: " << text << "\n";
   }

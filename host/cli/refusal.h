@@ -8,15 +8,11 @@
 namespace cli {
 
 // From here on refusals are one line of JSON on standard output, like results, instead of
-// words on standard error.
+// words on standard error. Call it before the first refusal; for one thread.
 void ReportRefusalsAsJson();
 
 // Each returns the exit status of a refusal. `hint`: what the user can do, a line of its own.
 int Refuse(const CallError& error, const std::string& what, const std::string& hint = "");
 int Refuse(const std::string& text);
-
-// The JSON of a refusal: {"error": {"kind", "code", "message", …}}. The code is the server's,
-// 0 when the refusal is none of the server's.
-Json::Value RefusalValue(const CallError& error, const std::string& what, const std::string& hint);
 
 }  // namespace cli

@@ -11,7 +11,7 @@ RESULTS = {}
 
 def pytest_addoption(parser):
     parser.addoption("--full", action="store_true", help="also 200 MiB and 500 files in every cell")
-    parser.addoption("--rounds", type=int, default=2, help="kills of a server in a running move, per direction")
+    parser.addoption("--rounds", type=int, default=3, help="kills of a server in a running move, per direction")
 
 
 @pytest.fixture(scope="session")

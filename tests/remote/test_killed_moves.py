@@ -20,7 +20,7 @@ def tree(rng):
 
 
 class Moves:
-    """Moves of fresh trees one way; checks after each that no file is lost."""
+    """Moves of fresh trees one way; checks after each that no file is lost or half-written."""
 
     def __init__(self, stage, client, source, dest):
         self.stage, self.client, self.source, self.dest = stage, client, source, dest
@@ -52,6 +52,7 @@ class Moves:
             whole = here.get(file) == wanted or there.get(file) == wanted
             assert whole, f"{file}, round {self.number}: {len(here.get(file, b''))} and " \
                           f"{len(there.get(file, b''))} of {len(wanted)} bytes"
+            assert there.get(file, wanted) == wanted, f"{file}, round {self.number}: half there"
             # What is left to move is what the task says it failed on.
             assert file not in here or errors, file
 

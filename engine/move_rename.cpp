@@ -30,17 +30,20 @@ MoveResult RenameFolder(const std::string& source, const std::string& destinatio
     case EROFS:
     case EACCES:
     case EPERM:
+      VLIBCErrSetEx(core::kErrNotPermitted, kModuleName, 1443);
       LogError(1444, "rename fail from(%s) to(%s) reason[(%d)%s]", from, to, reason,
                std::strerror(errno));
-      return Fail(core::kErrNotPermitted, 1443);
+      return MOVE_FAILED;
     case ENOENT:
+      VLIBCErrSetEx(core::kErrNotFound, kModuleName, 1447);
       LogError(1448, "rename fail from(%s) to(%s) reason[(%d)%s]", from, to, reason,
                std::strerror(errno));
-      return Fail(core::kErrNotFound, 1447);
+      return MOVE_FAILED;
     default:
+      VLIBCErrSetEx(core::kErrSystem, kModuleName, 1451);
       LogError(1452, "rename [%s] to [%s] fail reason[(%d)%s]", from, to, reason,
                std::strerror(errno));
-      return Fail(core::kErrSystem, 1451);
+      return MOVE_FAILED;
   }
 }
 

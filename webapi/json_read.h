@@ -1,5 +1,6 @@
 // Reading JSON that others wrote: a value of the wrong type reads as absent,
-// never as an exception.
+// never as an exception. Numbers and booleans have a text: a form field that
+// holds "12345" arrives as a number.
 #pragma once
 
 #include <json/value.h>
@@ -9,7 +10,7 @@
 namespace Fennox {
 
 inline std::string TextOf(const Json::Value& value) {
-  return value.isString() ? value.asString() : std::string();
+  return value.isArray() || value.isObject() ? std::string() : value.asString();
 }
 
 // The member's value, or `fallback` when there is none.

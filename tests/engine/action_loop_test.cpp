@@ -171,6 +171,21 @@ TEST_F(ActionLoopTest, AnUnknownUserStopsThePass) {
   EXPECT_EQ(_copyArgs, nullptr);
 }
 
+TEST_F(ActionLoopTest, APassThatCannotRecordItsFailureLogsThat) {
+  ASSERT_TRUE(_task->setProperty("data", Json::Value()));
+  const std::string folder = At("dst");
+  EntryMap entries = One("src/f");
+  EXPECT_EQ(Handler().WebFMMVCPAction(entries, folder, false, 0, ACTION_COPY, "share", "UTF-8"),
+            -1);
+  EXPECT_EQ(Logged(1737), 1);
+  FennoxMVCPHandler& handler = Handler(Json::objectValue, "nobody-of-that-name");
+  EXPECT_EQ(ActionLoop(handler, {"/share/dst", folder, false, 0, ACTION_COPY, share_, codePage_})
+                .Run(entries),
+            -1);
+  EXPECT_EQ(Logged(1767), 1);
+  EXPECT_EQ(Logged(1770), 0);
+}
+
 TEST_F(ActionLoopTest, AnEmptyMapIsAnEmptyPass) {
   EntryMap entries;
   EXPECT_EQ(Run(entries, true, 3, ACTION_MOVE), 0);

@@ -51,6 +51,12 @@ extern "C" int setxattr(const char* path, const char* name, const void* value, s
   return static_cast<int>(result);
 }
 
+extern "C" int rename(const char* from, const char* to) noexcept {
+  if (renameFailure == 0) return static_cast<int>(::syscall(SYS_rename, from, to));
+  errno = renameFailure;
+  return -1;
+}
+
 std::vector<std::string> LogLines() {
   const std::lock_guard lock(logMutex);
   return logLines;
@@ -112,7 +118,7 @@ void EngineTest::SetUp() {
   fakeMounts.clear();
   cloudScript = CloudScript();
   cloudScript.root = At("server");
-  staleMarks = 0;
+  staleMarks = renameFailure = 0;
   makeAfterFirstMark.clear();
   KVX::TaskMgr registry(CurrentUser().c_str());
   _task = std::make_unique<KVX::Task>(CurrentUser().c_str(),

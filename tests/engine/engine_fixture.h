@@ -21,6 +21,9 @@ int Logged(int number);
 inline int staleMarks = 0;
 inline std::string makeAfterFirstMark;
 
+// errno with which every rename fails, 0 for none.
+inline int renameFailure = 0;
+
 class EngineTest : public ::testing::Test {
  protected:
   void SetUp() override;

@@ -57,7 +57,7 @@ bool TAVOVFS::Utils::GetBaseURI(const char* path, std::string& uri, bool /*check
 
 bool TAVOVFS::Protocol::GetProtocol(const char* protocol, Json::Value& description) {
   for (const FakeMount& mount : fakeMounts) {
-    if (mount.info.protocol != protocol) continue;
+    if (mount.info.protocol != protocol || mount.info.protocol == "odd") continue;
     description = Json::Value(Json::objectValue);
     description["enable_curl"] = mount.enableCurl ? "true" : "false";
     return true;

@@ -14,6 +14,6 @@ struct FakeMount {
 inline std::vector<FakeMount> fakeMounts;
 
 // Mounts PROTOCOL://NAME/ on a folder. The name "plain" stands for a protocol
-// that the cloud library does not serve.
+// that the cloud library does not serve, "odd" for one without a description.
 FakeMount& AddMount(const std::string& protocol, const std::string& name,
                     const std::string& folder);

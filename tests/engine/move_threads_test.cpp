@@ -2,6 +2,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "core/error.h"
+#include "engine/move_rename.h"
 #include "engine_fixture.h"
 #include "webapi/module_calls.h"
 #include "webapi/module_state.h"
@@ -114,10 +116,6 @@ TEST_F(MoveThreadsTest, FailedFileRenames) {
   Write("src/file", "x");
   Folder("dst/file");
   EXPECT_EQ(MoveOne(At("src/file"), 0, kReplace, false).error, 1004);
-
-  Write("plain", "x");
-  EXPECT_EQ(MoveOne(At("src/file"), 0, kReport, false, At("plain")).result, -1);
-  EXPECT_EQ(Logged(1399), 1);
   EXPECT_EQ(Read("src/file"), "x");
 }
 
@@ -132,11 +130,39 @@ TEST_F(MoveThreadsTest, FailedFolderRenames) {
   EXPECT_EQ(missing.result, -1);
   EXPECT_EQ(missing.error, 422);
   EXPECT_EQ(Logged(1448), 1);
+}
 
-  Write("dst/clash", "a file");
-  Folder("src/clash");
-  EXPECT_EQ(MoveOne(At("src/clash"), 0, kReport, true).result, -1);
-  EXPECT_EQ(Logged(1452), 1);
+TEST_F(MoveThreadsTest, EveryReasonOfAFailedRenameHasItsAnswer) {
+  struct Row {
+    MoveResult (*move)(const std::string&, const std::string&);
+    int reason, core, line, logged;  // core 0: left to the copy
+  };
+  const Row rows[] = {
+      {RenameFolder, EBUSY, 0, 0, 0},           {RenameFolder, EEXIST, 0, 0, 0},
+      {RenameFolder, EXDEV, 0, 0, 0},           {RenameFolder, ENOTEMPTY, 0, 0, 0},
+      {RenameFolder, EROFS, 0x300, 1443, 1444}, {RenameFolder, EACCES, 0x300, 1443, 1444},
+      {RenameFolder, EPERM, 0x300, 1443, 1444}, {RenameFolder, ENOENT, 0x700, 1447, 1448},
+      {RenameFolder, EIO, 0x8000, 1451, 1452},  {RenameFile, EXDEV, 0, 0, 0},
+      {RenameFile, EISDIR, 0xA200, 1381, 0},    {RenameFile, EROFS, 0x300, 1385, 0},
+      {RenameFile, EACCES, 0x300, 1385, 0},     {RenameFile, EPERM, 0x300, 1385, 0},
+      {RenameFile, ENOENT, 0x700, 1388, 0},     {RenameFile, ENAMETOOLONG, 0xC300, 1391, 0},
+      {RenameFile, ENOSPC, 0x2900, 1394, 0},    {RenameFile, EBUSY, 0x8000, 1400, 1399},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::to_string(row.reason) + " " + std::to_string(row.line));
+    renameFailure = row.reason;
+    const std::size_t before = LogLines().size();
+    VLIBCErrSetEx(0, "test", 0);
+    EXPECT_EQ(row.move("/a", "/b"), row.core == 0 ? MOVE_MUST_COPY : MOVE_FAILED);
+    EXPECT_EQ(errno, row.reason);
+    EXPECT_EQ(VLIBCErrGet(), row.core);
+    EXPECT_EQ(core::LastErrorPlace().line, row.line);
+    ASSERT_EQ(LogLines().size() - before, row.logged == 0 ? 0U : 1U);
+    if (row.logged != 0) {
+      EXPECT_TRUE(LogLines().back().starts_with(
+          "TAVO.Fennox.CopyMove:" + std::to_string(row.logged) + " rename "));
+    }
+  }
 }
 
 TEST_F(MoveThreadsTest, AMoveToAnotherVolumeIsLeftToTheCopy) {

@@ -19,7 +19,7 @@ class SearchLookUpTest : public EngineTest {
     task_ = std::make_unique<KVX::Task>(user_.c_str(), "search-1");
   }
 
-  SearchFollowUp Find(const std::string& dest, const std::string& id = "search-1") {
+  SearchFollowUp Find(const std::string& dest, const Json::Value& id = "search-1") {
     Json::Value params(Json::objectValue);
     params["search_taskid"] = id;
     FileSearch::WfmSearchDBTaskMgr indexes(user_.c_str());
@@ -65,6 +65,12 @@ TEST_F(SearchLookUpTest, TheDestinationIsInScopeBelowALocation) {
   EXPECT_TRUE(Find("/a/b/c").destInScope);
   EXPECT_FALSE(Find("/a/bc").destInScope);
   EXPECT_NE(Find("/a/bc").index, nullptr);
+}
+
+TEST_F(SearchLookUpTest, AnIdOfDigitsArrivesAsANumber) {
+  task_ = std::make_unique<KVX::Task>(user_.c_str(), "12345");
+  Describe("/a");
+  EXPECT_NE(Find("/a", 12345).index, nullptr);
 }
 
 TEST_F(SearchLookUpTest, ALocationThatIsNoListHoldsNothing) {

@@ -194,6 +194,12 @@ TEST_F(TransferTest, UnknownMountsAreRefusedAndLogged) {
   _destPathInfo.sharePath = "sftp://gone/";
   EXPECT_EQ(Move("f"), -1);
   EXPECT_EQ(Logged(1056), 1);
+  Sides("odd", "");
+  EXPECT_EQ(Move("f"), -1);
+  EXPECT_EQ(Logged(1015), 1);
+  Sides("", "odd");
+  EXPECT_EQ(Move("f"), -1);
+  EXPECT_EQ(Logged(1060), 1);
   EXPECT_EQ(MVCPReadWriteData(nullptr, "/x", nullptr, nullptr, 0, nullptr, nullptr, nullptr), -1);
   EXPECT_EQ(VLIBCErrGet(), 0x0D00);
   EXPECT_EQ(core::LastErrorPlace().line, 979);
@@ -256,25 +262,61 @@ TEST_F(TransferTest, OtherFailuresDropFtpConnectionsAndKeepOthers) {
   EXPECT_EQ(staleMarks, 0);
 }
 
+// What cannot be opened: nothing at all in place of a folder, or a socket.
 TEST_F(TransferTest, AFallbackThatCannotOpenItsFileSaysWhy) {
   cloudScript.transfers = false;
   cloudScript.errorCode = 40;
-  Sides("ftp", "");
-  SourceOfSize("f", kBorder);
-  const std::string src = At("src/f");
-  const std::string dst = At("dst/f");
-  int in = open(src.c_str(), O_RDONLY);
-  int out = open(dst.c_str(), O_WRONLY | O_CREAT, 0644);
-  fs::remove(src);
-  EXPECT_EQ(
-      MVCPReadWriteData(src.c_str(), dst.c_str(), &in, &out, kBorder, nullptr, nullptr, nullptr),
-      -1);
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_EQ(VLIBCErrGet(), 0x0900);
-  EXPECT_EQ(core::LastErrorPlace().line, 1206);
-  EXPECT_EQ(Logged(1205), 1);
-  EXPECT_EQ(in, -1);
-  close(out);
+  struct Row {
+    const char* from;
+    const char* to;
+    bool socket;
+    int core, line, logged;
+  };
+  for (const Row& row :
+       {Row{"ftp", "", false, 0x0900, 1206, 1205}, Row{"ftp", "", true, 0x6C00, 1199, 0},
+        Row{"", "ftp", false, 0x0900, 1222, 1221}, Row{"", "ftp", true, 0x6C00, 1215, 0}}) {
+    SCOPED_TRACE(row.line);
+    Sides(row.from, row.to);
+    SourceOfSize("in/f", kBorder);
+    Folder("dst/in");
+    const std::string src = At("src/in/f");
+    const std::string dst = At("dst/in/f");
+    const std::string lost = *row.from != '\0' ? src : dst;
+    int in = open(src.c_str(), O_RDONLY);
+    int out = open(dst.c_str(), O_WRONLY | O_CREAT, 0644);
+    fs::remove_all(fs::path(lost).parent_path());
+    if (row.socket) {
+      fs::create_directory(fs::path(lost).parent_path());
+      ASSERT_EQ(mknod(lost.c_str(), S_IFSOCK | 0644, 0), 0);
+    }
+    EXPECT_EQ(
+        MVCPReadWriteData(src.c_str(), dst.c_str(), &in, &out, kBorder, nullptr, nullptr, nullptr),
+        -1);
+    EXPECT_EQ(errno, row.socket ? ENXIO : ENOENT);
+    EXPECT_EQ(VLIBCErrGet(), row.core);
+    EXPECT_EQ(core::LastErrorPlace().line, row.line);
+    EXPECT_EQ(Logged(row.logged), row.logged != 0 ? 1 : 0);
+    EXPECT_EQ(lost == src ? in : out, -1);
+    const core::UniqueFd closeIn(in);
+    const core::UniqueFd closeOut(out);
+    fs::remove_all(At("src/in"));
+    fs::remove_all(At("dst/in"));
+  }
+}
+
+TEST_F(TransferTest, ACompanionThatCannotBeOpenedIsLogged) {
+  const std::string src = At("src/c");
+  ASSERT_EQ(mknod(src.c_str(), S_IFSOCK | 0644, 0), 0);
+  Sides("", "sftp");
+  EXPECT_EQ(MVCPReadWriteDataCallback(src.c_str(), At("dst/c").c_str()), -1);
+  EXPECT_EQ(core::LastErrorPlace().line, 1150);
+  EXPECT_EQ(Logged(1152), 1);
+  Sides("", "");
+  EXPECT_EQ(MVCPReadWriteDataCallback(src.c_str(), At("dst/c").c_str()), 0);
+  EXPECT_EQ(core::LastErrorPlace().line, 930);
+  EXPECT_EQ(Logged(933), 1);
+  EXPECT_EQ(Logged(1102), 1);
+  EXPECT_FALSE(fs::exists(At("dst/c")));
 }
 
 TEST_F(TransferTest, ServersOfOneKindCopyAmongThemselves) {

@@ -1,4 +1,6 @@
 // Failures in the record and to the user.
+#include <sqlite3.h>
+
 #include "module_fixture.h"
 #include "tasks/store.h"
 #include "webapi/module_state.h"
@@ -81,6 +83,25 @@ TEST_F(ModuleTest, FailureOfALostRecord) {
   testing::internal::CaptureStderr();
   EXPECT_FALSE(handler.MVCPUpdateFailFile(ACTION_COPY, "/docs/a", WEBFM_CONFLICT, ""));
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(ModuleTest, FailureThatCannotBeWritten) {
+  FennoxMVCPHandler& handler = Handler("start");
+  NewTask(Parse("{}"));
+  sqlite3* store = nullptr;
+  ASSERT_EQ(sqlite3_open((root() / "state/users" / CurrentUser() / "tasks.db").c_str(), &store), 0);
+  EXPECT_EQ(sqlite3_exec(store,
+                         "CREATE TRIGGER full BEFORE INSERT ON properties "
+                         "BEGIN SELECT RAISE(ABORT, 'full'); END",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(store);
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(handler.MVCPUpdateFailFile(ACTION_COPY, "/docs/a", WEBFM_CONFLICT, ""));
+  EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                "TAVO.Fennox.CopyMove:1978 Failed to write progress.\n"),
+            std::string::npos);
+  EXPECT_EQ(StoredData(), Parse("{}"));
 }
 
 }  // namespace

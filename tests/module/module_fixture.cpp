@@ -149,7 +149,7 @@ void ModuleTest::MakeRequest(const std::string& method, const Json::Value& param
   data.apiClass = "TAVO.Fennox.CopyMove";
   data.method = method;
   data.version = version;
-  data.loginUser = CurrentUser();
+  data.loginUser = login;
   data.sessionId = "session";
   if (params.isObject()) data.params = params;
   // A handler that goes takes its task with it; the record in hand stays.

@@ -47,6 +47,8 @@ class ModuleTest : public ::testing::Test {
 
   static std::filesystem::path Share(const std::string& name) { return root() / name; }
 
+  std::string login = CurrentUser();  // whose requests they are
+
   // A handler for a request that is not run yet.
   Fennox::FennoxMVCPHandler& Handler(const std::string& method, const Json::Value& params = {},
                                      int version = 3);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <iostream>
+#include <tuple>
 
 #include "core/error.h"
 #include "module_fixture.h"
@@ -69,12 +70,15 @@ TEST_F(ScanTest, CompanionFoldersAreLeftOutForACloudDestination) {
 
 TEST_F(ScanTest, FoldersThatCannotBeScannedCountNothing) {
   WriteFile(Share("docs") / "file", "123");
-  for (const auto& [path, code] : std::initializer_list<std::pair<std::string, int>>{
-           {"", 0xD00}, {Share("docs") / "gone", 0xBE00}, {Share("docs") / "file", 0xBE00}}) {
+  for (const auto& [path, code, line] : std::initializer_list<std::tuple<std::string, int, int>>{
+           {"", 0xD00, 697},
+           {Share("docs") / "gone", 0xBE00, 708},
+           {Share("docs") / "file", 0xBE00, 713}}) {
     VLIBCErrSetEx(1, "test", 1);
     EXPECT_EQ(Scan(path), 0) << path;
     EXPECT_EQ(VLIBCErrGet(), code) << path;
     EXPECT_STREQ(core::LastErrorPlace().file, "TAVO.Fennox.CopyMove");
+    EXPECT_EQ(core::LastErrorPlace().line, line);
   }
   EXPECT_EQ(MVCPScanDirectory(nullptr), 0);
 }

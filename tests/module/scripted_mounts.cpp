@@ -1,14 +1,14 @@
 // Remote mounts without a network: these definitions take the place of the
-// library's own in this program.
+// library's own in this program. "lone" is in no configuration.
 #include "module_fixture.h"
 #include "vfs/vfs.h"
 
 namespace {
 
 std::vector<vfs::MountInfo> Mounts() {
-  std::vector<vfs::MountInfo> mounts(3);
+  std::vector<vfs::MountInfo> mounts(4);
   const std::pair<const char*, const char*> named[] = {
-      {"sftp", "nas"}, {"sftp", "far"}, {"dropbox", "box"}};
+      {"sftp", "nas"}, {"sftp", "far"}, {"dropbox", "box"}, {"sftp", "lone"}};
   for (std::size_t i = 0; i < mounts.size(); ++i) {
     const auto& [protocol, name] = named[i];
     mounts[i].name = name;

@@ -57,6 +57,7 @@ TEST_F(ValidateTest, EveryRefusalHasItsCodeDetailAndLogLine) {
   WriteFile(Share("backup") / "taken", "");
   WriteFile(Share("docs") / "taken", "");
   WriteFile(Share("look") / "x", "");
+  std::filesystem::create_directory(Share("mount-lone"));
   const Refusal cases[] = {
       {"[]", "/backup", ACTION_COPY, "[400,null]", ""},
       {R"(["/docs/a"])", "/nowhere/x", ACTION_COPY, R"([1002,[{"code":470,"path":"/nowhere/x"}]])",
@@ -80,6 +81,13 @@ TEST_F(ValidateTest, EveryRefusalHasItsCodeDetailAndLogLine) {
        R"([1000,[{"code":1003,"path":"/docs/taken"}]])", "253 Invalid path:"},
       {R"(["/docs/taken"])", "/backup", ACTION_MOVE,
        R"([1001,[{"code":1003,"path":"/docs/taken"}]])", "253 Invalid path:"},
+      {R"(["/docs/a"])", "sftp://lone/d", ACTION_COPY,
+       R"([1002,[{"code":470,"path":"sftp://lone/d"}]])",
+       "184 Failed to check privilege of path sftp://lone/d, reason=[470]\n"},
+      {R"(["/docs/a"])", "sftp://nas/\x01", ACTION_COPY,
+       R"([1002,[{"code":418,"path":"sftp://nas/\u0001"}]])", "201 Invalid path:"},
+      {R"(["sftp://lone/x"])", "/backup", ACTION_MOVE,
+       R"([1001,[{"code":470,"path":"sftp://lone/x"}]])", "228 Failed to get privilege of "},
   };
   for (const Refusal& c : cases) {
     SCOPED_TRACE(std::string(c.sources) + " -> " + c.destination);
@@ -154,25 +162,27 @@ TEST_F(ValidateTest, RemoteSidesAreToldWithTheirProtocols) {
   EXPECT_EQ(start().srcProtocol, "");
 }
 
+TEST_F(ValidateTest, UserThatCannotBeBecome) {
+  login = "no-such-user-here";
+  EXPECT_FALSE(Check(Parse(R"(["/docs/a"])"), "/backup"));
+  EXPECT_EQ(Delivered().code, 401);
+  EXPECT_NE(log().find("TAVO.Fennox.CopyMove:161 Failed to set UGID for user=no-such-user-here, "
+                       "sid=session, No such file or directory\n"),
+            std::string::npos)
+      << log();
+}
+
 TEST_F(ValidateTest, DestinationThatTheKernelRefuses) {
   WriteFile(Share("docs") / "a", "a");
   std::filesystem::create_directory(Share("backup") / "closed");
   ASSERT_EQ(chmod((Share("backup") / "closed").c_str(), 0555), 0);
-  Json::Value params = Parse(R"({"path":"/docs/a","dest_folder_path":"/backup/closed"})");
   // Root may write everywhere, so the request is nobody's then.
-  const std::string user = geteuid() == 0 ? "nobody" : CurrentUser();
+  if (geteuid() == 0) login = "nobody";
   const std::string told = InChild([&] {
-    TAVO::APIRequestData data;
-    data.method = "start";
-    data.version = 3;
-    data.loginUser = user;
-    data.params = params;
-    TAVO::APIRequest request(data);
-    TAVO::APIResponse response;
-    FennoxMVCPHandler handler(&request, &response);
-    handler.Run();
-    std::cerr << response.code() << ' ' << response.data()[0]["path"].asString() << ' '
-              << response.data()[0]["code"].asInt() << '\n';
+    const Outcome outcome =
+        Serve("start", Parse(R"({"path":"/docs/a","dest_folder_path":"/backup/closed"})"));
+    std::cerr << outcome.code << ' ' << outcome.data[0]["path"].asString() << ' '
+              << outcome.data[0]["code"].asInt() << '\n';
   });
   EXPECT_NE(told.find("TAVO.Fennox.CopyMove:244 Failed to access destpath = " +
                       (Share("backup") / "closed").string() + ", reason=407, Permission denied\n"),

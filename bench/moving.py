@@ -25,18 +25,18 @@ def across(program, source, dest):
                        ["rm", "-r", f"{source}/tree"])[0]
 
 
-def rename(program, source, dest, names):
+def rename(program, source, dest, names, tree="tree"):
     if program == OURS:
         with stack.server({"in": source, "out": dest}) as client:
-            return client.run([f"/in/tree/{name}" for name in names], "/out", pause=0.002,
+            return client.run([f"/in/{tree}/{name}" for name in names], "/out", pause=0.002,
                               remove_src=True)
     if program == FLOOR:
-        pairs = [(f"{source}/tree/{name}", f"{dest}/{name}") for name in names]
+        pairs = [(f"{source}/{tree}/{name}", f"{dest}/{name}") for name in names]
         begin = time.perf_counter()
         for old, new in pairs:
             os.rename(old, new)
         return time.perf_counter() - begin
-    return peers.timed(["mv", "-t", dest, *(f"{source}/tree/{name}" for name in names)])[0]
+    return peers.timed(["mv", "-t", dest, *(f"{source}/{tree}/{name}" for name in names)])[0]
 
 
 def expect(place, wanted):

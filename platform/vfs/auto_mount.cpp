@@ -251,6 +251,27 @@ std::string BaseUriOf(const core::RemoteConfig& remote) {
   return remote.protocol + "://" + remote.name + "/";
 }
 
+void AwaitShown(const std::string& uri, std::uint64_t size) {
+  MountInfo mount;
+  if (!FindBySharePath(uri, &mount) || uri.size() < mount.base_uri.size()) return;
+  const std::string path = mount.mount_path + "/" + uri.substr(mount.base_uri.size());
+  const std::string parent = path.substr(0, path.rfind('/'));
+  const auto shown = [&] {
+    struct stat status {};
+    // What it made itself is looked at anew with its folder only.
+    (void)LookInto(parent);
+    return lstat(path.c_str(), &status) == 0 && static_cast<std::uint64_t>(status.st_size) == size;
+  };
+  const core::UniqueFd forget(
+      open(ForgetPipe(MountsFolder(), TAVOVFS::GetActorUID(), mount.name).c_str(),
+           O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!forget) return;  // no mount of a helper that remembers
+  for (int i = 0; i < kForgetAttempts && !shown(); ++i) {
+    if (write(forget.get(), "f", 1) < 0) return;
+    std::this_thread::sleep_for(kForgetPause);
+  }
+}
+
 }  // namespace
 
 std::string AutoMountFolder(uid_t uid, const std::string& name) {
@@ -283,24 +304,7 @@ Trouble TroubleOf(const std::string& path) {
 
 void AwaitUploaded(const std::string& uri, std::uint64_t size) {
   const int saved = errno;
-  MountInfo mount;
-  if (!FindBySharePath(uri, &mount) || uri.size() < mount.base_uri.size()) return;
-  const std::string path = mount.mount_path + "/" + uri.substr(mount.base_uri.size());
-  const std::string parent = path.substr(0, path.rfind('/'));
-  const auto shown = [&] {
-    struct stat status {};
-    // What it made itself is looked at anew with its folder only.
-    (void)LookInto(parent);
-    return lstat(path.c_str(), &status) == 0 && static_cast<std::uint64_t>(status.st_size) == size;
-  };
-  const core::UniqueFd forget(
-      open(ForgetPipe(MountsFolder(), TAVOVFS::GetActorUID(), mount.name).c_str(),
-           O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!forget) return;  // no mount of a helper that remembers
-  for (int i = 0; i < kForgetAttempts && !shown(); ++i) {
-    if (write(forget.get(), "f", 1) < 0) return;
-    std::this_thread::sleep_for(kForgetPause);
-  }
+  AwaitShown(uri, size);
   errno = saved;
 }
 

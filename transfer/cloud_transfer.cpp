@@ -86,6 +86,7 @@ CloudResult ServerToServer(TransferJob& job) {
   if (from.empty() || to.empty()) return CloudResult::kFailed;
   if (!HaveSourceCloud(job) || !HaveDestCloud(job)) return CloudResult::kFailed;
 
+  for (Cloud* cloud : {_srcCloud, _destCloud}) cloud->StopWhen(job.cancel);
   const int srcKind = _srcCloud->Kind();
   const bool sameKind = srcKind == _destCloud->Kind();
   const std::string srcServerPath = _srcCloud->GetServerPathBySharePath(from);

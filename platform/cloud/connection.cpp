@@ -27,6 +27,11 @@ std::size_t OnData(char* data, std::size_t /*one*/, std::size_t length, void* fl
   return static_cast<Flow*>(flow)->Put(data, length) ? length : 0;
 }
 
+std::size_t OnNames(char* data, std::size_t /*one*/, std::size_t length, void* picker) {
+  static_cast<LeftoverPicker*>(picker)->Take({data, length});
+  return length;
+}
+
 struct SizeReply {
   std::uint64_t wanted;
   bool right;
@@ -190,6 +195,17 @@ Outcome Connection::Folder(const std::string& path) {
   Outcome outcome = Perform();
   if (began) outcome.code = CURLE_OK;
   return outcome;
+}
+
+Outcome Connection::List(const std::string& folder, LeftoverPicker* picker) {
+  std::string err;
+  if (!Prepare(folder, &err)) return Unprepared(err);
+  curl_.Set(CURLOPT_DIRLISTONLY, 1L);
+  // Without the option many servers leave names out that begin with a dot.
+  if (!IsSftp()) curl_.Set(CURLOPT_CUSTOMREQUEST, "NLST -a");
+  curl_.Set(CURLOPT_WRITEFUNCTION, &OnNames);
+  curl_.Set(CURLOPT_WRITEDATA, picker);
+  return Perform();
 }
 
 Outcome Connection::Download(const std::string& path, std::uint64_t offset, Flow* flow) {

@@ -8,6 +8,7 @@
 #include "core/config.h"
 #include "curl_handle.h"
 #include "flow.h"
+#include "leftovers.h"
 #include "secret_file.h"
 
 namespace TAVOCloud {
@@ -35,6 +36,8 @@ class Connection {
   // Moves a file's data from `offset` on; `flow` has its place there.
   Outcome Download(const std::string& path, std::uint64_t offset, Flow* flow);
   Outcome Upload(const std::string& path, std::uint64_t offset, Flow* flow);
+  // Gives `picker` the names in a folder, whose path ends with a slash.
+  Outcome List(const std::string& folder, LeftoverPicker* picker);
   // Runs commands in order, up to the first that fails.
   Outcome Run(const std::vector<std::string>& commands);
   // FTP only: renames a file that has `size` bytes, in one go. A failure says

@@ -7,6 +7,7 @@
 #include "core/error.h"
 #include "core/utf8.h"
 #include "dropbox_failure.h"
+#include "leftovers.h"
 #include "retry.h"
 #include "server_path.h"
 
@@ -167,7 +168,7 @@ bool DropboxCloud::IsSame(const std::string& one, const std::string& other) {
 
 // The service does not change the case of a name only.
 bool DropboxCloud::MoveThrough(const std::string& from, const std::string& to) {
-  const std::string between = TemporaryPathBeside(ApiPath(to));
+  const std::string between = AsidePathBeside(ApiPath(to));
   DropboxAnswer answer = Move(from, between);
   if (!answer.Succeeded()) return Fail(answer);
   answer = Move(between, to);
@@ -190,7 +191,7 @@ bool DropboxCloud::Rename(const std::string& from, const std::string& to) {
 // fails.
 bool DropboxCloud::Replace(const std::string& temporary, const std::string& to) {
   const std::string id = TextIn(Look(temporary).result, "id");
-  const std::string aside = TemporaryPathBeside(to);
+  const std::string aside = AsidePathBeside(to);
   DropboxAnswer answer = Move(to, aside);
   if (!answer.Succeeded()) return Fail(answer);
   answer = Move(temporary, to);
@@ -203,14 +204,41 @@ bool DropboxCloud::Replace(const std::string& temporary, const std::string& to) 
   return true;
 }
 
+// In the first part of the folder's listing, which is all of most.
+std::vector<std::string> DropboxCloud::LeftoversIn(const std::string& folder) {
+  std::vector<std::string> names;
+  api_.curl().Hurry(true);
+  const DropboxAnswer answer = api_.Ask("files/list_folder", PathArgument(folder));
+  api_.curl().Hurry(false);
+  if (!answer.Succeeded() || !answer.result["entries"].isArray()) return names;
+  for (const Json::Value& entry : answer.result["entries"]) {
+    std::string name = TextIn(entry, "name");
+    if (!IsFolder(entry) && IsAbandonedUpload(name)) names.push_back(std::move(name));
+  }
+  return names;
+}
+
 bool DropboxCloud::Place(const std::function<DropboxAnswer(const std::string& to)>& copy,
                          const std::string& to) {
   if (to.back() == '/') return Fail(EISDIR, core::kErrFileExpected);
-  DropboxAnswer answer = Persist([&](int) { return copy(to); }, Again::kAfterRefusal);
+  Flow flow = StopOnly();
+  const auto copy_to = [&](const std::string& place) {
+    api_.curl().Watch(&flow);
+    DropboxAnswer answer = Persist([&](int) { return copy(place); }, Again::kAfterRefusal);
+    api_.curl().Watch(nullptr);
+    return answer;
+  };
+  DropboxAnswer answer = copy_to(to);
   if (answer.Succeeded()) return true;
+  if (flow.error() != 0) return FailLocally(flow);
   if (!answer.Says("conflict") || !answer.Says("file")) return Fail(answer);
-  const std::string temporary = TemporaryPathBeside(to);
-  answer = Persist([&](int) { return copy(temporary); }, Again::kAfterRefusal);
+  RemoveLeftoversBeside(to);
+  const std::string temporary = UploadPathBeside(to);
+  answer = copy_to(temporary);
+  if (flow.error() != 0) {
+    Discard(temporary, {});
+    return FailLocally(flow);
+  }
   if (!answer.Succeeded()) return Fail(answer);
   const bool folder = IsFolder(MetadataOf(answer));
   if (!folder && Replace(temporary, to)) return true;

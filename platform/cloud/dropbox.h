@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "dropbox_api.h"
 #include "retry.h"
@@ -62,6 +63,9 @@ class DropboxCloud final : public ServerCloud {
   DropboxAnswer Move(const std::string& from, const std::string& to);
   bool IsSame(const std::string& one, const std::string& other);
   bool MoveThrough(const std::string& from, const std::string& to);
+
+  std::vector<std::string> LeftoversIn(const std::string& folder) override;
+  void RemoveLeftover(const std::string& path) override { Discard(path, {}); }
 
   bool Place(const std::function<DropboxAnswer(const std::string& to)>& copy,
              const std::string& to);

@@ -40,6 +40,9 @@ class FtpFamily final : public ServerCloud {
   using ServerCloud::Fail;
   bool Fail(const Outcome& outcome);
 
+  std::vector<std::string> LeftoversIn(const std::string& folder) override;
+  void RemoveLeftover(const std::string& path) override { (void)RemoveFile(path); }
+
   Outcome RunRename(const std::string& from, const std::string& to);
   Outcome RemoveFile(const std::string& path);
   bool Receive(const std::string& serverPath, Flow* flow);

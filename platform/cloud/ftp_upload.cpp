@@ -5,7 +5,7 @@
 
 #include "core/error.h"
 #include "ftp_family.h"
-#include "server_path.h"
+#include "leftovers.h"
 
 namespace TAVOCloud {
 namespace {
@@ -58,7 +58,7 @@ bool FtpFamily::Confirm(const std::string& path, const Flow& flow) {
 // Where a rename does not replace: the old file is put aside until the new one
 // has its name, and comes back when that fails.
 bool FtpFamily::Replace(const std::string& temporary, const std::string& target) {
-  const std::string aside = TemporaryPathBeside(target);
+  const std::string aside = AsidePathBeside(target);
   const Outcome moved = RunRename(target, aside);
   if (!moved.ok()) return Fail(moved);
   const Outcome outcome = RunRename(temporary, target);
@@ -103,6 +103,14 @@ bool FtpFamily::Publish(const std::string& temporary, const std::string& target,
   return outcome.ok() || SettleRename(outcome, temporary, target, *flow);
 }
 
+std::vector<std::string> FtpFamily::LeftoversIn(const std::string& folder) {
+  LeftoverPicker picker;
+  connection_.Hurry(true);
+  (void)connection_.List(folder, &picker);
+  connection_.Hurry(false);
+  return picker.names();
+}
+
 // Keeps the reason of the failure that led here. A server that was told to stop
 // may make the file a moment later.
 void FtpFamily::Discard(const std::string& temporary, bool sent) {
@@ -121,8 +129,9 @@ bool FtpFamily::Upload(const std::string& serverPath, int fd, std::uint64_t size
   if (!CheckPath(serverPath)) return false;
   if (serverPath.back() == '/') return Fail(EISDIR, core::kErrFileExpected);
   Flow flow(fd, size, progress, cancel, readSize);
-  const std::string temporary = TemporaryPathBeside(serverPath);
+  const std::string temporary = UploadPathBeside(serverPath);
   connection_.Watch(&flow);
+  RemoveLeftoversBeside(serverPath);
   const bool sent = Send(temporary, &flow);
   connection_.Watch(nullptr);
   if (sent && Publish(temporary, serverPath, &flow)) return true;

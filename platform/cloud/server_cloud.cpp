@@ -34,4 +34,10 @@ bool ServerCloud::CheckPath(const std::string& path) {
   return IsSendablePath(path) || Fail(EILSEQ, core::kErrIllegalName);
 }
 
+void ServerCloud::RemoveLeftoversBeside(const std::string& path) {
+  const std::string folder = FolderOf(path);
+  if (!seen_.Add(folder)) return;
+  for (const std::string& name : LeftoversIn(folder)) RemoveLeftover(folder + name);
+}
+
 }  // namespace TAVOCloud

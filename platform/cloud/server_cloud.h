@@ -2,10 +2,12 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "cloud/cloud.h"
 #include "failure.h"
 #include "flow.h"
+#include "leftovers.h"
 
 namespace TAVOCloud {
 
@@ -20,11 +22,21 @@ class ServerCloud : public Cloud {
   bool Fail(const Failure& failure, const std::string& words);
   // For what failed on this machine.
   bool FailLocally(const Flow& flow);
+  // Carries no data, only the order to stop (see StopWhen).
+  Flow StopOnly() const { return {-1, 0, nullptr, cancel_, nullptr}; }
   // Begins an operation: whether the path may be sent at all.
   bool CheckPath(const std::string& path);
+  // Removes, once for each folder, what uploads of ended processes have left beside the
+  // path. Tries it only: errors are not told.
+  void RemoveLeftoversBeside(const std::string& path);
 
  private:
+  // Names of abandoned uploads in a folder, whose path ends with a slash. Asked once.
+  virtual std::vector<std::string> LeftoversIn(const std::string& folder) = 0;
+  virtual void RemoveLeftover(const std::string& path) = 0;
+
   const char* source_;
+  SeenFolders seen_;
 };
 
 }  // namespace TAVOCloud

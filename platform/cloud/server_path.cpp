@@ -1,8 +1,5 @@
 #include "server_path.h"
 
-#include <cstdint>
-#include <cstdio>
-#include <random>
 #include <string_view>
 
 namespace TAVOCloud {
@@ -49,14 +46,5 @@ std::string Quoted(const std::string& path) {
 }
 
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
-
-std::string TemporaryPathBeside(const std::string& path) {
-  std::random_device random;
-  const std::uint64_t number = (static_cast<std::uint64_t>(random()) << 32U) | random();
-  char name[40];
-  std::snprintf(name, sizeof name, ".fennox-upload-%016llx",
-                static_cast<unsigned long long>(number));
-  return FolderOf(path) + name;
-}
 
 }  // namespace TAVOCloud

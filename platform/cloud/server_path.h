@@ -21,7 +21,4 @@ std::string Quoted(const std::string& path);
 // The folder of a path, with its last slash.
 std::string FolderOf(const std::string& path);
 
-// A new name, beside `path`, for what is not complete yet.
-std::string TemporaryPathBeside(const std::string& path);
-
 }  // namespace TAVOCloud

@@ -58,11 +58,15 @@ class WebDav final : public ServerCloud {
   WebDavAnswer LookOnce(const std::string& path, DavEntry* entry);
   WebDavAnswer Look(const std::string& path, DavEntry* entry);
 
+  std::vector<std::string> LeftoversIn(const std::string& folder) override;
+  void RemoveLeftover(const std::string& path) override;
+
   bool Receive(const std::string& path, Flow* flow);
   bool Deliver(const std::string& temporary, Flow* flow);
   bool Confirm(const std::string& path, std::uint64_t size);
   WebDavAnswer Place(const std::string& temporary, const std::string& target, bool* folder);
   bool Publish(const std::string& temporary, const std::string& target, std::uint64_t size);
+  bool CopyFile(const std::string& from, const std::string& to, std::uint64_t size, Flow* flow);
   void Discard(const std::string& temporary, bool sent);
 
   WebDavSession session_;

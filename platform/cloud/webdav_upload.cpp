@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "core/error.h"
-#include "server_path.h"
+#include "leftovers.h"
 #include "webdav.h"
 
 namespace TAVOCloud {
@@ -66,6 +66,23 @@ bool WebDav::Publish(const std::string& temporary, const std::string& target, st
   return Fail(answer);
 }
 
+std::vector<std::string> WebDav::LeftoversIn(const std::string& folder) {
+  std::vector<DavEntry> entries;
+  session_.curl().Hurry(true);
+  (void)List(folder, "1", &entries);
+  session_.curl().Hurry(false);
+  std::vector<std::string> names;
+  for (const DavEntry& entry : entries) {
+    std::string name = entry.path.substr(entry.path.rfind('/') + 1);
+    if (!entry.folder && IsAbandonedUpload(name)) names.push_back(std::move(name));
+  }
+  return names;
+}
+
+void WebDav::RemoveLeftover(const std::string& path) {
+  (void)session_.Send(session_.RequestFor("DELETE", path));
+}
+
 // Keeps the reason of the failure that led here. A server that was told to stop may
 // make the file a moment later.
 void WebDav::Discard(const std::string& temporary, bool sent) {
@@ -85,8 +102,9 @@ bool WebDav::Upload(const std::string& serverPath, int fd, std::uint64_t size, P
   if (!CheckPath(serverPath)) return false;
   if (serverPath.back() == '/') return Fail(EISDIR, core::kErrFileExpected);
   Flow flow(fd, size, progress, cancel, readSize);
-  const std::string temporary = TemporaryPathBeside(serverPath);
+  const std::string temporary = UploadPathBeside(serverPath);
   session_.curl().Watch(&flow);
+  RemoveLeftoversBeside(serverPath);
   const bool sent = Deliver(temporary, &flow) && Confirm(temporary, size);
   session_.curl().Watch(nullptr);
   if (sent && Publish(temporary, serverPath, size)) return true;
@@ -95,25 +113,39 @@ bool WebDav::Upload(const std::string& serverPath, int fd, std::uint64_t size, P
   return false;
 }
 
-bool WebDav::CopyOnServer(const std::string& from, const std::string& to) {
-  if (!CheckPath(from) || !CheckPath(to)) return false;
-  DavEntry source;
-  WebDavAnswer answer = Look(from, &source);
-  if (!answer.Succeeded()) return Fail(answer);
-  if (source.folder) {
-    answer = Persist([&](int) { return Relocate("COPY", from, to, Taken::kRefuse); },
-                     Again::kAfterRefusal);
-    return answer.Succeeded() || Fail(answer);
-  }
-  if (!source.size) return Fail(EIO, core::kErrInputOutput);
-  const std::string temporary = TemporaryPathBeside(to);
-  answer = Persist([&](int attempt) {
+// The flow is watched until the copy is there.
+bool WebDav::CopyFile(const std::string& from, const std::string& to, std::uint64_t size,
+                      Flow* flow) {
+  const std::string temporary = UploadPathBeside(to);
+  RemoveLeftoversBeside(to);
+  const WebDavAnswer answer = Persist([&](int attempt) {
     return Relocate("COPY", from, temporary, attempt > 1 ? Taken::kReplace : Taken::kRefuse);
   });
-  const bool sent = answer.Succeeded() ? Confirm(temporary, *source.size) : Fail(answer);
-  if (sent && Publish(temporary, to, *source.size)) return true;
+  const bool sent = answer.Succeeded() ? Confirm(temporary, size) : Fail(answer);
+  session_.curl().Watch(nullptr);
+  if (sent && Publish(temporary, to, size)) return true;
+  if (flow->error() != 0) FailLocally(*flow);
   Discard(temporary, sent);
   return false;
+}
+
+bool WebDav::CopyOnServer(const std::string& from, const std::string& to) {
+  if (!CheckPath(from) || !CheckPath(to)) return false;
+  Flow flow = StopOnly();
+  session_.curl().Watch(&flow);
+  DavEntry source;
+  WebDavAnswer answer = Look(from, &source);
+  if (answer.Succeeded() && !source.folder && source.size) {
+    return CopyFile(from, to, *source.size, &flow);
+  }
+  if (answer.Succeeded() && source.folder) {
+    answer = Persist([&](int) { return Relocate("COPY", from, to, Taken::kRefuse); },
+                     Again::kAfterRefusal);
+  }
+  session_.curl().Watch(nullptr);
+  if (flow.error() != 0) return FailLocally(flow);
+  if (!answer.Succeeded()) return Fail(answer);
+  return source.folder || Fail(EIO, core::kErrInputOutput);
 }
 
 }  // namespace TAVOCloud

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <fstream>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -104,6 +106,17 @@ std::optional<std::uint64_t> ProcessStartTime(pid_t pid) {
 bool ProcessRuns(pid_t pid, std::uint64_t start) {
   const auto running = ProcessStartTime(pid);
   return running && *running == start;
+}
+
+std::uint32_t MachineId() {
+  static const std::uint32_t id = [] {
+    std::string text;
+    std::ifstream("/etc/machine-id") >> text;
+    char link[64] = {};
+    if (readlink("/proc/self/ns/pid", link, sizeof link - 1) > 0) text += link;
+    return static_cast<std::uint32_t>(std::hash<std::string>{}(text));
+  }();
+  return id;
 }
 
 void OpenLog(const char* ident, bool to_stderr) {

@@ -11,8 +11,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fstream>
-#include <functional>
 
 #include "core/process.h"
 #include "core/unique_fd.h"
@@ -26,18 +24,6 @@ constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
 // Whether a process elsewhere still runs cannot be asked; after this long
 // without a change nobody waits for it.
 constexpr std::time_t kForeignAge = 7 * 24 * 3600;
-
-// Tells process ids apart that come from different machines or containers.
-std::uint32_t MachineId() {
-  static const std::uint32_t id = [] {
-    std::string text;
-    std::ifstream("/etc/machine-id") >> text;
-    char link[64] = {};
-    if (::readlink("/proc/self/ns/pid", link, sizeof link - 1) > 0) text += link;
-    return static_cast<std::uint32_t>(std::hash<std::string>{}(text));
-  }();
-  return id;
-}
 
 struct Parts {
   std::uint32_t machine;
@@ -94,7 +80,7 @@ std::string MakeTempName() {
   thread_local Parts parts{};
   const auto pid = static_cast<std::uint32_t>(::getpid());
   if (parts.pid != pid) {  // the first name, or the first one after a fork
-    parts.machine = MachineId();
+    parts.machine = core::MachineId();
     parts.pid = pid;
     parts.start = core::ProcessStartTime(::getpid()).value_or(0);
     if (::getrandom(&parts.number, sizeof parts.number, 0) < 0) {
@@ -108,7 +94,7 @@ std::string MakeTempName() {
 TempOwner OwnerOfTempName(const char* name) {
   Parts parts;
   if (!Parse(name, &parts)) return TempOwner::kNone;
-  if (parts.machine != MachineId()) return TempOwner::kForeign;
+  if (parts.machine != core::MachineId()) return TempOwner::kForeign;
   const bool runs = core::ProcessRuns(static_cast<pid_t>(parts.pid), parts.start);
   return runs ? TempOwner::kLiving : TempOwner::kGone;
 }

@@ -141,6 +141,7 @@ TEST_F(DropboxTest, TakenNamesAreReplacedOrRefused) {
   ASSERT_TRUE(Upload("Dir/inside", "kept"));
   ASSERT_TRUE(Upload("one", "1"));
   ASSERT_TRUE(Upload("two", "old"));
+  WriteFile(AbandonedUploadBeside(Path("two")), "");
   const auto refused = [](bool done, int core) { return !done && VLIBCErrGet() == core; };
   EXPECT_TRUE(refused(cloud_->MakeFolder("/dir"), core::kErrExists)) << "whatever the case";
   EXPECT_TRUE(refused(cloud_->MakeFolder("/one"), core::kErrExists));
@@ -160,6 +161,11 @@ TEST_F(DropboxTest, TakenNamesAreReplacedOrRefused) {
   EXPECT_TRUE(refused(cloud_->Stat("/one/", &size, &folder), core::kErrFolderExpected));
   EXPECT_EQ(ReadAll(Path("two")), "old");
 
+  cloud_->StopWhen([] { return 1; });
+  EXPECT_FALSE(cloud_->CopyOnServer("/one", "/two"));
+  EXPECT_EQ(errno, ECANCELED);
+  EXPECT_EQ(ReadAll(Path("two")), "old");
+  cloud_->StopWhen(nullptr);
   ASSERT_TRUE(cloud_->CopyOnServer("/one", "/two")) << std::hex << VLIBCErrGet();
   EXPECT_EQ(ReadAll(Path("two")), "1");
   ASSERT_TRUE(cloud_->Rename("/one", "/ONE")) << std::hex << VLIBCErrGet();

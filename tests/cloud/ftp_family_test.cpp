@@ -99,6 +99,10 @@ TEST_P(FtpFamilyTest, ABrokenConnectionIsTakenUpWhereItStopped) {
   EXPECT_EQ(watch.counted, kBig);
 }
 
+TEST_P(FtpFamilyTest, AnUploadRemovesWhatEndedProcessesLeft) {
+  ExpectAnUploadToRemoveWhatOthersHaveLeft();
+}
+
 TEST_P(FtpFamilyTest, AServerThatIsGoneFailsTheTransferInTheEnd) {
   ExpectALostServerToLeaveTheOldFile();
 }

@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -13,6 +15,7 @@
 
 #include "core/error.h"
 #include "core/unique_fd.h"
+#include "leftovers.h"
 
 using TAVOCloud::Cloud;
 using testing::ElementsAre;
@@ -46,6 +49,23 @@ void WriteFile(const std::filesystem::path& path, const std::string& text, unsig
 std::string ReadAll(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string AbandonedUploadBeside(const std::string& path) {
+  std::array<int, 2> ends{};
+  if (pipe(ends.data()) != 0) return {};
+  const pid_t child = fork();
+  if (child == 0) {
+    const std::string name = TAVOCloud::UploadPathBeside(path);
+    _exit(write(ends[1], name.data(), name.size()) < 0 ? 1 : 0);
+  }
+  close(ends[1]);
+  std::string name(4096, '\0');
+  const ssize_t got = read(ends[0], name.data(), name.size());
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  name.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+  return name;
 }
 
 TransferTest::TransferTest() {
@@ -159,4 +179,16 @@ void TransferTest::ExpectALostServerToLeaveTheOldFile() {
   EXPECT_FALSE(Download("file", 3, &copy));
   EXPECT_EQ(VLIBCErrGet(), core::kErrHostDown);
   EXPECT_EQ(errno, ECONNREFUSED);
+}
+
+void TransferTest::ExpectAnUploadToRemoveWhatOthersHaveLeft() {
+  const std::string living = TAVOCloud::UploadPathBeside(Path("file"));
+  const std::string aside = TAVOCloud::AsidePathBeside(Path("file"));
+  const std::string gone = AbandonedUploadBeside(Path("file"));
+  for (const std::string& path : {living, aside, gone}) WriteFile(path, "x");
+  ASSERT_TRUE(Upload("file", "text")) << std::hex << VLIBCErrGet();
+  EXPECT_FALSE(std::filesystem::exists(gone));
+  EXPECT_TRUE(std::filesystem::exists(living));
+  EXPECT_TRUE(std::filesystem::exists(aside)) << "it may be the only copy";
+  EXPECT_EQ(ReadAll(Path("file")), "text");
 }

@@ -33,6 +33,9 @@ void WriteFile(const std::filesystem::path& path, const std::string& text, unsig
 std::string RandomText(std::size_t length);
 std::string ReadAll(const std::filesystem::path& path);
 
+// The path of an upload whose process has ended.
+std::string AbandonedUploadBeside(const std::string& path);
+
 class TransferTest : public testing::Test {
  protected:
   TransferTest();
@@ -54,6 +57,7 @@ class TransferTest : public testing::Test {
   // it serves.
   void ExpectAStopToLeaveTheOldFile(const std::function<std::vector<std::string>()>& names);
   void ExpectALostServerToLeaveTheOldFile();
+  void ExpectAnUploadToRemoveWhatOthersHaveLeft();
 
   std::filesystem::path folder_;
   std::filesystem::path data_;

@@ -238,6 +238,11 @@ TEST_F(WebDavTest, AFileThatChangesIsNeverTakenForWhole) {
   EXPECT_THAT(OurNames(), ElementsAre("file"));
 }
 
+TEST_F(WebDavTest, AnUploadRemovesWhatEndedProcessesLeft) {
+  if (!StartApache()) GTEST_SKIP() << kNoApache;
+  ExpectAnUploadToRemoveWhatOthersHaveLeft();
+}
+
 TEST_F(WebDavTest, AServerThatDiesLeavesTheOldFileAndIsToldFromOthers) {
   if (!StartApache()) GTEST_SKIP() << kNoApache;
   core::RemoteConfig remote = server_.remote();
@@ -348,6 +353,10 @@ TEST_F(WebDavTest, AStopIsHeardWhileTheServerIsSilent) {
   };
   EXPECT_FALSE(Cloud::DownloadFile(cloud_.get(), cloud_->GetServerID() + "file", fd.get(), 100,
                                    nullptr, stop_soon, nullptr));
+  EXPECT_EQ(errno, ECANCELED);
+  begin = std::chrono::steady_clock::now();
+  cloud_->StopWhen(stop_soon);
+  EXPECT_FALSE(cloud_->CopyOnServer(Path("file"), Path("copy")));
   EXPECT_EQ(errno, ECANCELED);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30))
       << "not by the library's own patience";

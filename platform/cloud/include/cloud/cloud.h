@@ -55,6 +55,10 @@ class Cloud {
   static void InitCurlGlobal();
   static void CleanupCurlGlobal();
 
+  // For what has no such function of its own, the copies on the server: `cancel` ends
+  // them within a second when it answers non-zero. Null: nothing does.
+  void StopWhen(CancelFn cancel) { cancel_ = cancel; }
+
   // The path on the server of a path on the mount, PROTOCOL://NAME/rest, its rest in
   // bytes as they stand there; an absolute path is one already. Empty for a path on
   // another mount.
@@ -68,6 +72,7 @@ class Cloud {
  protected:
   std::string serverId_;
   int errorCode_ = 0;
+  CancelFn cancel_ = nullptr;
 };
 
 class Dropbox {

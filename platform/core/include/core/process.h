@@ -24,6 +24,9 @@ std::optional<std::uint64_t> ProcessStartTime(pid_t pid);
 // True while the process lives that had this pid and start time.
 [[nodiscard]] bool ProcessRuns(pid_t pid, std::uint64_t start);
 
+// Tells apart process ids that come from different machines or containers.
+std::uint32_t MachineId();
+
 // Opens the system log under `ident` (must outlive the process); with
 // `to_stderr` every line is also written to standard error, and detached
 // children keep that stream.

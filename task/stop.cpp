@@ -22,8 +22,7 @@ bool EndWorker() {
     LogError(2098, "Failed to get json data");
     return false;
   }
-  const int pid = PidMemberOf(data);
-  return pid > 0 && DoKill(pid);
+  return DoKill(PidMemberOf(data));
 }
 
 // A task that the user does not have counts as stopped. _task keeps its value

@@ -12,6 +12,7 @@
 
 #include "core/config.h"
 #include "core/process.h"
+#include "scripted_faults.h"
 #include "webapi/api_table.h"
 #include "webapi/module_state.h"
 
@@ -138,6 +139,7 @@ void ModuleTest::SetUp() {
 }
 
 void ModuleTest::TearDown() {
+  faults = {};
   handler_.reset();
   delete _task;
   _task = nullptr;

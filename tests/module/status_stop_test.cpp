@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "module_fixture.h"
+#include "scripted_faults.h"
 #include "tasks/store.h"
 #include "webapi/module_state.h"
 
@@ -134,6 +135,30 @@ TEST_F(StatusStopTest, StopOfATaskThatCannotBeStopped) {
     const std::string id = Stored(Parse(data), 0, false);
     EXPECT_EQ(Serve("stop", TaskId(id)).code, 401) << data;
     EXPECT_FALSE(Exists(id)) << data;
+  }
+}
+
+TEST_F(StatusStopTest, DataThatCannotBeReadIsLogged) {
+  struct {
+    const char* method;
+    bool pidCame;
+    const char* line;
+    const char* ending;
+  } const cases[] = {
+      {"status", false, "2009 Failed to get json data, Fennox_", ".\n"},
+      {"status", true, "2015 Failed to get json data", "\n"},
+      {"stop", false, "2090 Failed to get json data", "\n"},
+      {"stop", true, "2098 Failed to get json data", "\n"},
+  };
+  for (const auto& c : cases) {
+    const std::string id = Stored(Json::Value(), 0, false);
+    faults.dataWait = [&](KVX::Task*) { return c.pidCame; };
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Serve(c.method, TaskId(id)).code, 401) << c.line;
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find(std::string("TAVO.Fennox.CopyMove:") + c.line), std::string::npos) << log;
+    EXPECT_TRUE(log.ends_with(c.ending) && log.find('\n') == log.size() - 1) << log;
+    EXPECT_EQ(Exists(id), c.method == std::string("status"));
   }
 }
 

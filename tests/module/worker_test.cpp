@@ -1,4 +1,5 @@
 // The worker from its start to its end.
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -7,6 +8,7 @@
 
 #include "module_fixture.h"
 #include "scripted_action.h"
+#include "scripted_faults.h"
 #include "task/start_context.h"
 #include "task/worker_callbacks.h"
 #include "tasks/store.h"
@@ -167,13 +169,41 @@ TEST_F(WorkerTest, ExceptionInAPassFailsTheTask) {
   EXPECT_EQ(Stored().progress, -1.0);
 }
 
-TEST_F(WorkerTest, UnknownLoginUserEndsTheRun) {
-  start_.userName = "no-such-user-here";
-  const std::string log =
-      Run([](FennoxMVCPHandler&, EntryMap&, bool) -> std::int64_t { return 0; });
-  EXPECT_NE(log.find("TAVO.Fennox.CopyMove:597 Fail to get user ID of no-such-user-here\n"),
-            std::string::npos);
-  EXPECT_FALSE(Stored().finished);
+TEST_F(WorkerTest, RunThatCannotGoOnIsLoggedAndLeavesItsRecord) {
+  const std::pair<std::string, std::function<void()>> cases[] = {
+      {"577 Failed to add task to queue, dest: " + Share("backup").string(),
+       [&] {
+         start_.srcIsVfs = true;
+         std::filesystem::create_directories(root() / "state/run/vfs-queue");
+       }},
+      {"597 Fail to get user ID of no-such-user-here",
+       [&] {
+         start_.srcIsVfs = false;
+         start_.userName = "no-such-user-here";
+       }},
+      {"657 Failed to write progress.",
+       [&] {
+         start_.userName = CurrentUser();
+         sqlite3* store = nullptr;
+         const auto file = root() / "state/users" / CurrentUser() / "tasks.db";
+         ASSERT_EQ(sqlite3_open(file.c_str(), &store), SQLITE_OK);
+         EXPECT_EQ(sqlite3_exec(store,
+                                "CREATE TRIGGER fault BEFORE UPDATE OF finished ON tasks "
+                                "BEGIN SELECT RAISE(ABORT, 'fault'); END",
+                                nullptr, nullptr, nullptr),
+                   SQLITE_OK);
+         sqlite3_close(store);
+       }},
+  };
+  for (const auto& [line, spoil] : cases) {
+    NewTask(Parse(R"({"pid":1})"));
+    spoil();
+    const std::string log =
+        Run([](FennoxMVCPHandler&, EntryMap&, bool) -> std::int64_t { return 0; });
+    EXPECT_NE(log.find("TAVO.Fennox.CopyMove:" + line + "\n"), std::string::npos) << log;
+    EXPECT_FALSE(Stored().finished);
+    EXPECT_FALSE(Stored().data.isMember("notification_arg1"));
+  }
 }
 
 TEST_F(WorkerTest, TaskOnARemoteMountWaitsForItsTurn) {
@@ -228,6 +258,32 @@ TEST_F(WorkerTest, OnlySigtermAsksForAStop) {
   EXPECT_EQ(_cancelRequested, 1);
   MVCPRemoveTask();
   EXPECT_THROW(StoredData(), KVX::TaskError);
+}
+
+TEST_F(WorkerTest, StartThatFailsLeavesNoTask) {
+  _task->remove();
+  delete std::exchange(_task, nullptr);
+  WriteFile(root() / "mount-nas/a", "a");
+  struct {
+    const char* params;
+    const char* refusedProtocol;
+    int code;
+    const char* logged;
+  } const cases[] = {
+      {R"({"path":"/docs/a","dest_folder_path":"/backup"})", "", 401,
+       "TAVO.Fennox.CopyMove:551 Failed to fork().\n"},
+      {R"({"path":"sftp://nas/a","dest_folder_path":"/backup"})", "sftp", 407, ""},
+      {R"({"path":"/docs/a","dest_folder_path":"dropbox://box/"})", "dropbox", 407, ""},
+  };
+  for (const auto& c : cases) {
+    faults = {true, c.refusedProtocol, nullptr};
+    testing::internal::CaptureStderr();
+    const Outcome refused = Serve("start", Parse(c.params));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(c.logged), std::string::npos) << c.code;
+    EXPECT_EQ(refused.code, c.code) << c.params;
+    EXPECT_EQ(refused.data, Json::Value());
+    EXPECT_TRUE(tasks::List(CurrentUser()).empty());
+  }
 }
 
 TEST_F(WorkerTest, StartRunsItsTaskInTheBackground) {

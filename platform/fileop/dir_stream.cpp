@@ -46,6 +46,7 @@ bool DirStream::Next(int fd, Entry* entry) {
     position_ = raw.next;
     entry->name = record + kNameOffset;
     entry->type = raw.type;
+    entry->inode = raw.inode;
     if (!IsDots(entry->name)) return true;
   }
 }

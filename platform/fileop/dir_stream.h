@@ -15,6 +15,7 @@ class DirStream {
   struct Entry {
     const char* name;    // valid until the next call
     unsigned char type;  // DT_…, DT_UNKNOWN when the file system does not say
+    ino_t inode;
   };
 
   DirStream() = default;

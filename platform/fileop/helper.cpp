@@ -14,28 +14,30 @@ Helper::~Helper() {
     stop_ = true;
   }
   posted_.notify_all();
-  if (thread_.joinable()) thread_.join();
+  for (std::thread& thread : threads_) thread.join();
 }
 
-bool Helper::Start() {
-  if (thread_.joinable()) return true;
-  if (failed_) return false;
+// False when there is no thread at all.
+bool Helper::Start(std::size_t threads) {
+  if (threads_.size() >= threads || failed_) return !threads_.empty();
   // Signals are for the calling thread, whose waits they have to interrupt.
   sigset_t all;
   sigset_t before;
   ::sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
   try {
-    thread_ = std::thread([this] { Loop(); });
+    while (threads_.size() < threads) {
+      threads_.emplace_back([this, first = threads_.empty()] { Loop(first); });
+    }
   } catch (const std::system_error&) {
     failed_ = true;
   }
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return !failed_;
+  return !threads_.empty();
 }
 
 bool Helper::Post(const std::shared_ptr<Work>& work) {
-  if (!Start()) return false;
+  if (!Start(1)) return false;
   const std::lock_guard<std::mutex> lock(mutex_);
   if (queue_.size() >= kMostQueued) return false;
   queue_.push_back(work);
@@ -44,50 +46,69 @@ bool Helper::Post(const std::shared_ptr<Work>& work) {
 }
 
 void Helper::Wake() {
+  const bool all = slow();
+  if (all) (void)Start(kMostThreads);
   bool asleep = false;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    asleep = sleeping_ && !queue_.empty();
+    asleep = sleeping_ > 0 && !queue_.empty();
   }
-  if (asleep) posted_.notify_one();
+  if (!asleep) return;
+  if (all) {
+    posted_.notify_all();
+  } else {
+    posted_.notify_one();
+  }
+}
+
+// With the lock held.
+std::shared_ptr<Work> Helper::Take() {
+  if (queue_.empty()) return nullptr;
+  std::shared_ptr<Work> work = std::move(queue_.front());
+  queue_.pop_front();
+  queued_ = queue_.size();
+  return work;
+}
+
+bool Helper::LendHand() {
+  if (queued_ == 0) return false;
+  std::shared_ptr<Work> work;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    work = Take();
+  }
+  if (work == nullptr) return false;
+  work->Do();
+  return true;
 }
 
 void Helper::Drain() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  while (!queue_.empty()) {
-    const std::shared_ptr<Work> work = std::move(queue_.front());
-    queue_.pop_front();
-    queued_ = queue_.size();
-    lock.unlock();
-    work->Do();
-    lock.lock();
+  while (LendHand()) {
   }
-  idle_.wait(lock, [this] { return !busy_; });
+  std::unique_lock<std::mutex> lock(mutex_);
+  idle_.wait(lock, [this] { return busy_ == 0; });
 }
 
-void Helper::Loop() {
+void Helper::Loop(bool first) {
   ::pthread_setname_np(::pthread_self(), "fileop-helper");
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
-    if (queue_.empty() && !stop_) {
+    if (first && queue_.empty() && !stop_) {
       lock.unlock();
       SpinBriefly([this] { return queued_ > 0; });
       lock.lock();
     }
-    sleeping_ = true;
+    ++sleeping_;
     posted_.wait(lock, [this] { return stop_ || !queue_.empty(); });
-    sleeping_ = false;
-    if (queue_.empty()) return;
-    std::shared_ptr<Work> work = std::move(queue_.front());
-    queue_.pop_front();
-    queued_ = queue_.size();
-    busy_ = true;
+    --sleeping_;
+    std::shared_ptr<Work> work = Take();
+    if (work == nullptr) return;
+    ++busy_;
     lock.unlock();
     work->Do();
     work.reset();
     lock.lock();
-    busy_ = false;
-    if (queue_.empty()) idle_.notify_all();
+    if (--busy_ == 0 && queue_.empty()) idle_.notify_all();
   }
 }
 

@@ -1,5 +1,6 @@
-// A second thread that works ahead of and behind the calling thread. It never
-// calls a hook and ends with the object.
+// Threads that work ahead of and behind the calling thread: one, and more while the
+// source's device has to be waited for. They never call a hook and end with the
+// object.
 #pragma once
 
 #include <atomic>
@@ -9,10 +10,11 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace fileop {
 
-// A piece of work that either thread may do. Done exactly once, whoever calls.
+// A piece of work that any thread may do. Done exactly once, whoever calls.
 class Work {
  public:
   virtual ~Work() = default;
@@ -35,32 +37,43 @@ class Helper {
   Helper& operator=(const Helper&) = delete;
 
   // Hands work over; it is begun in the order in which it was posted. False when
-  // the thread has enough to do, or cannot be started: the caller does it.
+  // there is enough to do, or no thread can be started: the caller does it.
   [[nodiscard]] bool Post(const std::shared_ptr<Work>& work);
 
-  // Wakes the thread for what was posted. Waking costs more than a small piece
-  // of work, so it is done once for several.
+  // Wakes a thread for what was posted, or all of them while the device is waited
+  // for. Waking costs more than a small piece of work, so it is done once for several.
   void Wake();
+
+  // Does one piece of posted work. False when there is none.
+  bool LendHand();
 
   // Returns when all posted work is done; lends a hand meanwhile.
   void Drain();
 
- private:
-  bool Start();
-  void Loop();
+  // Whether the latest read had to wait for the device. Any thread may tell.
+  void TellSlow(bool slow) { slow_.store(slow, std::memory_order_relaxed); }
+  bool slow() const { return slow_.load(std::memory_order_relaxed); }
 
-  static constexpr std::size_t kMostQueued = 64;
+ private:
+  bool Start(std::size_t threads);
+  void Loop(bool first);
+  std::shared_ptr<Work> Take();
+
+  static constexpr std::size_t kMostQueued = 128;
+  // As many reads as a device is given at once.
+  static constexpr std::size_t kMostThreads = 8;
 
   std::mutex mutex_;
   std::condition_variable posted_;
   std::condition_variable idle_;
   std::deque<std::shared_ptr<Work>> queue_;
   std::atomic<std::size_t> queued_{0};  // queue_'s size, for looking without the lock
-  bool busy_ = false;
-  bool sleeping_ = false;
+  std::size_t busy_ = 0;
+  std::size_t sleeping_ = 0;
   bool stop_ = false;
   bool failed_ = false;
-  std::thread thread_;
+  std::atomic<bool> slow_{false};
+  std::vector<std::thread> threads_;
 };
 
 }  // namespace fileop

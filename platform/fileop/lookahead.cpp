@@ -1,8 +1,10 @@
 #include "lookahead.h"
 
 #include <fcntl.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "regular_file.h"
@@ -11,7 +13,24 @@ namespace fileop {
 namespace {
 
 // The first files of a folder come before any help could.
-constexpr std::size_t kAlone = 4;
+constexpr std::size_t kAlone = 2;
+// How far a larger file is asked for before its turn when its device is slow.
+constexpr std::size_t kLargestHint = std::size_t{1} << 20;
+
+constexpr off_t kSmallestPage = 4096;
+
+// Reads without waiting for a device: -1 with EAGAIN, or short, where it would have to.
+ssize_t ReadAtOnce(int fd, char* data, std::size_t size) {
+  const iovec part{data, size};
+  return ::preadv2(fd, &part, 1, 0, RWF_NOWAIT);
+}
+
+// Whether a read that did not wait and stopped at `size` stopped at the file's end, and
+// not where nothing more was in memory.
+bool EndsThere(int fd, off_t size) {
+  char more = 0;
+  return size % kSmallestPage != 0 || ::pread(fd, &more, 1, size) == 0;
+}
 
 }  // namespace
 
@@ -23,28 +42,45 @@ bool IsFolder(int parent, const char* name, unsigned char type) {
 
 void AheadFile::Do() {
   int expected = kWaiting;
-  if (!state_.compare_exchange_strong(expected, kClaimed)) {
-    SpinBriefly([this] { return state_.load(std::memory_order_acquire) == kDone; });
-    state_.wait(kClaimed, std::memory_order_acquire);
-    return;
+  if (!state_.compare_exchange_strong(expected, kClaimed)) return;
+  Open();
+  state_.store(kDone, std::memory_order_release);
+  state_.notify_all();
+}
+
+void AheadFile::Await() {
+  Do();
+  const auto done = [this] { return state_.load(std::memory_order_acquire) == kDone; };
+  // Other reads may take longer than this one.
+  while (!done() && !helper_->slow() && helper_->LendHand()) {
   }
+  SpinBriefly(done);
+  state_.wait(kClaimed, std::memory_order_acquire);
+}
+
+void AheadFile::Open() {
   fd.reset(OpenQuietly(place_.from, name_.c_str()));
   if (fd.valid() && ::fstat(fd.get(), &st) != 0) fd.reset();
   if (fd.valid() && S_ISREG(st.st_mode) && st.st_size > 0) {
-    if (st.st_size <= Lookahead::kLargestRead) ReadWhole();
+    if (st.st_size <= Lookahead::kLargestRead) {
+      ReadWhole();
+    } else if (helper_->slow()) {
+      (void)::readahead(fd.get(), 0, kLargestHint);
+    }
     MakeTarget();
   }
-  state_.store(kDone, std::memory_order_release);
-  state_.notify_all();
 }
 
 void AheadFile::ReadWhole() {
   const bool holes = static_cast<off_t>(st.st_blocks) * 512 < st.st_size;
   if (holes) return;
   // One byte more than there should be: a short answer proves the end.
-  data.resize(static_cast<std::size_t>(st.st_size) + 1);
-  whole = ::pread(fd.get(), data.data(), data.size(), 0) == st.st_size;
-  data.resize(static_cast<std::size_t>(st.st_size));
+  const std::size_t size = static_cast<std::size_t>(st.st_size) + 1;
+  data_ = std::make_unique_for_overwrite<char[]>(size);
+  const ssize_t at_once = ReadAtOnce(fd.get(), data_.get(), size);
+  whole = at_once == st.st_size && EndsThere(fd.get(), st.st_size);
+  if (at_once >= 0 || errno == EAGAIN) helper_->TellSlow(at_once < st.st_size);
+  if (!whole) whole = ::pread(fd.get(), data_.get(), size, 0) == st.st_size;
 }
 
 void AheadFile::MakeTarget() {
@@ -54,7 +90,9 @@ void AheadFile::MakeTarget() {
 }
 
 bool Lookahead::Next(const AheadPlace& place, DirStream* stream, Entry* entry, bool* folders) {
-  if (entries_.size() <= kEntries / 2 && !ended_) Fill(place, stream, folders);
+  if (entries_.size() <= kEntries / 2 && !(ended_ && next_ == listed_.size())) {
+    Fill(place, stream, folders);
+  }
   if (entries_.empty()) {
     const int error = error_;
     Clear();
@@ -66,21 +104,33 @@ bool Lookahead::Next(const AheadPlace& place, DirStream* stream, Entry* entry, b
   return true;
 }
 
-void Lookahead::Fill(const AheadPlace& place, DirStream* stream, bool* folders) {
+// Reads the next stretch. False when nothing is left.
+bool Lookahead::List(const AheadPlace& place, DirStream* stream, bool* folders) {
+  listed_.clear();
+  next_ = 0;
   DirStream::Entry found;
-  while (entries_.size() < kEntries) {
+  while (!ended_ && listed_.size() < kStretch) {
     if (!stream->Next(place.from, &found)) {
       ended_ = true;
       error_ = errno;
-      break;
-    }
-    if (IsFolder(place.from, found.name, found.type)) {
+    } else if (IsFolder(place.from, found.name, found.type)) {
       *folders = true;
-      continue;
+    } else {
+      listed_.push_back({found.name, found.type, found.inode});
     }
-    Entry entry{found.name, found.type, nullptr};
+  }
+  std::sort(listed_.begin(), listed_.end(),
+            [](const Listed& a, const Listed& b) { return a.inode < b.inode; });
+  return !listed_.empty();
+}
+
+void Lookahead::Fill(const AheadPlace& place, DirStream* stream, bool* folders) {
+  while (entries_.size() < kEntries) {
+    if (next_ == listed_.size() && !List(place, stream, folders)) break;
+    Listed& found = listed_[next_++];
+    Entry entry{std::move(found.name), found.type, nullptr};
     if (place.to != nullptr && found.type == DT_REG && passed_ >= kAlone) {
-      entry.file = std::make_shared<AheadFile>(place, entry.name);
+      entry.file = std::make_shared<AheadFile>(helper_, place, entry.name);
       if (!helper_->Post(entry.file)) entry.file.reset();
     }
     ++passed_;
@@ -97,6 +147,8 @@ void Lookahead::DropTargets() {
 
 void Lookahead::Clear() {
   entries_.clear();
+  listed_.clear();
+  next_ = 0;
   passed_ = 0;
   ended_ = false;
   error_ = 0;

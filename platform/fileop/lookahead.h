@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/unique_fd.h"
@@ -24,20 +25,24 @@ struct AheadPlace {
   const MetadataRules* rules = nullptr;
 };
 
-// One file that will be asked for. Whoever claims it first opens it; the other
-// waits for that.
+// One file that will be asked for. Whoever claims it first opens it.
 class AheadFile : public Work {
  public:
-  AheadFile(const AheadPlace& place, std::string name) : place_(place), name_(std::move(name)) {}
+  AheadFile(Helper* helper, const AheadPlace& place, std::string name)
+      : helper_(helper), place_(place), name_(std::move(name)) {}
 
+  // Opens the file unless somebody else does, or has done, so.
   void Do() override;
 
-  // The result of Do(), once it is there. An invalid descriptor says nothing but
-  // that the file is to be opened again.
+  // Returns when the file is open, by whomever; does other work while it waits.
+  void Await();
+
+  // The result, once it is there. An invalid descriptor says nothing but that the
+  // file is to be opened again.
   core::UniqueFd fd;
   struct stat st {};
-  std::vector<char> data;  // the whole file when `whole`
-  bool whole = false;
+  bool whole = false;  // was read to its end
+  std::string_view content() const { return {data_.get(), static_cast<std::size_t>(st.st_size)}; }
   // The copy, still empty, when it goes into a folder that nobody sees; it is
   // removed unless it is taken.
   PendingFile target;
@@ -45,15 +50,20 @@ class AheadFile : public Work {
  private:
   enum State : int { kWaiting, kClaimed, kDone };
 
+  void Open();
   void ReadWhole();
   void MakeTarget();
 
+  Helper* helper_;
   AheadPlace place_;
   std::string name_;
+  std::unique_ptr<char[]> data_;
   std::atomic<int> state_{kWaiting};
 };
 
-// Reads a folder's listing some entries ahead of the walk; folders are left out.
+// Reads a folder's listing ahead of the walk, a stretch at a time; folders are left
+// out. Within a stretch files come by inode, which is about the order in which they
+// lie on a disk.
 class Lookahead {
  public:
   struct Entry {
@@ -80,11 +90,21 @@ class Lookahead {
   static constexpr off_t kLargestRead = 64 * 1024;
 
  private:
+  struct Listed {
+    std::string name;
+    unsigned char type;
+    ino_t inode;
+  };
+
+  bool List(const AheadPlace& place, DirStream* stream, bool* folders);
   void Fill(const AheadPlace& place, DirStream* stream, bool* folders);
 
-  static constexpr std::size_t kEntries = 16;
+  static constexpr std::size_t kStretch = 1024;
+  static constexpr std::size_t kEntries = 64;
 
   Helper* helper_;
+  std::vector<Listed> listed_;
+  std::size_t next_ = 0;  // of listed_
   std::deque<Entry> entries_;
   std::size_t passed_ = 0;  // entries of this folder so far
   bool ended_ = false;

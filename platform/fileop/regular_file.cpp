@@ -114,7 +114,7 @@ int Finish(Job& job, PendingFile& file) {
 
 std::string_view AheadData(const Job& job) {
   if (job.ahead == nullptr || !job.ahead->whole) return {};
-  return {job.ahead->data.data(), job.ahead->data.size()};
+  return job.ahead->content();
 }
 
 int OpenQuietly(int folder, const char* name) {

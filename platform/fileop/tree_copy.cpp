@@ -151,7 +151,7 @@ void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
   if (!level.fresh && replacements_.Prepare(level.to) == 0) job.replacements = &replacements_;
   if (entry.type == DT_REG) job.st.st_mode = S_IFREG;
   if (entry.file != nullptr) {
-    entry.file->Do();
+    entry.file->Await();
     // What could not be opened ahead is tried again for its error.
     if (entry.file->fd.valid() && S_ISREG(entry.file->st.st_mode)) {
       job.src = std::move(entry.file->fd);

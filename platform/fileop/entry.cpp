@@ -34,7 +34,8 @@ int MakeNode(int folder, const char* name, const void* how) {
 
 int PublishNode(Job& job, PendingFile& node) {
   const MetadataRules& rules = job.request.rules;
-  if (ApplyNodeMetadata(rules, job.st, job.to, node.stands_as().c_str()) < 0) return -1;
+  const Attributed src{job.from.fd.get(), job.name};
+  if (ApplyNodeMetadata(rules, src, job.st, job.to, node.stands_as()) < 0) return -1;
   while (node.Commit(job.to_name, job.replace) != 0) {
     if (errno != EEXIST) return Fail(errno, Side::kDestination);
     if (const auto result = SettleConflict(job)) return *result;

@@ -111,7 +111,7 @@ int ApplyMetadata(const MetadataRules& rules, int src, const struct stat& st, Ta
   const bool is_folder = S_ISDIR(st.st_mode);
   mode_t mode = rules.keep ? st.st_mode & kPermissions : CreationMode(rules, st) & ~rules.mask;
   if (ApplyOwner(rules, st, folder, dst, &mode) < 0) return -1;
-  if (rules.keep && CopyAttributes(src, dst, folder.default_acl) < 0) return -1;
+  if (rules.keep && CopyAttributes({src}, {dst}, folder.default_acl) < 0) return -1;
   // A folder was made with other permissions than it shall have.
   const mode_t made =
       is_folder || folder.default_acl ? kPermissions + 1 : CreationMode(rules, st) & ~rules.mask;
@@ -122,9 +122,10 @@ int ApplyMetadata(const MetadataRules& rules, int src, const struct stat& st, Ta
   return 0;
 }
 
-int ApplyNodeMetadata(const MetadataRules& rules, const struct stat& st, const TargetFolder& folder,
-                      const char* name) {
+int ApplyNodeMetadata(const MetadataRules& rules, const Attributed& src, const struct stat& st,
+                      const TargetFolder& folder, const std::string& made) {
   const int dir = folder.fd.get();
+  const char* name = made.c_str();
   if (rules.as_root || rules.keep_owner) {
     const Owner wanted = WantedOwner(rules, st);
     if (::fchownat(dir, name, wanted.user, wanted.group, AT_SYMLINK_NOFOLLOW) != 0 &&
@@ -133,6 +134,8 @@ int ApplyNodeMetadata(const MetadataRules& rules, const struct stat& st, const T
     }
   }
   if (!rules.keep) return 0;
+  const bool inherits = folder.default_acl && !S_ISLNK(st.st_mode);
+  if (CopyAttributes(src, {dir, made}, inherits) < 0) return -1;
   if (!S_ISLNK(st.st_mode) &&
       ::fchmodat(dir, name, st.st_mode & (kPermissions & ~kSetIds), AT_SYMLINK_NOFOLLOW) != 0) {
     return Fail(errno, Side::kDestination);

@@ -37,12 +37,20 @@ mode_t CreationMode(const MetadataRules& rules, const struct stat& st);
 [[nodiscard]] int ApplyMetadata(const MetadataRules& rules, int src, const struct stat& st,
                                 TargetFolder& folder, int dst);
 
-// The same for a link or special file, by name; it has no attributes to copy.
-[[nodiscard]] int ApplyNodeMetadata(const MetadataRules& rules, const struct stat& st,
-                                    const TargetFolder& folder, const char* name);
+// An entry with attributes: what a descriptor stands for or, with a name, a link or
+// special file in the folder behind the descriptor.
+struct Attributed {
+  int fd = -1;
+  std::string name{};
+};
 
-// Copies extended attributes and ACLs between descriptors. `clear_acl`: the
-// destination may have inherited an ACL that the source does not have.
-[[nodiscard]] int CopyAttributes(int src, int dst, bool clear_acl);
+// The same for a link or special file, by name.
+[[nodiscard]] int ApplyNodeMetadata(const MetadataRules& rules, const Attributed& src,
+                                    const struct stat& st, const TargetFolder& folder,
+                                    const std::string& name);
+
+// Copies extended attributes and ACLs. `clear_acl`: the destination may have
+// inherited an ACL that the source does not have.
+[[nodiscard]] int CopyAttributes(const Attributed& src, const Attributed& dst, bool clear_acl);
 
 }  // namespace fileop

@@ -1,4 +1,5 @@
 // What a tree keeps, what happens to taken names, and what a tree never does.
+#include <acl/libacl.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/acl.h>
@@ -7,6 +8,8 @@
 #include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+
+#include <array>
 
 #include "copier.h"
 #include "core/error.h"
@@ -62,6 +65,30 @@ TEST_F(Tree, KeepsWhatEachEntryIs) {
   EXPECT_EQ(Describe(scratch_ / "dst"), Describe(src));
 }
 
+TEST_F(Tree, LinksAndSpecialFilesKeepTheirAttributesAndAcls) {
+  SKIP_UNLESS_ROOT();
+  const std::string src = scratch_ / "src";
+  MakeFolder(src);
+  ASSERT_EQ(::symlink("nowhere", (src + "/link").c_str()), 0);
+  ASSERT_EQ(::mkfifo((src + "/fifo").c_str(), 0640), 0);
+  for (const char* name : {"/link", "/fifo"}) {
+    if (::lsetxattr((src + name).c_str(), "trusted.note", "value", 5, 0) != 0) {
+      GTEST_SKIP() << "no such attributes here";
+    }
+  }
+  ASSERT_TRUE(SetAcl(src + "/fifo", ACL_TYPE_ACCESS, "u::rw,u:4711:r,g::r,m::r,o::-"));
+  Copier copier(Kind::kCopy);
+  ASSERT_EQ(copier.Folder(src, scratch_ / "dst"), 0);
+  for (const char* name : {"/link", "/fifo"}) {
+    std::array<char, 8> value{};
+    EXPECT_EQ(
+        ::lgetxattr((scratch_ / "dst" + name).c_str(), "trusted.note", value.data(), value.size()),
+        5)
+        << name;
+  }
+  EXPECT_EQ(::acl_extended_file((scratch_ / "dst/fifo").c_str()), 1);
+}
+
 TEST_F(Tree, DoesNotInheritAnAclThatTheSourceHasNot) {
   const std::string dst = scratch_ / "dst";
   MakeFolder(dst);
@@ -71,6 +98,7 @@ TEST_F(Tree, DoesNotInheritAnAclThatTheSourceHasNot) {
   MakeFolder(scratch_ / "src/sub");
   Write(scratch_ / "src/sub/f", "f");
   ASSERT_EQ(::chmod((scratch_ / "src/sub/f").c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo((scratch_ / "src/sub/fifo").c_str(), 0600), 0);
   Copier copier(Kind::kCopy);
   ASSERT_EQ(copier.Folder(scratch_ / "src", dst + "/new"), 0);
   ASSERT_EQ(copier.File(scratch_ / "src/sub/f", dst + "/f"), 0);

@@ -59,7 +59,7 @@ int TAVOFileCopyReflinkIsEnabled(const char* src, const char* dst, TAVOCOPYOPTIO
   const fileop::Job* job = fileop::JobOf(static_cast<fileop::Job*>(pass), src, dst);
   fileop::Ends ends;
   if (job == nullptr) {
-    if (fileop::OpenEnds(src, dst, false, &ends) < 0) return 0;
+    if (fileop::OpenEnds(src, dst, &ends) < 0) return 0;
     srcFsType = ends.from.fs_type;
     dstFsType = ends.to.fs_type;
   }

@@ -35,6 +35,9 @@ int OpenEnd(const char* path, Side side, Folder* folder, std::string* name, bool
   OpenedParent parent;
   *folder = {};
   if (OpenParent(path, side, &parent) < 0) return -1;
+  struct stat st;
+  if (::fstat(parent.dir.get(), &st) != 0) return Fail(errno, side);
+  folder->id = IdentityOf(st);
   folder->fd = std::move(parent.dir);
   folder->path = std::move(parent.dir_path);
   *name = std::move(parent.name);
@@ -43,19 +46,21 @@ int OpenEnd(const char* path, Side side, Folder* folder, std::string* name, bool
 
 }  // namespace
 
-int OpenEnds(const char* src, const char* dst, bool removes, Ends* ends) {
+int OpenEnds(const char* src, const char* dst, Ends* ends) {
   bool fresh_from = false;
   bool fresh_to = false;
   if (OpenEnd(src, Side::kSource, &ends->from, &ends->name, &fresh_from) < 0) return -1;
   if (OpenEnd(dst, Side::kDestination, &ends->to, &ends->to_name, &fresh_to) < 0) return -1;
-  // Rights, and what new entries inherit, may have changed.
-  if (DescribeSource(removes, &ends->from) < 0 || DescribeTarget(&ends->to) < 0) return -1;
   if (fresh_from) ends->from.fs_type = FsTypeOf(ends->from.fd.get());
   if (fresh_to) ends->to.fs_type = FsTypeOf(ends->to.fd.get());
   vfs::MountInfo mount;
   ends->to.remote = vfs::FindByFullPath(dst, &mount);
   ends->to.owner_known = false;
   return 0;
+}
+
+int DescribeEnds(bool removes, Ends* ends) {
+  return DescribeSource(removes, &ends->from) < 0 ? -1 : DescribeTarget(&ends->to);
 }
 
 }  // namespace fileop

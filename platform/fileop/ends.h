@@ -14,9 +14,13 @@ struct Ends {
   std::string to_name;
 };
 
-// Opens the folders around both paths, and describes them. Folders that `ends`
-// has from the path before stay open when they still are what their paths name.
-// `removes`: the source will be removed. -1 with the last error set.
-[[nodiscard]] int OpenEnds(const char* src, const char* dst, bool removes, Ends* ends);
+// Opens the folders around both paths. Folders that `ends` has from the path before
+// stay open when they still are what their paths name. -1 with the last error set.
+[[nodiscard]] int OpenEnds(const char* src, const char* dst, Ends* ends);
+
+// Asks what a copy has to know about both folders, each time anew, since rights and
+// what new entries inherit may have changed; a rename needs none of it. `removes`: the
+// source will be removed. -1 with the last error set.
+[[nodiscard]] int DescribeEnds(bool removes, Ends* ends);
 
 }  // namespace fileop

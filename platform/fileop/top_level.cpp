@@ -62,7 +62,12 @@ int CarryFile(Request& request, Ends& ends) {
       request.args->removals.NeedsSync(ends.to) < 0) {
     return -1;
   }
-  if (CarryEntry(job, {rename, nullptr}) < 0) return -1;
+  job.SetPaths();
+  const int renamed = rename ? TryRename(job) : 1;
+  if (renamed < 0) return -1;
+  if (renamed > 0 && (DescribeEnds(request.removes, &ends) < 0 || CarryEntry(job, {}) < 0)) {
+    return -1;
+  }
   ends.to_name = job.to_name;
   if (job.outcome == Outcome::kRenamed && options.progress != nullptr) {
     const auto* args = request.args;
@@ -79,6 +84,7 @@ int CarryFile(Request& request, Ends& ends) {
 int CarryFolder(Request& request, Ends& ends) {
   const std::string source = ends.from.path + "/" + ends.name;
   if (IsWithin(ends.to.path, source)) return FailWith(core::kErrExists, EINVAL, Side::kUnknown);
+  if (DescribeEnds(request.removes, &ends) < 0) return -1;
   TreeCopy tree(request);
   Outcome outcome = Outcome::kNone;
   if (tree.Run(ends.from, ends.name, ends.to, ends.to_name, &outcome) < 0) return -1;
@@ -94,7 +100,7 @@ int Carry(const char* src, const char* dst, TAVOCOPYOPTIONS* options, _TAVOCOPYA
   // Taken out of the handle, so that a hook may use the handle for another path.
   Ends ends;
   if (args != nullptr) ends = std::exchange(args->ends, {});
-  if (OpenEnds(src, dst, request.removes, &ends) < 0) return -1;
+  if (OpenEnds(src, dst, &ends) < 0) return -1;
   CleanOnce(ends, args);
   const int result = carry(request, ends);
   if (args != nullptr && result == 0) args->ends = std::move(ends);
@@ -107,7 +113,7 @@ int CopyAlone(const char* src, const char* dst, TAVOCOPYOPTIONS* options, _TAVOC
   own.removeSourceFlag = 0;  // who calls this carries single files itself
   Request request(&own, args);
   Ends ends;
-  if (OpenEnds(src, dst, false, &ends) < 0) return -1;
+  if (OpenEnds(src, dst, &ends) < 0 || DescribeEnds(false, &ends) < 0) return -1;
   Job job{request, ends.from, ends.name, ends.to, ends.to_name};
   job.SetPaths();
   if (OpenRegular(job) < 0) return -1;

@@ -12,6 +12,13 @@ inline constexpr int kAnswerMs = 115 * 1000;
 // For handing a request or an answer between two processes of this machine.
 inline constexpr int kTransferMs = 30 * 1000;
 
+// A request process that only read may serve its user again: how long it waits for that,
+// and how old it gets, so that the user's groups are looked up again.
+inline constexpr int kKeptMs = 10 * 1000;
+inline constexpr int kKeptLifeSeconds = 60;
+// Processes that wait so at one time.
+inline constexpr int kMaxKept = 16;
+
 // Life of a process that checks a password, and how long the front waits for it.
 inline constexpr unsigned kLoginSeconds = 30;
 inline constexpr int kLoginAnswerMs = 35 * 1000;

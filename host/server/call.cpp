@@ -28,6 +28,11 @@ bool Parse(const std::string& text, Json::Value* out, std::string* err) {
 
 }  // namespace
 
+bool OnlyReadsRecords(const Call& call) {
+  if (!call.api.empty()) return call.method == "status";
+  return call.method == "tasks" || call.method == "task" || call.method == "notifications";
+}
+
 std::string EncodeCall(const Call& call) {
   Json::Value value(Json::objectValue);
   value["api"] = call.api;

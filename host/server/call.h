@@ -17,6 +17,10 @@ struct Call {
   Json::Value params = Json::Value(Json::objectValue);
 };
 
+// True for a call that only reads its user's records. It leaves nothing in its process, which
+// may then serve this user's next one. The plug-in's method for that is "status".
+[[nodiscard]] bool OnlyReadsRecords(const Call& call);
+
 std::string EncodeCall(const Call& call);
 
 // False, with words in *err, when `text` is no call.

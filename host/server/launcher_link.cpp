@@ -56,6 +56,20 @@ bool ReadReport(int fd, Json::Value* rows, std::string* err) {
   return true;
 }
 
+// Sends a call to a request process and waits for its answer.
+Outcome Ask(int connection, const std::string& call, std::string* answer) {
+  // A process that dies early is noticed below, whatever the sending says.
+  static_cast<void>(SendFrame(connection, call, kTransferMs));
+  switch (ReceiveFrame(connection, kMaxAnswerFrame, kAnswerMs, answer)) {
+    case FrameStatus::kOk:
+      return Outcome::kAnswered;
+    case FrameStatus::kTimeout:
+      return Outcome::kTimeout;
+    default:
+      return Outcome::kDied;
+  }
+}
+
 }  // namespace
 
 bool LauncherLink::Start(const std::string& plugin_file, std::size_t idle, std::string* err) {
@@ -97,18 +111,18 @@ core::UniqueFd LauncherLink::Connect(Errand errand) const {
 }
 
 Outcome LauncherLink::Execute(const Call& call, std::string* answer) const {
-  const core::UniqueFd ours = Connect(Errand::kRequest);
-  if (!ours) return Outcome::kNoProcess;
-  // A process that dies early is noticed below, whatever the sending says.
-  static_cast<void>(SendFrame(ours.get(), EncodeCall(call), kTransferMs));
-  switch (ReceiveFrame(ours.get(), kMaxAnswerFrame, kAnswerMs, answer)) {
-    case FrameStatus::kOk:
-      return Outcome::kAnswered;
-    case FrameStatus::kTimeout:
-      return Outcome::kTimeout;
-    default:
-      return Outcome::kDied;
+  const std::string text = EncodeCall(call);
+  const bool again = OnlyReadsRecords(call);
+  core::UniqueFd process = again ? kept_->Take(call.user) : core::UniqueFd();
+  // One whose time had come may have ended without looking at the call.
+  Outcome outcome = process ? Ask(process.get(), text, answer) : Outcome::kDied;
+  if (!process || outcome == Outcome::kDied) {
+    process = Connect(Errand::kRequest);
+    if (!process) return Outcome::kNoProcess;
+    outcome = Ask(process.get(), text, answer);
   }
+  if (again && outcome == Outcome::kAnswered) kept_->Keep(call.user, std::move(process));
+  return outcome;
 }
 
 LoginAnswer LauncherLink::LogIn(const std::string& name, const std::string& address,

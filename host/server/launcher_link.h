@@ -4,11 +4,13 @@
 #include <json/value.h>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "call.h"
 #include "core/unique_fd.h"
 #include "frames.h"
+#include "kept_processes.h"
 #include "system_login.h"
 #include "task_figures.h"
 
@@ -52,6 +54,7 @@ class LauncherLink {
 
   core::UniqueFd control_;
   Json::Value rows_;
+  std::unique_ptr<KeptProcesses> kept_ = std::make_unique<KeptProcesses>();
 };
 
 }  // namespace host

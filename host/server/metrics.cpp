@@ -50,6 +50,15 @@ std::string FiguresText(const TaskFigures& figures) {
   Head(out, "fennox_tasks_bytes", "gauge",
        "Bytes transferred by the tasks on record, as each last reported.");
   out << "fennox_tasks_bytes " << figures.bytes << "\n";
+  Head(out, "fennox_tasks_started_total", "counter", "Tasks that were started.");
+  out << "fennox_tasks_started_total " << figures.totals.started << "\n";
+  Head(out, "fennox_tasks_ended_total", "counter", "Tasks that ended, by how they did.");
+  out << "fennox_tasks_ended_total{state=\"finished\"} " << figures.totals.finished << "\n"
+      << "fennox_tasks_ended_total{state=\"failed\"} " << figures.totals.failed << "\n"
+      << "fennox_tasks_ended_total{state=\"stopped\"} " << figures.totals.stopped << "\n";
+  Head(out, "fennox_transferred_bytes_total", "counter",
+       "Bytes transferred by tasks that ended; those without accurate progress count none.");
+  out << "fennox_transferred_bytes_total " << figures.totals.bytes << "\n";
   return out.str();
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <string>
 
@@ -33,14 +34,18 @@ std::string CallPlugin(const Call& call, const Plugin& plugin) {
   return JsonText(response.Envelope());
 }
 
-// The answer, whatever the handler throws.
-std::string AnswerTo(const Call& call, const Plugin& plugin) {
+// The answer, whatever the handler throws; *thrown then, and nobody knows what is left behind.
+std::string AnswerTo(const Call& call, const Plugin& plugin, bool* thrown) {
+  *thrown = true;
   try {
     if (!MayServe(core::CurrentConfig(), call.user)) {
       return FailureWords(WEBFM_NO_PERMISSION, "the server does not act for this user");
     }
-    PrepareRemotesFor(call);
-    return call.api.empty() ? AnswerHostCall(call) : CallPlugin(call, plugin);
+    // Who reads records needs no remote, nor its secrets in memory.
+    if (!OnlyReadsRecords(call)) PrepareRemotesFor(call);
+    std::string answer = call.api.empty() ? AnswerHostCall(call) : CallPlugin(call, plugin);
+    *thrown = false;
+    return answer;
   } catch (const Json::Exception& e) {
     // A parameter of a type that has no meaning for the method.
     return FailureWords(WEBFM_BAD_PARAMETER, e.what());
@@ -51,6 +56,29 @@ std::string AnswerTo(const Call& call, const Plugin& plugin) {
     ::syslog(LOG_ERR, "%s failed for an unknown reason", call.method.c_str());
     return FailureWords(WEBFM_FAILED, "unknown failure");
   }
+}
+
+// Answers one call. Ends the process unless it may serve further ones, which are then those
+// of the user that is returned. `owner`: that user, when the process has served before.
+std::string ServeCall(int connection, const std::string& text, const Plugin& plugin,
+                      const std::string* owner) {
+  // A handler that hangs is ended here; workers do not inherit the alarm.
+  ::alarm(kRequestSeconds);
+  const pid_t self = ::getpid();
+  Call call;
+  std::string err;
+  bool unsound = true;
+  const bool readable = DecodeCall(text, &call, &err);
+  if (owner != nullptr && (!readable || call.user != *owner || !OnlyReadsRecords(call))) ::_exit(1);
+  const std::string answer = readable
+                                 ? AnswerTo(call, plugin, &unsound)
+                                 : FailureWords(WEBFM_BAD_PARAMETER, "unreadable request: " + err);
+  // A worker that came back from the handler owns none of these descriptors.
+  if (::getpid() != self) ::_exit(1);
+  if (SendFrame(connection, answer, kTransferMs) != FrameStatus::kOk) ::_exit(1);
+  if (unsound || !OnlyReadsRecords(call)) ::_exit(0);
+  ::alarm(0);
+  return call.user;
 }
 
 // Does once what every request needs, while nobody waits: memory of this process is
@@ -76,22 +104,18 @@ void WarmUp() {
 }  // namespace
 
 void ServeRequest(core::UniqueFd connection, const Plugin& plugin) {
-  // A handler that hangs is ended here; workers do not inherit the alarm.
-  ::alarm(kRequestSeconds);
-  const pid_t self = ::getpid();
+  using Clock = std::chrono::steady_clock;
+  const auto end = Clock::now() + std::chrono::seconds(kKeptLifeSeconds);
   std::string text;
   if (ReceiveFrame(connection.get(), kMaxRequestFrame, kTransferMs, &text) != FrameStatus::kOk) {
     ::_exit(1);
   }
-  Call call;
-  std::string err;
-  const std::string answer = DecodeCall(text, &call, &err)
-                                 ? AnswerTo(call, plugin)
-                                 : FailureWords(WEBFM_BAD_PARAMETER, "unreadable request: " + err);
-  // A worker that came back from the handler owns none of these descriptors.
-  if (::getpid() != self) ::_exit(1);
-  const auto sent = SendFrame(connection.get(), answer, kTransferMs);
-  ::_exit(sent == FrameStatus::kOk ? 0 : 1);
+  const std::string user = ServeCall(connection.get(), text, plugin, nullptr);
+  while (Clock::now() < end &&
+         ReceiveFrame(connection.get(), kMaxRequestFrame, kKeptMs, &text) == FrameStatus::kOk) {
+    static_cast<void>(ServeCall(connection.get(), text, plugin, &user));
+  }
+  ::_exit(0);
 }
 
 void WaitForRequest(core::UniqueFd channel, const Plugin& plugin) {

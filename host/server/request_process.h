@@ -1,4 +1,5 @@
-// The life of a request process: one request, one answer.
+// The life of a request process: one request, one answer; or, as long as it only reads
+// its user's records, the next ones of this user that do the same.
 #pragma once
 
 #include "core/unique_fd.h"
@@ -10,7 +11,9 @@ namespace host {
 // process. Also ends it when the launcher is gone.
 [[noreturn]] void WaitForRequest(core::UniqueFd channel, const Plugin& plugin);
 
-// Serves the request on `connection` and ends the process.
+// Serves the request on `connection` and ends the process. After one that only reads
+// records (OnlyReadsRecords) it waits there for more of this kind, of the same user; at
+// any other call it ends without an answer.
 [[noreturn]] void ServeRequest(core::UniqueFd connection, const Plugin& plugin);
 
 }  // namespace host

@@ -50,11 +50,25 @@ void Count(const tasks::Record& record, TaskFigures* figures) {
   try {
     if (!BecomeOwnerOfState(user)) ::_exit(1);
     for (const tasks::Record& record : tasks::List(user)) Count(record, &figures);
+    figures.totals = tasks::ReadTotals(user);
   } catch (const std::exception& e) {
     ::syslog(LOG_ERR, "cannot count the tasks of %s: %s", user.c_str(), e.what());
     ::_exit(1);
   }
   ::_exit(SendFrame(channel, BytesOf(figures), kTransferMs) == FrameStatus::kOk ? 0 : 1);
+}
+
+void Add(const TaskFigures& figures, TaskFigures* sum) {
+  sum->running += figures.running;
+  sum->queued += figures.queued;
+  sum->finished += figures.finished;
+  sum->failed += figures.failed;
+  sum->bytes += figures.bytes;
+  sum->totals.started += figures.totals.started;
+  sum->totals.finished += figures.totals.finished;
+  sum->totals.failed += figures.totals.failed;
+  sum->totals.stopped += figures.totals.stopped;
+  sum->totals.bytes += figures.totals.bytes;
 }
 
 void AddUser(const std::string& user, TaskFigures* sum) {
@@ -69,11 +83,7 @@ void AddUser(const std::string& user, TaskFigures* sum) {
   TaskFigures figures;
   if (ReceiveFrame(ours.get(), sizeof figures, kCountMs, &bytes) == FrameStatus::kOk &&
       FromBytes(bytes, &figures)) {
-    sum->running += figures.running;
-    sum->queued += figures.queued;
-    sum->finished += figures.finished;
-    sum->failed += figures.failed;
-    sum->bytes += figures.bytes;
+    Add(figures, sum);
   }
   ::waitpid(child, nullptr, 0);
 }

@@ -5,17 +5,19 @@
 #include <string>
 
 #include "core/unique_fd.h"
+#include "tasks/store.h"
 
 namespace host {
 
-// What the users' records say. Records go away with the answer that reports a task's end,
-// or after the configured hours.
+// What the users' records say, which go away with the answer that reports a task's end or
+// after the configured hours; and the totals, which stay.
 struct TaskFigures {
   std::int64_t running = 0;
   std::int64_t queued = 0;
   std::int64_t finished = 0;
   std::int64_t failed = 0;
   std::int64_t bytes = 0;  // transferred, as each last reported; a short task ends without a report
+  tasks::Totals totals;
 };
 
 // Counts in the stores, answers AskFigures and ends the process. Each store is opened by

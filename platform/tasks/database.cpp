@@ -22,6 +22,10 @@ namespace {
 
 constexpr int kFormat = 1;
 
+// Came later than the rest; servers that do not know it leave it alone.
+constexpr const char* kTotals =
+    "CREATE TABLE IF NOT EXISTS totals(name TEXT PRIMARY KEY, value INTEGER NOT NULL);";
+
 constexpr const char* kSchema = R"(
 CREATE TABLE tasks(
   seq INTEGER PRIMARY KEY,
@@ -99,7 +103,7 @@ bool FillNewStore(const std::string& path) {
       sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (code == SQLITE_OK) {
     const std::string script =
-        std::string("PRAGMA journal_mode = MEMORY; BEGIN;") + kSchema + "COMMIT;";
+        std::string("PRAGMA journal_mode = MEMORY; BEGIN;") + kSchema + kTotals + "COMMIT;";
     code = sqlite3_exec(handle, script.c_str(), nullptr, nullptr, nullptr);
   }
   sqlite3_close(handle);
@@ -130,15 +134,18 @@ bool MakeStore(const std::string& user) {
   return IsRegularFile(path);
 }
 
-bool LastWrittenBeforeBoot(const std::string& path) {
-  struct stat status {};
+bool LastWrittenBeforeBoot(const struct stat& status) {
   timespec now{};
   timespec up{};
-  if (stat(path.c_str(), &status) != 0 || clock_gettime(CLOCK_REALTIME, &now) != 0 ||
-      clock_gettime(CLOCK_BOOTTIME, &up) != 0) {
+  if (clock_gettime(CLOCK_REALTIME, &now) != 0 || clock_gettime(CLOCK_BOOTTIME, &up) != 0) {
     return false;
   }
   return status.st_mtim.tv_sec < now.tv_sec - up.tv_sec;
+}
+
+bool LastWrittenBeforeBoot(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && LastWrittenBeforeBoot(status);
 }
 
 // Renames a damaged store, unless another process was faster. Its journal goes
@@ -166,7 +173,11 @@ std::string StorePath(const std::string& user) {
 Database::Database() : savedErrno_(errno) {}
 
 Database::~Database() {
-  sqlite3_close(handle_);
+  if (connection_ && !failed_ && sqlite3_get_autocommit(connection_->handle()) != 0) {
+    sqlite3_busy_handler(connection_->handle(), nullptr, nullptr);
+    Keep(std::move(connection_));
+  }
+  connection_.reset();
   errno = savedErrno_;
 }
 
@@ -181,64 +192,92 @@ int Database::WaitForOthers(void* self, int attempt) {
   return 1;
 }
 
+bool Database::Look(const std::string& path) {
+  if (lstat(path.c_str(), &seen_) != 0) return false;
+  errno = EINVAL;
+  return S_ISREG(seen_.st_mode);
+}
+
 Result Database::OpenFile(const std::string& path) {
   path_ = path;
   deadline_ = std::chrono::steady_clock::now() + kBusyTimeout;
-  const int code =
-      sqlite3_open_v2(path.c_str(), &handle_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-  if (code != SQLITE_OK) return ResultOf(code);
-  sqlite3_busy_handler(handle_, &Database::WaitForOthers, this);
+  connection_ = TakeKept(path, seen_);
+  if (!connection_) {
+    connection_ = std::make_unique<Connection>();
+    const int code = connection_->Open(path, seen_);
+    if (code != SQLITE_OK) return ResultOf(code);
+  }
+  sqlite3_busy_handler(connection_->handle(), &Database::WaitForOthers, this);
   return Result::kDone;
 }
 
 Result Database::Open(const std::string& user) {
   const std::string path = StorePath(user);
   if (path.empty()) return Result::kGone;
-  if (!IsRegularFile(path)) return errno == ENOENT ? Result::kGone : Result::kFailed;
+  if (!Look(path)) return errno == ENOENT ? Result::kGone : Result::kFailed;
   return OpenFile(path);
 }
 
 Result Database::OpenOrCreate(const std::string& user) {
   const std::string path = StorePath(user);
   if (path.empty()) return Result::kFailed;
-  if (!IsRegularFile(path) && !MakeStore(user)) return Result::kFailed;
-  Result result = OpenFile(path);
+  Result result = Look(path) ? OpenFile(path) : OpenAnew(user);
   if (result == Result::kDone) result = CheckIfOlderThanBoot();
   if (result == Result::kDamaged && LastWrittenBeforeBoot(path)) {
-    sqlite3_close(std::exchange(handle_, nullptr));
+    connection_.reset();
     SetAside(core::UserStateFolder(user), path);
-    if (!MakeStore(user)) return Result::kFailed;
-    result = OpenFile(path);
+    failed_ = false;
+    result = OpenAnew(user);
   }
-  if (result != Result::kDone) return result;
+  return result == Result::kDone ? CheckFormat() : result;
+}
+
+Result Database::OpenAnew(const std::string& user) {
+  const std::string path = StorePath(user);
+  return MakeStore(user) && Look(path) ? OpenFile(path) : Result::kFailed;
+}
+
+// A newer server's store is not ours to write.
+Result Database::CheckFormat() {
+  if (connection_->format_known) return Result::kDone;
   Statement format(*this, "PRAGMA user_version");
   if (!format.Next()) return format.result();
-  // A newer server's store is not ours to write.
-  return format.Integer(0) == kFormat ? Result::kDone : Result::kFailed;
+  connection_->format_known = format.Integer(0) == kFormat;
+  return connection_->format_known ? Result::kDone : Result::kFailed;
 }
 
 Result Database::CheckIfOlderThanBoot() {
-  if (checked_ || !LastWrittenBeforeBoot(path_)) return Result::kDone;
+  if (checked_ || !LastWrittenBeforeBoot(seen_)) return Result::kDone;
   Statement check(*this, "PRAGMA quick_check(1)");
   if (!check.Next()) return check.result();
   checked_ = check.Bytes(0) == "ok";
   return checked_ ? Result::kDone : Result::kDamaged;
 }
 
-Result Database::Execute(const char* sql) {
-  return ResultOf(sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr));
+Result Database::Execute(const char* sql) { return Statement(*this, sql).Run(); }
+
+Result Database::EnsureTotals() {
+  if (connection_->totals_made) return Result::kDone;
+  const Result result = Execute(kTotals);
+  connection_->totals_made = result == Result::kDone;
+  return result;
 }
 
 Result Database::Begin() {
-  if (const Result set = Execute(kSettings); set != Result::kDone) return set;
+  if (!connection_->settings_made) {
+    const int code = sqlite3_exec(connection_->handle(), kSettings, nullptr, nullptr, nullptr);
+    if (code != SQLITE_OK) return ResultOf(code);
+    connection_->settings_made = true;
+  }
   if (const Result checked = CheckIfOlderThanBoot(); checked != Result::kDone) return checked;
   return Execute("BEGIN IMMEDIATE");
 }
 
 Result Database::Commit() { return Execute("COMMIT"); }
 
-Result Database::ResultOf(int code) const {
+Result Database::ResultOf(int code) {
   const int primary = code & 0xFF;
+  failed_ = failed_ || (primary != SQLITE_OK && primary != SQLITE_ROW && primary != SQLITE_DONE);
   switch (primary) {
     case SQLITE_OK:
     case SQLITE_ROW:
@@ -251,15 +290,19 @@ Result Database::ResultOf(int code) const {
       return Result::kBusy;
     default:
       syslog(LOG_ERR, "%s:%d Task store %s: %s", "database.cpp", __LINE__, path_.c_str(),
-             handle_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle_));
+             connection_ && connection_->handle() != nullptr ? sqlite3_errmsg(connection_->handle())
+                                                             : sqlite3_errstr(code));
       return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB ? Result::kDamaged
                                                                    : Result::kFailed;
   }
 }
 
-Statement::Statement(Database& database, const char* sql) : database_(database) {
-  code_ = sqlite3_prepare_v2(database.handle(), sql, -1, &statement_, nullptr);
+Statement::Statement(Database& database, std::string sql)
+    : database_(database), sql_(std::move(sql)) {
+  statement_ = database.connection()->TakeStatement(sql_, &code_);
 }
+
+Statement::~Statement() { database_.connection()->GiveBack(sql_, statement_); }
 
 // Binding to a statement that could not be prepared is a harmless misuse error;
 // the preparation's own code is the one to keep.

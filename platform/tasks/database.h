@@ -1,24 +1,28 @@
-// One user's SQLite store, opened for a single operation.
+// One user's SQLite store, for a single operation.
 //
 // Invariants:
-//  1. No connection outlives the call that opened it, so none is ever carried
-//     across a fork.
+//  1. An operation that failed or was not committed takes its connection with it;
+//     any other leaves it to the process's next one (connection.h).
 //  2. A file with the name of a store always holds the whole schema: a new
 //     store is built under another name and linked into place.
 //  3. Every writing transaction begins IMMEDIATE, so it never has to upgrade a
 //     read lock, which SQLite refuses without waiting.
-//  4. All waits of one connection together end at its deadline.
+//  4. All waits of one operation together end at its deadline.
 //  5. A store that was last written before the machine started is checked before
 //     it is written again: writes are not synced, so a power cut, unlike the
 //     death of a process, may have damaged it.
 #pragma once
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+
+#include "connection.h"
 
 namespace tasks::internal {
 
@@ -54,22 +58,29 @@ class Database {
   [[nodiscard]] Result Begin();
   // A transaction that is not committed is rolled back with the connection.
   [[nodiscard]] Result Commit();
-  // Rows changed by the latest statement.
-  [[nodiscard]] int Changes() const { return sqlite3_changes(handle_); }
+  // Makes the table of totals where an earlier server's store lacks it.
+  [[nodiscard]] Result EnsureTotals();
 
-  [[nodiscard]] sqlite3* handle() const { return handle_; }
+  // Null before the store was opened.
+  [[nodiscard]] Connection* connection() const { return connection_.get(); }
   // Maps an SQLite code, and logs the ones that an administrator must look at.
-  [[nodiscard]] Result ResultOf(int code) const;
+  [[nodiscard]] Result ResultOf(int code);
 
  private:
   static int WaitForOthers(void* self, int attempt);
+  // Whether a regular file has the path; errno tells what is there instead.
+  [[nodiscard]] bool Look(const std::string& path);
   [[nodiscard]] Result OpenFile(const std::string& path);
+  [[nodiscard]] Result OpenAnew(const std::string& user);
+  [[nodiscard]] Result CheckFormat();
   [[nodiscard]] Result CheckIfOlderThanBoot();
   [[nodiscard]] Result Execute(const char* sql);
 
-  sqlite3* handle_ = nullptr;
+  std::unique_ptr<Connection> connection_;
   std::string path_;
+  struct stat seen_ {};  // the store's file, as it was when this operation began
   bool checked_ = false;
+  bool failed_ = false;
   std::chrono::steady_clock::time_point deadline_;
   int savedErrno_;  // what SQLite does to errno is nobody's business
 };
@@ -77,8 +88,8 @@ class Database {
 // A prepared statement; parameters are bound in order.
 class Statement {
  public:
-  Statement(Database& database, const char* sql);
-  ~Statement() { sqlite3_finalize(statement_); }
+  Statement(Database& database, std::string sql);
+  ~Statement();
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
@@ -101,6 +112,7 @@ class Statement {
 
  private:
   Database& database_;
+  const std::string sql_;
   sqlite3_stmt* statement_ = nullptr;
   int code_ = SQLITE_OK;
   int bound_ = 0;

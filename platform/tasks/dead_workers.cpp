@@ -54,7 +54,8 @@ bool EndIfOver(const std::string& user, const std::string& id, pid_t pid, int co
   values["data"] = WithFailure(std::move(data), code);
   values["progress"] = -1;
   return WriteProperties(database, row, values) == Result::kDone &&
-         MarkFinished(database, row) == Result::kDone && database.Commit() == Result::kDone;
+         MarkFinished(database, row, values, {}) == Result::kDone &&
+         database.Commit() == Result::kDone;
 }
 
 }  // namespace

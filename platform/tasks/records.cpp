@@ -5,6 +5,7 @@
 
 #include "core/process.h"
 #include "json_text.h"
+#include "totals.h"
 
 namespace tasks::internal {
 namespace {
@@ -17,6 +18,10 @@ Result RecordPid(Database& database, const Row& row, const Json::Value& data) {
   if (pid <= 0 || row.pid == pid) return Result::kDone;
   std::optional<std::int64_t> start;
   if (const auto ticks = core::ProcessStartTime(pid)) start = static_cast<std::int64_t>(*ticks);
+  if (!row.pid) {
+    const Result counted = AddToTotal(database, kTotalStarted, 1);
+    if (counted != Result::kDone) return counted;
+  }
   return Statement(database, "UPDATE tasks SET pid = ?, pid_start = ? WHERE seq = ?")
       .Bind(static_cast<std::int64_t>(pid))
       .Bind(start)
@@ -33,6 +38,26 @@ Result WriteProperty(Database& database, const Row& row, const std::string& name
       .Bind(name)
       .BindBlob(JsonToText(value))
       .Run();
+}
+
+// Bytes that a record's "data" last reported.
+std::int64_t ReportedBytes(const Json::Value& data) {
+  const Json::Value none;
+  const Json::Value& size = data.isObject() ? data["processed_size"] : none;
+  return size.isNumeric() ? static_cast<std::int64_t>(size.asDouble()) : 0;
+}
+
+Result CountEnd(Database& database, const char* state, std::int64_t bytes) {
+  const Result counted = AddToTotal(database, state, 1);
+  return counted == Result::kDone ? AddToTotal(database, kTotalBytes, bytes) : counted;
+}
+
+// A task that is removed while it runs was stopped.
+Result CountIfStopped(Database& database, const Row& row) {
+  if (row.finished || !row.pid) return Result::kDone;
+  Json::Value data;
+  const Result read = ReadProperty(database, row, "data", &data);
+  return read == Result::kDone ? CountEnd(database, kTotalStopped, ReportedBytes(data)) : read;
 }
 
 // Opens the store, begins a transaction and finds the record.
@@ -77,13 +102,19 @@ Result WriteProperties(Database& database, const Row& row, const Json::Value& va
   return Result::kDone;
 }
 
-Result MarkFinished(Database& database, const Row& row) {
-  return Statement(database,
-                   "UPDATE tasks SET finished = 1, finished_at = coalesce(finished_at, ?) "
-                   "WHERE seq = ?")
-      .Bind(static_cast<std::int64_t>(time(nullptr)))
-      .Bind(row.seq)
-      .Run();
+Result MarkFinished(Database& database, const Row& row, const Json::Value& values, const End& end) {
+  const Result marked =
+      Statement(database,
+                "UPDATE tasks SET finished = 1, finished_at = coalesce(finished_at, ?) "
+                "WHERE seq = ?")
+          .Bind(static_cast<std::int64_t>(time(nullptr)))
+          .Bind(row.seq)
+          .Run();
+  if (marked != Result::kDone || row.finished) return marked;
+  const Json::Value& progress = values["progress"];
+  const bool failed = progress.isNumeric() && progress.asDouble() < 0;
+  return CountEnd(database, failed ? kTotalFailed : kTotalFinished,
+                  end.bytes ? *end.bytes : ReportedBytes(values["data"]));
 }
 
 Result CreateRecord(const std::string& user, const std::string& id) {
@@ -148,12 +179,12 @@ Result AskFinished(const std::string& user, const std::string& id, bool* finishe
 }
 
 Result WriteRecord(const std::string& user, const std::string& id, const Json::Value& values,
-                   bool finish) {
+                   const std::optional<End>& end) {
   Database database;
   Row row;
   Result result = BeginOnRecord(database, user, id, &row);
   if (result == Result::kDone) result = WriteProperties(database, row, values);
-  if (result == Result::kDone && finish) result = MarkFinished(database, row);
+  if (result == Result::kDone && end) result = MarkFinished(database, row, values, *end);
   return result == Result::kDone ? database.Commit() : result;
 }
 
@@ -174,6 +205,7 @@ Result RemoveRecord(const std::string& user, const std::string& id) {
   Database database;
   Row row;
   Result result = BeginOnRecord(database, user, id, &row);
+  if (result == Result::kDone) result = CountIfStopped(database, row);
   if (result != Result::kDone) return result;
   result = Statement(database, "DELETE FROM properties WHERE task = ?").Bind(row.seq).Run();
   if (result == Result::kDone) {

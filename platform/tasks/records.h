@@ -38,10 +38,16 @@ using StoredTexts = std::map<std::string, std::string>;
 
 [[nodiscard]] Result AskFinished(const std::string& user, const std::string& id, bool* finished);
 
-// Writes the members of `values` as properties, and with `finish` marks the
+// What the totals are to know of a task's end.
+struct End {
+  // Transferred; unset: what the "data" written with the end reports.
+  std::optional<std::int64_t> bytes;
+};
+
+// Writes the members of `values` as properties, and with `end` marks the
 // record finished, in one transaction.
 [[nodiscard]] Result WriteRecord(const std::string& user, const std::string& id,
-                                 const Json::Value& values, bool finish);
+                                 const Json::Value& values, const std::optional<End>& end);
 
 // Writes `data` only if the record's own is missing or damaged.
 [[nodiscard]] Result RestoreData(const std::string& user, const std::string& id,
@@ -59,6 +65,8 @@ using StoredTexts = std::map<std::string, std::string>;
 [[nodiscard]] Result ReadProperty(Database& database, const Row& row, const char* name,
                                   Json::Value* value);
 [[nodiscard]] Result WriteProperties(Database& database, const Row& row, const Json::Value& values);
-[[nodiscard]] Result MarkFinished(Database& database, const Row& row);
+// `values`: the properties written with it, which say whether the task failed.
+[[nodiscard]] Result MarkFinished(Database& database, const Row& row, const Json::Value& values,
+                                  const End& end);
 
 }  // namespace tasks::internal

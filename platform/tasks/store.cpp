@@ -35,7 +35,7 @@ std::vector<Record> List(const std::string& user) {
   std::vector<Record> records;
   internal::Database database;
   if (database.Open(user) != internal::Result::kDone) return records;
-  internal::Statement query(database, (std::string(kColumns) + "ORDER BY t.seq").c_str());
+  internal::Statement query(database, std::string(kColumns) + "ORDER BY t.seq");
   while (query.Next()) records.push_back(RecordOf(query));
   return records;
 }
@@ -43,7 +43,7 @@ std::vector<Record> List(const std::string& user) {
 bool Read(const std::string& user, const std::string& id, Record* out) {
   internal::Database database;
   if (database.Open(user) != internal::Result::kDone) return false;
-  internal::Statement query(database, (std::string(kColumns) + "WHERE t.id = ?").c_str());
+  internal::Statement query(database, std::string(kColumns) + "WHERE t.id = ?");
   query.Bind(id);
   if (!query.Next()) return false;
   *out = RecordOf(query);

@@ -91,6 +91,10 @@ bool Task::setProperty(const char* name, const Json::Value& value) {
   return endUpdate();
 }
 
+void Task::setTransferredBytes(std::uint64_t bytes) {
+  transferredBytes_ = static_cast<std::int64_t>(bytes);
+}
+
 bool Task::endUpdate() { return writePending(false); }
 
 bool Task::finish(bool drop) {
@@ -105,7 +109,9 @@ bool Task::writePending(bool finish) {
   if (updating_) values.swap(pending_);
   updating_ = false;
   pending_ = Json::Value();
-  if (tasks::internal::WriteRecord(user_, id_, values, finish) != Result::kDone) return false;
+  std::optional<tasks::internal::End> end;
+  if (finish) end = {transferredBytes_};
+  if (tasks::internal::WriteRecord(user_, id_, values, end) != Result::kDone) return false;
   for (const std::string& name : values.getMemberNames()) {
     properties_[name].swap(values[name]);
     texts_.erase(name);

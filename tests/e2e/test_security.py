@@ -294,6 +294,15 @@ def test_metrics_are_in_prometheus_format_and_counters_never_fall(make_server, p
     assert not falling
     assert later["fennox_requests_total", "class", "2xx"] > earlier["fennox_requests_total", "class", "2xx"]
     assert later["fennox_requests_total", "class", "4xx"] > earlier["fennox_requests_total", "class", "4xx"]
+    totals = {("fennox_tasks_started_total", None, None): 2, ("fennox_transferred_bytes_total", None, None): 2,
+              ("fennox_tasks_ended_total", "state", "finished"): 2,
+              ("fennox_tasks_ended_total", "state", "failed"): 0,
+              ("fennox_tasks_ended_total", "state", "stopped"): 0}
+    assert {key: later[key] - earlier[key] for key in totals} == totals
+    server.stop()
+    server.start()
+    restarted = read()
+    assert {key: restarted[key] for key in totals} == {key: later[key] for key in totals}
 
 
 def test_metrics_count_tasks_and_name_nobody(make_server, place):

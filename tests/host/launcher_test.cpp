@@ -102,6 +102,34 @@ TEST_F(LauncherTest, ItServesNobodyElseWhateverTheFrontSays) {
   }
 }
 
+TEST_F(LauncherTest, AProcessThatOnlyReadsServesItsUserAgainAndNobodyElse) {
+  const auto pid = [this](const char* method) { return Answer(method)["data"]["pid"].asInt(); };
+  const int reader = pid("status");
+  EXPECT_EQ(pid("status"), reader);
+  EXPECT_NE(pid("echo"), reader);
+  EXPECT_EQ(pid("status"), reader);
+  ASSERT_EQ(::kill(reader, SIGKILL), 0);
+  EXPECT_NE(pid("status"), reader) << "a dead one is replaced unnoticed";
+
+  Call call{"Test", "status", 1, user_, "", "enu"};
+  for (const auto& [user, method] :
+       {std::pair("nobody", "status"), std::pair("", "status"), std::pair(user_.c_str(), "echo")}) {
+    core::UniqueFd ours;
+    core::UniqueFd theirs;
+    ASSERT_TRUE(MakeSocketPair(SOCK_STREAM, &ours, &theirs));
+    ASSERT_TRUE(SendDescriptor(link_.control(), theirs.get()));
+    theirs.reset();
+    std::string text;
+    ASSERT_EQ(SendFrame(ours.get(), EncodeCall(call), 60000), FrameStatus::kOk);
+    ASSERT_EQ(ReceiveFrame(ours.get(), 1000000, 60000, &text), FrameStatus::kOk);
+    Call other = call;
+    other.user = user;
+    other.method = method;
+    ASSERT_EQ(SendFrame(ours.get(), EncodeCall(other), 60000), FrameStatus::kOk);
+    EXPECT_EQ(ReceiveFrame(ours.get(), 1000000, 60000, &text), FrameStatus::kEnd) << user << method;
+  }
+}
+
 TEST_F(LauncherTest, ABurstOfRequestsIsServedWhenNoIdleProcessIsLeft) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 30; ++i) {

@@ -56,7 +56,8 @@ void Work(TAVO::APIRequest* request, TAVO::APIResponse* response) {
 constexpr const char* kApi = "Test";
 const APITableEntry kTable[] = {{kApi, 1, "echo", Echo},           {kApi, 1, "throw", Throw},
                                 {kApi, 1, "mistake", MistakeType}, {kApi, 1, "crash", Crash},
-                                {kApi, 1, "work", Work},           {nullptr, 0, nullptr, nullptr}};
+                                {kApi, 1, "work", Work},           {kApi, 1, "status", Echo},
+                                {nullptr, 0, nullptr, nullptr}};
 
 }  // namespace
 

@@ -158,6 +158,33 @@ TEST_F(RecordTest, OldFinishedAndEmptyRecordsAreCleaned) {
   CleanTimeOutTasks("nobody-has-this-name");
 }
 
+TEST_F(RecordTest, TotalsCountEveryTaskOnceAndOutliveTheRecords) {
+  EXPECT_EQ(tasks::ReadTotals("ann").started, 0);
+  const auto started = [&](const char* id) {
+    auto task = Make("ann", id);
+    Json::Value data = DataWithPid(getpid());
+    data["processed_size"] = 10.0;
+    EXPECT_TRUE(SaveTaskData(task.get(), data, 0.5F));
+    EXPECT_TRUE(SaveTaskData(task.get(), data, 0.6F));
+    return task;
+  };
+  EXPECT_TRUE(Make("ann", "never-started")->remove());
+  Edit("ann", "DROP TABLE totals");  // as an earlier server left it
+  const auto done = started("done");
+  done->setTransferredBytes(1000);
+  EXPECT_TRUE(done->finish(false) && done->finish(false) && done->remove());
+  EXPECT_TRUE(started("stopped")->remove());
+  started("dead");
+  EXPECT_EQ(tasks::EndRecordsOfDeadWorkers("ann", getpid(), 1), 1);
+  started("running");
+  const tasks::Totals totals = tasks::ReadTotals("ann");
+  EXPECT_EQ(totals.started, 4);
+  EXPECT_EQ(totals.finished, 1);
+  EXPECT_EQ(totals.failed, 1);
+  EXPECT_EQ(totals.stopped, 1);
+  EXPECT_EQ(totals.bytes, 1020);
+}
+
 TEST_F(RecordTest, NotificationsComeNewestFirstWithTheirTexts) {
   const auto task = Make("ann", "t");
   EXPECT_TRUE(task->sendNotifyMessageNoEncode("app", "t", "cat", "one", nullptr));

@@ -148,6 +148,15 @@ TEST_F(StoreFaultTest, AStoreThatIsNoFileIsRefused) {
   EXPECT_EQ(tasks::List("bob").size(), 1U);
 }
 
+TEST_F(StoreFaultTest, AStoreThatMadeWayForAnotherIsNotUsedAnyMore) {
+  const auto task = Make("ann", "t");
+  std::filesystem::rename(StoreFile("ann"), StoreFile("ann") + ".old");
+  EXPECT_FALSE(task->reload());
+  Make("ann", "u");
+  EXPECT_FALSE(task->setProperty("data", 1));
+  EXPECT_EQ(tasks::List("ann").size(), 1U);
+}
+
 TEST_F(StoreFaultTest, ErrnoIsTheCallersOwn) {
   const auto task = Make("ann", "t");
   errno = ENOSPC;

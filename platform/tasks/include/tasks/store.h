@@ -37,6 +37,20 @@ Json::Value Notifications(const std::string& user, int limit);
 // minutes old. Returns the number of records ended. Runs as the store's owner.
 int EndRecordsOfDeadWorkers(const std::string& user, pid_t pid, int code);
 
+// Counts over all tasks that the user ever had: records go, these stay. A task is
+// started when its worker is on record; it ends finished or failed ("progress" -1),
+// or stopped: removed before its end. They begin anew with a new store.
+struct Totals {
+  std::int64_t started = 0;
+  std::int64_t finished = 0;
+  std::int64_t failed = 0;
+  std::int64_t stopped = 0;
+  std::int64_t bytes = 0;  // transferred by tasks that ended
+};
+
+// Zeros when there is no store, or none that can be read.
+Totals ReadTotals(const std::string& user);
+
 // Users that have a store.
 std::vector<std::string> UsersWithStore();
 

@@ -1,13 +1,15 @@
 // Background-task records.
 //
-// A record lives in its user's store (one SQLite database per user, opened for
-// each operation and never kept open, so that records may be used on both sides
-// of a fork). Its properties are JSON values under names.
+// A record lives in its user's store, one SQLite database per user. Nothing open is
+// carried across a fork, so records may be used on both sides of one. Its properties are JSON
+// values under names.
 #pragma once
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -57,6 +59,10 @@ class Task {
   bool setProperty(const char* name, const Json::Value& value);
   bool endUpdate();
 
+  // What the task transferred, for the user's totals; finish takes it down. Without
+  // it the totals get what the "data" written with the end reports.
+  void setTransferredBytes(std::uint64_t bytes);
+
   // Writes what was collected and marks the record finished, in one
   // transaction; with `drop` the record is removed instead. False on failure.
   bool finish(bool drop);
@@ -96,6 +102,7 @@ class Task {
   bool askedFinished_ = false;
   bool allFinished_ = true;
   bool removeWhenReleased_ = false;
+  std::optional<std::int64_t> transferredBytes_;
 };
 
 // One user's registry.

@@ -54,7 +54,7 @@ class Client:
     def start(self, sources, dest, **params):
         return self.call("start", path=sources, dest_folder_path=[dest], **params)["taskid"]
 
-    def wait(self, task, pause=0.005, watch=None):
+    def wait(self, task, pause=0.001, watch=None):
         """Polls until the answer that says finished; raises unless the task did everything."""
         while True:
             status = self.call("status", taskid=task)
@@ -64,12 +64,12 @@ class Client:
                 watch()
             time.sleep(pause)
             # The questions of a long task must not take the processor from it.
-            pause = min(pause * 1.05, 0.02)
+            pause = min(pause * 1.2, 0.02)
         if status["progress"] != 1 or status.get("errors"):
             raise Refused(f"the task failed: {str(status)[:500]}")
         return status
 
-    def run(self, sources, dest, started=None, watch=None, pause=0.005, **params):
+    def run(self, sources, dest, started=None, watch=None, pause=0.001, **params):
         """Seconds from the start request to the answer that says finished.
 
         `started` is called with the task's id, `watch` between the questions.

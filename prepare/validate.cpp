@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <set>
+#include <utility>
 
 #include "core/file.h"
 #include "core/user.h"
@@ -243,7 +244,7 @@ bool FennoxMVCPHandler::PreProcessAndCheck(Json::Value& sourcePaths, std::string
   for (const Json::Value& source : sourcePaths) {
     PathInfo info;
     if (!validation.CheckSource(TextOf(source), info)) return false;
-    srcPathInfos.push_back(info);
+    srcPathInfos.push_back(std::move(info));
   }
   return true;
 }

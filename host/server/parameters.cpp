@@ -89,7 +89,7 @@ bool AddMembers(const Body& body, Json::Value* out, std::string* err) {
   if (!body.is_json) return true;
   Json::Value object;
   if (!webapi::ObjectFromBody(body.text, &object, err)) return false;
-  for (const std::string& name : object.getMemberNames()) (*out)[name] = object[name];
+  for (const std::string& name : object.getMemberNames()) (*out)[name].swap(object[name]);
   return true;
 }
 

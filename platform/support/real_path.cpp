@@ -67,14 +67,14 @@ Holder HolderOf(const std::string& path) {
 }
 
 // True when the path is written out and leads through no link: two system calls
-// then do for one per component.
-bool IsRealPath(const std::string& path) {
+// then do for one per component. `kind`: O_DIRECTORY for folders alone, or 0.
+bool IsRealPath(const std::string& path, unsigned kind) {
   std::vector<std::string_view> names;
   if (!path.starts_with('/') || SplitPath(std::string_view(path).substr(1), &names) != WEBFM_OK) {
     return false;
   }
   open_how how{};
-  how.flags = O_PATH | O_CLOEXEC;
+  how.flags = O_PATH | O_CLOEXEC | kind;
   how.resolve = RESOLVE_NO_SYMLINKS;
   const int saved = errno;
   const core::UniqueFd found(
@@ -96,7 +96,7 @@ std::string MountPointAbove(std::string point, const Holder& holder) {
 }  // namespace
 
 bool RealPath(const std::string& path, std::string* out) {
-  if (IsRealPath(path)) {
+  if (IsRealPath(path, 0)) {
     *out = path;
     return true;
   }
@@ -108,12 +108,21 @@ bool RealPath(const std::string& path, std::string* out) {
 
 int ResolveBelow(const std::string& root, const std::string& rest, std::string* base,
                  std::string* out) {
+  const std::size_t slash = rest.rfind('/');
+  if (!rest.empty()) {
+    // Nearly always so, and it says all there is to know about root and parent.
+    std::string parent = slash == std::string::npos ? root : Join(root, rest.substr(0, slash));
+    if (IsRealPath(parent, O_DIRECTORY)) {
+      *base = root;
+      *out = Join(parent, rest.substr(slash + 1));
+      return WEBFM_OK;
+    }
+  }
   if (!RealPath(root, base)) return ErrnoCode(root);
   if (rest.empty()) {
     *out = *base;
     return CheckFolder(*out);
   }
-  const std::size_t slash = rest.rfind('/');
   std::string parent = *base;
   if (slash != std::string::npos) {
     const std::string named = Join(*base, rest.substr(0, slash));
@@ -122,7 +131,7 @@ int ResolveBelow(const std::string& root, const std::string& rest, std::string* 
   }
   const int code = CheckFolder(parent);
   if (code != WEBFM_OK) return code;
-  *out = Join(parent, slash == std::string::npos ? rest : rest.substr(slash + 1));
+  *out = Join(parent, rest.substr(slash + 1));  // npos + 1 is 0
   return WEBFM_OK;
 }
 

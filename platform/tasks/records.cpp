@@ -30,13 +30,13 @@ Result RecordPid(Database& database, const Row& row, const Json::Value& data) {
 }
 
 Result WriteProperty(Database& database, const Row& row, const std::string& name,
-                     const Json::Value& value) {
+                     const std::string& text) {
   return Statement(database,
                    "INSERT INTO properties(task, name, value) VALUES(?, ?, ?) "
                    "ON CONFLICT(task, name) DO UPDATE SET value = excluded.value")
       .Bind(row.seq)
       .Bind(name)
-      .BindBlob(JsonToText(value))
+      .BindBlob(text)
       .Run();
 }
 
@@ -93,9 +93,12 @@ Result ReadProperty(Database& database, const Row& row, const char* name, Json::
   return query.result();
 }
 
-Result WriteProperties(Database& database, const Row& row, const Json::Value& values) {
+Result WriteProperties(Database& database, const Row& row, const Json::Value& values,
+                       StoredTexts* written) {
   for (const std::string& name : values.getMemberNames()) {
-    Result result = WriteProperty(database, row, name, values[name]);
+    std::string text = JsonToText(values[name]);
+    Result result = WriteProperty(database, row, name, text);
+    if (written != nullptr) (*written)[name] = std::move(text);
     if (result == Result::kDone && name == "data") result = RecordPid(database, row, values[name]);
     if (result != Result::kDone) return result;
   }
@@ -179,11 +182,11 @@ Result AskFinished(const std::string& user, const std::string& id, bool* finishe
 }
 
 Result WriteRecord(const std::string& user, const std::string& id, const Json::Value& values,
-                   const std::optional<End>& end) {
+                   const std::optional<End>& end, StoredTexts* written) {
   Database database;
   Row row;
   Result result = BeginOnRecord(database, user, id, &row);
-  if (result == Result::kDone) result = WriteProperties(database, row, values);
+  if (result == Result::kDone) result = WriteProperties(database, row, values, written);
   if (result == Result::kDone && end) result = MarkFinished(database, row, values, *end);
   return result == Result::kDone ? database.Commit() : result;
 }

@@ -45,9 +45,10 @@ struct End {
 };
 
 // Writes the members of `values` as properties, and with `end` marks the
-// record finished, in one transaction.
+// record finished, in one transaction. *written gets their texts.
 [[nodiscard]] Result WriteRecord(const std::string& user, const std::string& id,
-                                 const Json::Value& values, const std::optional<End>& end);
+                                 const Json::Value& values, const std::optional<End>& end,
+                                 StoredTexts* written);
 
 // Writes `data` only if the record's own is missing or damaged.
 [[nodiscard]] Result RestoreData(const std::string& user, const std::string& id,
@@ -64,7 +65,8 @@ struct End {
 [[nodiscard]] Result FindRow(Database& database, const std::string& id, Row* row);
 [[nodiscard]] Result ReadProperty(Database& database, const Row& row, const char* name,
                                   Json::Value* value);
-[[nodiscard]] Result WriteProperties(Database& database, const Row& row, const Json::Value& values);
+[[nodiscard]] Result WriteProperties(Database& database, const Row& row, const Json::Value& values,
+                                     StoredTexts* written = nullptr);
 // `values`: the properties written with it, which say whether the task failed.
 [[nodiscard]] Result MarkFinished(Database& database, const Row& row, const Json::Value& values,
                                   const End& end);

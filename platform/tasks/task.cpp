@@ -33,6 +33,20 @@ const char* ReasonOf(Result result) {
   }
 }
 
+// What the thread's latest handle had loaded. Who asks for one record again and again
+// parses only what has changed in it: a load compares the texts.
+struct Latest {
+  std::string user;
+  std::string id;
+  Json::Value properties;
+  tasks::internal::StoredTexts texts;
+};
+
+Latest& TheLatest() {
+  thread_local Latest latest;
+  return latest;
+}
+
 }  // namespace
 
 Task::Task(const char* user, const char* taskId)
@@ -44,12 +58,21 @@ Task::Task(const char* user, const char* taskId)
 
 Task::Task(Existing /*unused*/, std::string user, std::string taskId)
     : user_(std::move(user)), id_(std::move(taskId)) {
+  if (Latest& latest = TheLatest(); latest.user == user_ && latest.id == id_) {
+    properties_.swap(latest.properties);
+    texts_.swap(latest.texts);
+    latest = {};
+  }
   const Result result = tasks::internal::LoadRecord(user_, id_, &properties_, &finished_, &texts_);
   if (result != Result::kDone) throw TaskError(ReasonOf(result));
 }
 
 Task::~Task() {
-  if (removeWhenReleased_) remove();
+  if (removeWhenReleased_) {
+    remove();
+  } else {
+    TheLatest() = {user_, id_, std::move(properties_), std::move(texts_)};
+  }
 }
 
 std::string Task::getTaskId() const { return id_; }
@@ -111,10 +134,13 @@ bool Task::writePending(bool finish) {
   pending_ = Json::Value();
   std::optional<tasks::internal::End> end;
   if (finish) end = {transferredBytes_};
-  if (tasks::internal::WriteRecord(user_, id_, values, end) != Result::kDone) return false;
-  for (const std::string& name : values.getMemberNames()) {
+  tasks::internal::StoredTexts written;
+  if (tasks::internal::WriteRecord(user_, id_, values, end, &written) != Result::kDone) {
+    return false;
+  }
+  for (auto& [name, text] : written) {
     properties_[name].swap(values[name]);
-    texts_.erase(name);
+    texts_[name] = std::move(text);
   }
   finished_ = finished_ || finish;
   return true;

@@ -1,11 +1,13 @@
 #include "dir_stream.h"
 
+#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace fileop {
 namespace {
@@ -43,7 +45,6 @@ bool DirStream::Next(int fd, Entry* entry) {
     RawEntry raw;
     std::memcpy(&raw, record, sizeof raw);
     at_ += raw.length;
-    position_ = raw.next;
     entry->name = record + kNameOffset;
     entry->type = raw.type;
     entry->inode = raw.inode;
@@ -51,10 +52,12 @@ bool DirStream::Next(int fd, Entry* entry) {
   }
 }
 
-int DirStream::Rewind(int fd) {
+int DirStream::Rewind(core::UniqueFd* fd) {
   at_ = filled_ = 0;
-  position_ = 0;
-  return ::lseek(fd, 0, SEEK_SET) < 0 ? -1 : 0;
+  core::UniqueFd anew(::openat(fd->get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!anew) return -1;
+  *fd = std::move(anew);
+  return 0;
 }
 
 void DirStream::Suspend() {
@@ -62,6 +65,13 @@ void DirStream::Suspend() {
   at_ = filled_ = 0;
 }
 
-int DirStream::Resume(int fd) { return ::lseek(fd, position_, SEEK_SET) < 0 ? -1 : 0; }
+int DirStream::Resume(int fd, const std::string& name) {
+  Entry entry;
+  while (Next(fd, &entry)) {
+    if (name == entry.name) return 0;
+  }
+  if (errno == 0) errno = ENOENT;
+  return -1;
+}
 
 }  // namespace fileop

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <dirent.h>
-#include <sys/types.h>
 
 #include <cstddef>
+#include <string>
 #include <vector>
+
+#include "core/unique_fd.h"
 
 namespace fileop {
 
@@ -24,19 +26,22 @@ class DirStream {
   // on failure, with errno set.
   bool Next(int fd, Entry* entry);
 
-  // Starts again at the first entry.
-  [[nodiscard]] int Rewind(int fd);
+  // Starts again at the first entry, on a descriptor that is opened anew: a remote
+  // folder that was read to its end may list nothing when it is only sought back. -1
+  // with errno.
+  [[nodiscard]] int Rewind(core::UniqueFd* fd);
 
-  // Gives the buffer back; reading goes on after the latest entry, also on
-  // another descriptor of the same folder.
+  // Gives the buffer back; reading goes on after `name`, the latest entry, on a
+  // descriptor of the same folder that was not read from yet. Positions are not
+  // relied on: they may count entries that have been removed since. -1 with errno,
+  // ENOENT when the entry is gone.
   void Suspend();
-  [[nodiscard]] int Resume(int fd);
+  [[nodiscard]] int Resume(int fd, const std::string& name);
 
  private:
   std::vector<char> buffer_;
   std::size_t at_ = 0;
   std::size_t filled_ = 0;
-  off_t position_ = 0;  // behind the latest entry
 };
 
 }  // namespace fileop

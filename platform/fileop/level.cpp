@@ -33,7 +33,7 @@ void SuspendLevel(Level* level) {
 int ResumeLevel(const Level& below, Level* level) {
   if (level->open) return 0;
   level->from.fd = OpenAbove(below.from.fd.get(), level->from.path, level->from.id);
-  if (!level->from.fd || level->stream.Resume(level->from.fd.get()) < 0) {
+  if (!level->from.fd || level->stream.Resume(level->from.fd.get(), below.name) < 0) {
     return Fail(errno, Side::kSource);
   }
   level->to.fd = OpenAbove(below.to.fd.get(), level->to.path, level->to.id);

@@ -136,7 +136,7 @@ void TreeCopy::EndOfListing(Level& level) {
     return;
   }
   level.in_folders = true;
-  if (level.stream.Rewind(level.from.fd.get()) < 0) {
+  if (level.stream.Rewind(&level.from.fd) < 0) {
     Fail(errno, Side::kSource);
     Note(LatestFailure());
     level.kept = true;

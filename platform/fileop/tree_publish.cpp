@@ -50,11 +50,10 @@ int TreeCopy::MergeUnseen(Level& level, TargetFolder& parent) {
   if (request_.removes && removals_.NeedsSync(there) < 0) return -1;
   SourceFolder dark;
   dark.path = level.to.path;
-  dark.fd.reset(::fcntl(level.to.fd.get(), F_DUPFD_CLOEXEC, 0));
+  dark.fd.reset(::openat(level.to.fd.get(), ".", kOpenFolder));
   if (!dark.fd) return Fail(errno, Side::kDestination);
   DirStream stream;
   DirStream::Entry entry;
-  if (stream.Rewind(dark.fd.get()) < 0) return Fail(errno, Side::kDestination);
   while (stream.Next(dark.fd.get(), &entry)) {
     Job job{request_, dark, entry.name, there, entry.name};
     job.free_names = true;
@@ -75,7 +74,7 @@ int TreeCopy::MergeUnseen(Level& level, TargetFolder& parent) {
 void TreeCopy::Discard(Level& level, TargetFolder& parent) {
   DirStream stream;
   DirStream::Entry entry;
-  if (stream.Rewind(level.to.fd.get()) == 0) {
+  if (stream.Rewind(&level.to.fd) == 0) {
     while (stream.Next(level.to.fd.get(), &entry)) ::unlinkat(level.to.fd.get(), entry.name, 0);
   }
   ::unlinkat(parent.fd.get(), level.temp_name.c_str(), AT_REMOVEDIR);

@@ -16,6 +16,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "servers"))
 from ftp import FtpServer  # noqa: E402
 from sftp import SftpServer  # noqa: E402
 from throwaway import NotHere  # noqa: E402
+from webdav import WebdavServer  # noqa: E402
 
 USER = "games"  # an account that every Debian has
 
@@ -82,9 +83,12 @@ def closing(place):
         subprocess.run(["umount", "-l", point], check=False)
 
 
-@pytest.mark.parametrize("kind, options", [(SftpServer, {}), (FtpServer, {}),
-                                           (FtpServer, {"tls": True})],
-                         ids=["sftp", "ftp", "ftps"])
+EVERY_KIND = pytest.mark.parametrize("kind, options", [
+    (SftpServer, {}), (FtpServer, {}), (FtpServer, {"tls": True}), (WebdavServer, {}),
+    (WebdavServer, {"tls": True})], ids=["sftp", "ftp", "ftps", "webdav", "webdavs"])
+
+
+@EVERY_KIND
 def test_a_remote_is_mounted_when_it_is_needed(closing, make_server, serve, place, far, kind, options):
     far_server = serve(kind, **options)
     server = make_server(config=far_server.remote("nas", "auto"))
@@ -107,6 +111,30 @@ def test_a_remote_is_mounted_when_it_is_needed(closing, make_server, serve, plac
     assert (place / "dst" / "there").read_text() == "longer than before"
     assert "errors" not in server.client.run([base + "/there"], base + "/new", remove_src=True)
     assert (far / "new" / "there").exists() and not (far / "there").exists()
+
+
+def content(root):
+    return {str(file.relative_to(root)): file.read_bytes() for file in root.rglob("*") if file.is_file()}
+
+
+@EVERY_KIND
+def test_a_tree_leaves_a_mount_with_all_its_folders(closing, make_server, serve, place, far, kind, options):
+    far_server = serve(kind, **options)
+    client = make_server(config=far_server.remote("nas", "auto")).client
+    # More levels than are kept open at once, where they are quick.
+    deep = "d/" * 70 if kind is SftpServer else "d/"
+    tree = {f"{folder}{name}": os.urandom(len(folder) * 500) for folder in ("", "a/", "a/b/c/", deep, "e/")
+            for name in ("x", ".hidden")}
+    for name, data in tree.items():
+        (far / "tree" / name).parent.mkdir(parents=True, exist_ok=True)
+        (far / "tree" / name).write_bytes(data)
+    for move in (False, True):
+        (place / "dst" / str(move)).mkdir()
+        data = client.run([f"{far_server.protocol}://nas/tree"], f"/dst/{move}", remove_src=move)
+        assert "errors" not in data, data
+        assert content(place / "dst" / str(move) / "tree") == tree
+        assert content(far / "tree") == (tree if not move else {})
+    assert not (far / "tree").exists()
 
 
 def test_a_mount_that_no_task_uses_ends_with_the_server(closing, make_server, serve, place):

@@ -211,6 +211,8 @@ std::optional<ConfigFault> CheckRemote(const RemoteConfig& remote, std::size_t i
   check.Require("max_connections", remote.max_connections >= 0, "must not be negative");
   check.Require("connect_timeout", remote.connect_timeout >= 1 && remote.connect_timeout <= 30,
                 "must be 1 to 30 seconds");
+  check.Require("mount", remote.protocol != "dropbox" || remote.mount != "auto",
+                "dropbox is not mounted by the server: give the path of a folder that is mounted");
   check.Key("mount", remote.mount == "auto" ? std::nullopt : CheckAbsolute(remote.mount));
   check.Key("users", CheckUsers(remote.users));
   return check.Fault();

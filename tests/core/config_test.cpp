@@ -49,6 +49,7 @@ users = ["bob"]
 name = "box"
 protocol = "dropbox"
 token_file = "/etc/box"
+mount = "/mnt/box"
 
 [[token]]
 user = "alice"
@@ -162,6 +163,8 @@ constexpr Fault kFaults[] = {
     {"connect_timeout = 7", "connect_timeout = 31", "remote.connect_timeout"},
     {"max_connections = 4", "max_connection = 4", "remote.max_connection"},
     {R"(mount = "/mnt/nas2")", R"(mount = "mnt")", "remote.mount"},
+    {R"(mount = "/mnt/box")", R"(mount = "auto")", "remote.mount"},
+    {R"(mount = "/mnt/box")", "", "remote.mount"},
     {R"(file = "/etc/alice.token")", "", "token.file"},
     {R"(user = "alice")", R"(user = "")", "token.user"},
     {R"(default = "20MB")", R"(default = "20 XB")", "bandwidth.default"},

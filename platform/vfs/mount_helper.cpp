@@ -20,6 +20,7 @@ namespace {
 
 constexpr int kImplicitTlsPort = 990;
 constexpr int kObscureSeconds = 10;
+constexpr int kLeastConcurrency = 6;
 
 Trouble Lacks(const std::string& words) { return {TroubleKind::kNotAvailable, words}; }
 
@@ -168,7 +169,14 @@ std::string BackEnd(const core::RemoteConfig& remote, const std::string& passwor
   set("HOST", remote.host);
   if (remote.port != 0) set("PORT", std::to_string(remote.port));
   set("WRITING_MDTM", "true");
-  set("CONCURRENCY", std::to_string(remote.max_connections));
+  // Some servers leave hidden files out of a listing unless they are asked for: a copy
+  // would miss them, and a move's temporary names would be taken for lost.
+  set("FORCE_LIST_HIDDEN", "true");
+  // It waits for connections of its own that it does not give back meanwhile: with
+  // fewer it would wait for ever.
+  if (remote.max_connections >= kLeastConcurrency) {
+    set("CONCURRENCY", std::to_string(remote.max_connections));
+  }
   if (remote.protocol == "ftps") {
     set(remote.port == kImplicitTlsPort ? "TLS" : "EXPLICIT_TLS", "true");
     // Servers that want a session resumed on data connections get it up to TLS 1.2.

@@ -82,6 +82,7 @@ void ActionLoop::MakeCopyArgs() const {
   _copyArgs = TAVOCopyArgsExAlloc();
   TAVOCopyArgsExSetGetReadSize(_copyArgs, MVCPTransferCallback);
   TAVOCopyArgsExSetReadWriteData(_copyArgs, MVCPReadWriteData);
+  TAVOCopyArgsExSetStreams(_copyArgs, MVCPStreamsCallback);
   TAVOCopyArgsExSetCopyFile(_copyArgs, MVCPCopyFileCallback);
   TAVOCopyArgsExSetCopyEA(_copyArgs, MVCPReadWriteDataCallback);
   TAVOCopyArgsExSetGetDirSize(_copyArgs, MVCPGetDirSizeCallback);

@@ -7,6 +7,7 @@
 #include "transfer/cloud_objects.h"
 #include "transfer/cloud_transfer.h"
 #include "transfer/file_open.h"
+#include "transfer/streams.h"
 #include "webapi/log.h"
 #include "webapi/module_state.h"
 
@@ -76,7 +77,7 @@ int CopyAfterFailedTransfer(TransferJob& job) {
   if (!IsFtpTransfer(job)) return -1;
   const bool lacksConnection = LacksConnection(_srcCloud) || LacksConnection(_destCloud);
   DropClouds();
-  if (!lacksConnection || job.eaCall) return -1;
+  if (!lacksConnection || job.eaCall || RefuseStreaming(job)) return -1;
 
   const bool bothUseCurl = job.source.useCurl && job.dest.useCurl;
   if (!ReopenSource(job, bothUseCurl) || !ReopenDestination(job, bothUseCurl)) return -1;

@@ -10,24 +10,12 @@
 #include "transfer/ea_call.h"
 #include "transfer/fallback.h"
 #include "transfer/remote_params.h"
+#include "transfer/streams.h"
 #include "webapi/log.h"
 #include "webapi/module_calls.h"
 
 namespace Fennox {
 namespace {
-
-// Largest file that an FTP source gives through its mount: one byte under 10 MiB.
-constexpr long kLargestMountRead = 0x9FFFFF;
-
-bool PrefersDescriptors(const TransferJob& job) {
-  const TransferSide& source = job.source;
-  const TransferSide& dest = job.dest;
-  if (!source.useCurl && !dest.useCurl) return true;
-  if (!dest.protocol.empty() && !dest.isFtpLike()) {
-    return source.isFtpLike() && job.singleConnection && dest.protocol == "sftp";
-  }
-  return source.isFtpLike() && (job.size <= kLargestMountRead || job.singleConnection);
-}
 
 int CopyDescriptors(const TransferJob& job) {
   return TAVOCopyFileFdEx(*job.srcFd, *job.dstFd, job.size, job.progress, job.cancel, job.args);

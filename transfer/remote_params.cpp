@@ -52,33 +52,41 @@ void TakeParams(const COPY_PARM& params, const PathInfo& top, const std::string&
   if (path.size() > top.realPath.size()) side.remotePath += path.substr(top.realPath.size());
 }
 
-// The source's parameters, looked up when its first file comes. Null on failure.
-const COPY_PARM* SourceParams(const PathInfo& top, bool& singleConnection) {
+// The source's parameters, looked up until they are remembered. False on failure.
+bool SourceParams(const PathInfo& top, bool remember, bool& singleConnection, COPY_PARM& params) {
   const auto known = _mapCopyParam.find(top.remoteBase);
-  if (known != _mapCopyParam.end()) return &known->second;
-
+  if (known != _mapCopyParam.end()) {
+    params = known->second;
+    return true;
+  }
   const bool oneConnection = AllowsOneConnection(top.sharePath);
-  COPY_PARM params;
-  if (!LookUp(top, {1009, 1015}, params)) return nullptr;
+  if (!LookUp(top, {1009, 1015}, params)) return false;
   params.remoteBase = top.remoteBase;
   singleConnection = oneConnection;
-  return &(_mapCopyParam[top.remoteBase] = params);
+  if (remember) _mapCopyParam[top.remoteBase] = params;
+  return true;
 }
 
-}  // namespace
-
-bool FindSourceParams(TransferJob& job) {
+bool FillSource(TransferJob& job, bool remember) {
   const std::string path = job.src;
   const auto top = std::find_if(
       _srcPathInfos.begin(), _srcPathInfos.end(),
       [&](const PathInfo& candidate) { return MVCPIsWithinPath(path, candidate.realPath); });
   if (top != _srcPathInfos.end()) {
-    const COPY_PARM* params = SourceParams(*top, job.singleConnection);
-    if (params == nullptr) return false;
-    TakeParams(*params, *top, path, job.source);
+    COPY_PARM params;
+    if (!SourceParams(*top, remember, job.singleConnection, params)) return false;
+    TakeParams(params, *top, path, job.source);
   }
-  if (!job.source.protocol.empty()) return true;
-  LogError(1033, "Can't find the path");
+  return !job.source.protocol.empty();
+}
+
+}  // namespace
+
+bool LookAtSourceParams(TransferJob& job) { return FillSource(job, false); }
+
+bool FindSourceParams(TransferJob& job) {
+  if (FillSource(job, true)) return true;
+  if (job.source.protocol.empty()) LogError(1033, "Can't find the path");
   return false;
 }
 

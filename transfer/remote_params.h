@@ -10,6 +10,8 @@ namespace Fennox {
 // every file. Each may switch the single-connection flag on. False (logged)
 // when the mount cannot be told.
 [[nodiscard]] bool FindSourceParams(TransferJob& job);
+// The same for the source without remembering it: the transfer itself is to come.
+[[nodiscard]] bool LookAtSourceParams(TransferJob& job);
 [[nodiscard]] bool FindDestParams(TransferJob& job);
 
 }  // namespace Fennox

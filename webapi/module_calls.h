@@ -36,6 +36,7 @@ std::string MVCPGenerateNewName(const std::string& path);
 
 // transfer/: hooks of the copier (see fileop/copy.h for their contracts).
 long long MVCPTransferCallback(unsigned long long bytes);
+int MVCPStreamsCallback(const char* src, const char* dst, long size);
 int MVCPCopyFileCallback(const char* src, const char* dst, TAVOCOPYOPTIONS* options, int srcFsType,
                          int dstFsType, int flags, void* pass);
 int MVCPReadWriteDataCallback(const char* src, const char* dst);

@@ -39,4 +39,7 @@ int _srcFsType = -1;
 TAVOCloud::Cloud* _srcCloud = nullptr;
 TAVOCloud::Cloud* _destCloud = nullptr;
 
+std::string _streamedPath;
+bool _streamRefused = false;
+
 }  // namespace Fennox

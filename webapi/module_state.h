@@ -66,4 +66,9 @@ extern int _srcFsType;
 extern TAVOCloud::Cloud* _srcCloud;
 extern TAVOCloud::Cloud* _destCloud;
 
+// The destination that the copier was last told to be streamed to (empty: none), and
+// whether its server then had no connection left for that.
+extern std::string _streamedPath;
+extern bool _streamRefused;
+
 }  // namespace Fennox

@@ -22,6 +22,8 @@ void TAVOCopyArgsExSetReadWriteData(_TAVOCOPYARGSEX* args, TAVOReadWriteHook hoo
   args->read_write = hook;
 }
 
+void TAVOCopyArgsExSetStreams(_TAVOCOPYARGSEX* args, TAVOStreamsHook hook) { args->streams = hook; }
+
 void TAVOCopyArgsExSetCopyFile(_TAVOCOPYARGSEX* args, TAVOCopyFileHook hook) {
   args->copy_file = hook;
 }

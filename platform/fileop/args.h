@@ -17,6 +17,7 @@
 struct _TAVOCOPYARGSEX {
   TAVOReadSizeHook read_size = nullptr;
   TAVOReadWriteHook read_write = nullptr;
+  TAVOStreamsHook streams = nullptr;
   TAVOCopyFileHook copy_file = nullptr;
   TAVOCopyEAHook copy_ea = nullptr;
   TAVODirSizeHook dir_size = nullptr;

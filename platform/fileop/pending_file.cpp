@@ -103,6 +103,16 @@ int PendingFile::CreateNamed(const TargetFolder& folder, mode_t mode) {
   return 0;
 }
 
+int PendingFile::Adopt(const TargetFolder& folder, const std::string& name) {
+  // Mounts without a cache open what is there for writing only when it is emptied.
+  fd_.reset(::openat(folder.fd.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd_) return Fail(errno, Side::kDestination);
+  folder_ = &folder;
+  stands_as_ = name;
+  at_its_place_ = committed_ = true;
+  return 0;
+}
+
 int PendingFile::CreateNode(const TargetFolder& folder, const std::string& name, bool replace,
                             int (*make)(int folder, const char* name, const void* how),
                             const void* how) {
@@ -135,13 +145,23 @@ int PendingFile::TakeBack(int fd) {
     const core::UniqueFd lent(fd);
     return 0;
   }
-  struct stat st;
-  const bool ours = fd >= 0 && ::fstat(fd, &st) == 0 && IdentityOf(st) == made_;
-  if (!streams_to_.empty() && !ours) return TakeFromItsPlace(fd);
+  if (!streams_to_.empty() && !IsOurs(fd)) return TakeFromItsPlace(fd);
   fd_.reset(fd);
   if (fd_.valid()) return 0;
   fd_.reset(::openat(folder_->fd.get(), stands_as_.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
   return fd_.valid() ? 0 : Fail(errno, Side::kDestination);
+}
+
+bool PendingFile::IsOurs(int fd) const {
+  struct stat st;
+  return fd >= 0 && ::fstat(fd, &st) == 0 && IdentityOf(st) == made_;
+}
+
+void PendingFile::DropUnfinished(int fd) const {
+  if (streams_to_.empty() || fd < 0 || IsOurs(fd)) return;
+  const int saved = errno;
+  ::unlinkat(folder_->fd.get(), streams_to_.c_str(), 0);
+  errno = saved;
 }
 
 int PendingFile::TakeFromItsPlace(int fd) {
@@ -150,7 +170,6 @@ int PendingFile::TakeFromItsPlace(int fd) {
   stands_as_ = streams_to_;
   at_its_place_ = true;
   fd_.reset(fd);
-  // Mounts without a cache open what is there for writing only when it is emptied.
   if (!fd_) fd_.reset(::openat(dir, stands_as_.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   return fd_.valid() ? 0 : Fail(errno, Side::kDestination);
 }

@@ -30,6 +30,10 @@ class PendingFile {
   [[nodiscard]] int Create(const TargetFolder& folder, const std::string& name, mode_t mode,
                            bool replace);
 
+  // Adopts a file that was brought to its place past the mount, whole: it stays there
+  // whatever comes. -1 with the last error set.
+  [[nodiscard]] int Adopt(const TargetFolder& folder, const std::string& name);
+
   // Adopts a name made otherwise (a link, a device node): `Create` without a file.
   [[nodiscard]] int CreateNode(const TargetFolder& folder, const std::string& name, bool replace,
                                int (*make)(int folder, const char* name, const void* how),
@@ -45,6 +49,9 @@ class PendingFile {
   [[nodiscard]] int Lend();
   // Takes back what was lent; opens the file again when it was closed.
   [[nodiscard]] int TakeBack(int fd);
+  // After a failure: removes what the borrower may have left unfinished under the
+  // final name on a remote mount, having opened that as `fd`.
+  void DropUnfinished(int fd) const;
 
   // Gives the file its final name; with `replace` whatever stands there is
   // replaced, once the file's data is on disk (as long as its descriptor is
@@ -71,6 +78,7 @@ class PendingFile {
   int CreateNamed(const TargetFolder& folder, mode_t mode);
   int LinkNameless(const std::string& name);
   int TakeFromItsPlace(int fd);
+  bool IsOurs(int fd) const;
 
   const TargetFolder* folder_ = nullptr;
   core::UniqueFd fd_;

@@ -40,6 +40,7 @@ int MoveByHook(Job& job, const _TAVOCOPYARGSEX& hooks, PendingFile& file) {
   job.src.reset(src);
   if (result < 0) {
     const core::UniqueFd lent(dst);
+    file.DropUnfinished(dst);
     return -1;
   }
   if (file.TakeBack(dst) < 0) return -1;
@@ -77,6 +78,31 @@ int MoveData(Job& job, const DataWay& way, PendingFile& file) {
   return job.end_proven ? 0 : CheckSize(job, file);
 }
 
+bool Streams(const Job& job, const DataWay& way) {
+  return job.to.remote && !way.share_blocks && way.hooks != nullptr &&
+         way.hooks->streams != nullptr && way.hooks->read_write != nullptr &&
+         way.hooks->streams(job.src_path.c_str(), job.dst_path.c_str(), job.st.st_size) != 0;
+}
+
+// The hook brings the file to its place, past the mount.
+int StreamData(Job& job, const _TAVOCOPYARGSEX& hooks) {
+  const TAVOCOPYOPTIONS& options = *job.request.options;
+  int src = job.src.release();
+  int dst = -1;
+  const int result = CallHook(job, [&] {
+    return hooks.read_write(job.src_path.c_str(), job.dst_path.c_str(), &src, &dst, job.st.st_size,
+                            options.progress, options.isCancelled, &hooks);
+  });
+  const core::UniqueFd unasked(dst);
+  job.src.reset(src);
+  return result;
+}
+
+int ReadAgain(Job& job) {
+  if (!job.src) return OpenAgain(job);
+  return ::lseek(job.src.get(), 0, SEEK_SET) == 0 ? 0 : Fail(errno, Side::kSource);
+}
+
 // Gives the finished file its name, whatever came up there meanwhile.
 int Publish(Job& job, PendingFile& file) {
   constexpr int kTries = 16;
@@ -108,6 +134,14 @@ int Finish(Job& job, PendingFile& file) {
   const bool close = !file.stands_as().empty() && (!job.replace || job.to.remote);
   if (close && file.Close() < 0) return -1;
   return Publish(job, file);
+}
+
+int StreamRegular(Job& job, const _TAVOCOPYARGSEX& hooks) {
+  if (StreamData(job, hooks) < 0) return -1;
+  if (!job.src && OpenAgain(job) < 0) return -1;
+  PendingFile file;
+  if (file.Adopt(job.to, job.to_name) < 0 || CheckSize(job, file) < 0) return -1;
+  return Finish(job, file);
 }
 
 }  // namespace
@@ -149,6 +183,13 @@ int OpenRegular(Job& job) {
 
 int CopyRegular(Job& job, const DataWay& way) {
   if (!job.src && OpenRegular(job) < 0) return -1;
+  if (Streams(job, way)) {
+    const int result = StreamRegular(job, *way.hooks);
+    if (result == 0 || job.request.cancelled()) return result;
+    const Failure why = LatestFailure();
+    if (Streams(job, way)) return Report(why);
+    if (ReadAgain(job) < 0) return -1;
+  }
   PendingFile file;
   if (job.ahead != nullptr) file.Swap(job.ahead->target);
   if (file.fd() < 0) {

@@ -57,10 +57,18 @@ using TAVOReadSizeHook = long long (*)(unsigned long long bytes);
 // the unfinished file stands now; on a remote mount the final path instead, though
 // the descriptor is that of a temporary file. The descriptors are open; the hook may
 // close them and set them to -1, which on a remote mount says that the file is at its
-// final path already. 0 on success; negative fails the file.
+// final path already. A file that streams (TAVOStreamsHook) has no descriptor at the
+// destination: it is -1. 0 on success; negative fails the file.
 using TAVOReadWriteHook = int (*)(const char* src, const char* dst, int* srcFd, int* dstFd,
                                   long size, TAVOCopyProgress progress, TAVOCopyCancel cancel,
                                   const _TAVOCOPYARGSEX* args);
+
+// Whether the data hook will bring this file to its final path on a remote mount past
+// the mount: non-zero when it will. Nothing is made on the mount then: what is opened
+// and closed there without a byte may reach the server any time later, and be taken for
+// the file. Asked again when the data hook has failed; 0 then makes the copier try once more,
+// with a descriptor.
+using TAVOStreamsHook = int (*)(const char* src, const char* dst, long size);
 
 // Copies one regular file in the copier's place, usually by calling
 // TAVOCopyFileExI with the same arguments. `dst` is the path the file shall
@@ -88,6 +96,7 @@ _TAVOCOPYARGSEX* TAVOCopyArgsExAlloc();
 void TAVOCopyArgsExFree(_TAVOCOPYARGSEX* args);
 void TAVOCopyArgsExSetGetReadSize(_TAVOCOPYARGSEX* args, TAVOReadSizeHook hook);
 void TAVOCopyArgsExSetReadWriteData(_TAVOCOPYARGSEX* args, TAVOReadWriteHook hook);
+void TAVOCopyArgsExSetStreams(_TAVOCOPYARGSEX* args, TAVOStreamsHook hook);
 void TAVOCopyArgsExSetCopyFile(_TAVOCOPYARGSEX* args, TAVOCopyFileHook hook);
 void TAVOCopyArgsExSetCopyEA(_TAVOCOPYARGSEX* args, TAVOCopyEAHook hook);
 void TAVOCopyArgsExSetGetDirSize(_TAVOCOPYARGSEX* args, TAVODirSizeHook hook);

@@ -1,10 +1,11 @@
+import os
 import pathlib
 import shutil
 import tempfile
 
 import pytest
 
-from stage import KINDS, Stage
+from stage import KINDS, MOUNTABLE, Stage
 
 RESULTS = {}
 
@@ -30,6 +31,15 @@ def client(stage):
 
 
 @pytest.fixture(scope="session")
+def mounted(stage):
+    """Mounts every server that it can by itself."""
+    if not os.access("/dev/fuse", os.R_OK | os.W_OK):
+        pytest.skip("FUSE is not available here")
+    return stage.open("mounted", remotes=[stage.remote(kind, mount="auto", connect_timeout=10)
+                                          for kind in MOUNTABLE if kind in stage.servers])
+
+
+@pytest.fixture(scope="session")
 def slow(stage):
     """Moves 10 MB a second, so that there is a middle of a file."""
     return stage.open("slow", '[bandwidth]\ndefault = "10MB"\n')
@@ -50,10 +60,9 @@ def matrix():
 
 
 def pytest_terminal_summary(terminalreporter):
-    if not RESULTS:
-        return
-    terminalreporter.section("from (down), to (across)")
-    terminalreporter.line(" " * 10 + "".join(f"{kind:>10}" for kind in KINDS))
-    for source in KINDS:
-        terminalreporter.line(f"{source:>10}" + "".join(
-            f"{RESULTS.get((source, dest), '-'):>10}" for dest in KINDS))
+    for mount in sorted({mount for mount, _, _ in RESULTS}):
+        terminalreporter.section(f"{mount}: from (down), to (across)")
+        terminalreporter.line(" " * 10 + "".join(f"{kind:>10}" for kind in KINDS))
+        for source in KINDS:
+            terminalreporter.line(f"{source:>10}" + "".join(
+                f"{RESULTS.get((mount, source, dest), '-'):>10}" for dest in KINDS))

@@ -1,8 +1,9 @@
 """One real server of each kind, and a fennoxd that has all of them as remote mounts.
 
-A server's own folder stands for its mount: what the module does through the mount and
-what it streams end up in the same place, and bytes are compared there. Each folder is a
-file system of its own where the user may mount one; else moves between them are renames."""
+Where the tests ask for no real mount, a server's own folder stands for it: what the module
+does through the mount and what it streams end up in the same place, and bytes are compared
+there. Each folder is a file system of its own where the user may mount one; else moves
+between them are renames."""
 import os
 import pathlib
 import subprocess
@@ -27,6 +28,7 @@ MAKERS = {
     "dropbox": DropboxServer,
 }
 KINDS = ["local", *MAKERS]
+MOUNTABLE = [kind for kind in MAKERS if kind != "dropbox"]  # by the server itself
 REMOTE = list(MAKERS)
 NO_PERMISSION, NO_SPACE, UNREACHABLE, REMOTE_IO = 407, 463, 2109, 2114
 

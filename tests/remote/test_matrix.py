@@ -5,7 +5,7 @@ import shutil
 
 import pytest
 
-from stage import KINDS, assert_same, content, write
+from stage import KINDS, MOUNTABLE, assert_same, content, write
 
 BORDER = 10 << 20  # from this size on an FTP source streams
 
@@ -31,24 +31,41 @@ def files_for(source, dest, full):
     return files
 
 
-@pytest.mark.parametrize("dest", KINDS)
-@pytest.mark.parametrize("source", KINDS)
-def test_cell(stage, client, needs, matrix, pytestconfig, source, dest):
-    matrix[source, dest] = "no server"
-    needs(source, dest)
-    matrix[source, dest] = "FAILED"
-    files = files_for(source, dest, pytestconfig.getoption("full"))
-    cell = f"{source}-{dest}"
-    write(stage.folder(source) / cell / "tree", files)
+def check_cell(stage, client, matrix, cell, files):
+    """Copies and moves the files, and compares them in the server's own folder."""
+    mount, source, dest = cell
+    matrix[cell] = "FAILED"
+    name = "-".join(cell)
+    write(stage.folder(source) / name / "tree", files)
     for action in ("copied", "moved"):
-        place = stage.folder(dest) / f"{cell}-{action}"
+        place = stage.folder(dest) / f"{name}-{action}"
         place.mkdir()
-        data = client.run([stage.uri(source, f"{cell}/tree")], stage.uri(dest, place.name),
+        data = client.run([stage.uri(source, f"{name}/tree")], stage.uri(dest, place.name),
                           remove_src=action == "moved")
         assert "errors" not in data, data["errors"]
         assert_same(place / "tree", files)
         assert os.listdir(place) == ["tree"]
-        assert content(stage.folder(source) / cell) == (
+        assert content(stage.folder(source) / name) == (
             {f"tree/{name}": data for name, data in files.items()} if action == "copied" else {})
         shutil.rmtree(place)
-    matrix[source, dest] = "works"
+    matrix[cell] = "works"
+
+
+@pytest.mark.parametrize("dest", KINDS)
+@pytest.mark.parametrize("source", KINDS)
+def test_cell(stage, client, needs, matrix, pytestconfig, source, dest):
+    cell = ("folder", source, dest)
+    matrix[cell] = "no server"
+    needs(source, dest)
+    check_cell(stage, client, matrix, cell, files_for(source, dest, pytestconfig.getoption("full")))
+
+
+@pytest.mark.parametrize("dest", ["local", *MOUNTABLE])
+@pytest.mark.parametrize("source", ["local", *MOUNTABLE])
+def test_cell_through_mounts(stage, mounted, needs, matrix, pytestconfig, source, dest):
+    if source == dest == "local":
+        return
+    cell = ("mounted", source, dest)
+    matrix[cell] = "no server"
+    needs(source, dest)
+    check_cell(stage, mounted, matrix, cell, files_for(source, dest, pytestconfig.getoption("full")))

@@ -6,6 +6,7 @@ import tempfile
 import pytest
 
 from stage import KINDS, MOUNTABLE, Stage
+from places import place  # noqa: E402, F401: a fixture
 
 RESULTS = {}
 

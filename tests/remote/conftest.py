@@ -9,6 +9,7 @@ from stage import KINDS, MOUNTABLE, Stage
 from places import place  # noqa: E402, F401: a fixture
 
 RESULTS = {}
+SLOW = '[bandwidth]\ndefault = "10MB"\n'
 
 
 def pytest_addoption(parser):
@@ -31,19 +32,28 @@ def client(stage):
     return stage.open("fast")
 
 
-@pytest.fixture(scope="session")
-def mounted(stage):
-    """Mounts every server that it can by itself."""
+def with_mounts(stage, name, config=""):
+    """A fennoxd that mounts every server that it can by itself."""
     if not os.access("/dev/fuse", os.R_OK | os.W_OK):
         pytest.skip("FUSE is not available here")
-    return stage.open("mounted", remotes=[stage.remote(kind, mount="auto", connect_timeout=10)
-                                          for kind in MOUNTABLE if kind in stage.servers])
+    return stage.open(name, config, [stage.remote(kind, mount="auto", connect_timeout=10)
+                                     for kind in MOUNTABLE if kind in stage.servers])
+
+
+@pytest.fixture(scope="session")
+def mounted(stage):
+    return with_mounts(stage, "mounted")
+
+
+@pytest.fixture(scope="session")
+def slow_mounted(stage):
+    return with_mounts(stage, "slow-mounted", SLOW)
 
 
 @pytest.fixture(scope="session")
 def slow(stage):
     """Moves 10 MB a second, so that there is a middle of a file."""
-    return stage.open("slow", '[bandwidth]\ndefault = "10MB"\n')
+    return stage.open("slow", SLOW)
 
 
 @pytest.fixture

@@ -6,7 +6,7 @@ import threading
 
 import pytest
 
-from stage import (NO_PERMISSION, NO_SPACE, REMOTE, REMOTE_IO, UNREACHABLE, content, moved_some, run,
+from stage import (MOUNTABLE, NO_PERMISSION, NO_SPACE, REMOTE, REMOTE_IO, UNREACHABLE, content, moved_some, run,
                    wait_for, write)
 
 BIG = 24 << 20
@@ -70,6 +70,37 @@ def test_a_connection_that_breaks_is_taken_up_again(stage, slow, needs, source, 
     data = slow.wait(task, 60)
     assert "errors" not in data, data["errors"]
     assert content(origin) == {} and content(place) == {"big": BIG_FILE}
+
+
+@pytest.mark.parametrize("kind", MOUNTABLE)
+def test_a_connection_that_breaks_in_a_tree_on_a_mount_costs_nothing(stage, slow_mounted, needs, kind):
+    needs(kind)
+    for source, dest in ((kind, "local"), ("local", kind)):
+        name = f"mount-break-{source}-{dest}"
+        files = {f"d{i % 3}/f{i}": bytes([i]) * (1 << 20) for i in range(12)}
+        origin, place = stage.folder(source) / name, stage.folder(dest) / f"{name}-to"
+        write(origin / "t", files)
+        place.mkdir()
+
+        def start():
+            return slow_mounted.start([stage.uri(source, f"{name}/t")], stage.uri(dest, place.name),
+                                      remove_src=True, overwrite=True).data["taskid"]
+
+        task = start()
+        moved_some(slow_mounted, task, 4)
+        stage.servers[kind].end_sessions()
+        errors = slow_mounted.wait(task).get("errors", [])
+        assert {error["code"] for error in errors} <= {UNREACHABLE, REMOTE_IO}
+        here, there = content(origin / "t"), content(place / "t")
+        lost = [file for file in files if files[file] not in (here.get(file), there.get(file))]
+        half = [file for file in files if there.get(file, files[file]) != files[file]]
+        assert (lost, half) == ([], [])
+        for _ in range(3):  # the mount may hold more connections that are broken
+            if errors:
+                errors = slow_mounted.wait(start()).get("errors", [])
+        assert not errors
+        assert content(place) == {f"t/{file}": data for file, data in files.items()}
+        assert content(origin) == {}
 
 
 class Silent:

@@ -16,14 +16,16 @@ UNTAKEN = {}
 # Each kind once as source and once as destination, and all that a local disk meets.
 BORDER_CELLS = ({(kind, KINDS[(i + 1) % len(KINDS)]) for i, kind in enumerate(KINDS)}
                 | {(kind, "local") for kind in KINDS} | {("local", kind) for kind in KINDS})
+# Through real mounts, each kind once as source and once as destination.
+MOUNTED_BORDER_CELLS = {("local", "webdav"), ("sftp", "ftp"), ("ftp", "local"), ("ftps", "sftp"), ("webdav", "ftps")}
 
 
-def files_for(source, dest, full):
+def files_for(source, dest, full, border_cells):
     rng = random.Random(f"{source} {dest}")
     files = {name: rng.randbytes(rng.randrange(1, 3000)) for name in NAMES
              if name not in UNTAKEN.get(dest, ()) and name not in UNTAKEN.get(source, ())}
     files.update({"empty": b"", "one": b"1"})
-    if full or (source, dest) in BORDER_CELLS:
+    if full or (source, dest) in border_cells:
         files.update({"below": rng.randbytes(BORDER - 1), "border": rng.randbytes(BORDER)})
     if full:
         files["large"] = rng.randbytes(200 << 20)
@@ -57,7 +59,8 @@ def test_cell(stage, client, needs, matrix, pytestconfig, source, dest):
     cell = ("folder", source, dest)
     matrix[cell] = "no server"
     needs(source, dest)
-    check_cell(stage, client, matrix, cell, files_for(source, dest, pytestconfig.getoption("full")))
+    full = pytestconfig.getoption("full")
+    check_cell(stage, client, matrix, cell, files_for(source, dest, full, BORDER_CELLS))
 
 
 @pytest.mark.parametrize("dest", ["local", *MOUNTABLE])
@@ -68,4 +71,5 @@ def test_cell_through_mounts(stage, mounted, needs, matrix, pytestconfig, source
     cell = ("mounted", source, dest)
     matrix[cell] = "no server"
     needs(source, dest)
-    check_cell(stage, mounted, matrix, cell, files_for(source, dest, pytestconfig.getoption("full")))
+    full = pytestconfig.getoption("full")
+    check_cell(stage, mounted, matrix, cell, files_for(source, dest, full, MOUNTED_BORDER_CELLS))

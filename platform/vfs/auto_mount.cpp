@@ -258,15 +258,15 @@ void AwaitShown(const std::string& uri, std::uint64_t size) {
   const std::string parent = path.substr(0, path.rfind('/'));
   const auto shown = [&] {
     struct stat status {};
-    // What it made itself is looked at anew with its folder only.
-    (void)LookInto(parent);
     return lstat(path.c_str(), &status) == 0 && static_cast<std::uint64_t>(status.st_size) == size;
   };
+  // What it made itself is looked at anew with its folder only, which costs a listing.
+  const auto shown_anew = [&] { return LookInto(parent) == 0 && shown(); };
   const core::UniqueFd forget(
       open(ForgetPipe(MountsFolder(), TAVOVFS::GetActorUID(), mount.name).c_str(),
            O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!forget) return;  // no mount of a helper that remembers
-  for (int i = 0; i < kForgetAttempts && !shown(); ++i) {
+  if (!forget || shown()) return;  // without the pipe: no mount of a helper that remembers
+  for (int i = 0; i < kForgetAttempts && !shown_anew(); ++i) {
     if (write(forget.get(), "f", 1) < 0) return;
     std::this_thread::sleep_for(kForgetPause);
   }

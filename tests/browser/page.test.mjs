@@ -86,7 +86,7 @@ test("Conflicts are asked about before the start, for each and for all", async (
   await dialog.getByText("4 names exist already in /to/conflict").waitFor();
   assert.equal(await window.tasks().count(), 0);
   const facts = await dialog.locator("tbody", { hasText: "skip.txt" }).innerText();
-  assert.match(facts, /New\s+3 B[^]*There now\s+4 B/);
+  assert.match(facts, /New\s+3 B\s+\d{4}-\d\d-\d\d \d\d:\d\d[^]*There now\s+4 B\s+\d{4}-\d\d-\d\d \d\d:\d\d/);
   assert.deepEqual(await window.accessibilityFaults(), []);
   await window.button("Replace", dialog).click();
   const both = dialog.getByLabel("What to do with both.txt");
@@ -170,6 +170,10 @@ test("Everything goes by keyboard: log in, select a range, move, cut and paste, 
   await window.row("x").waitFor();
   await page.keyboard.press("Control+v");
   await window.row("d").waitFor();
+  await page.keyboard.type("d");
+  await page.keyboard.press("Control+c");
+  await page.keyboard.press("Control+v");
+  await window.pane().getByText("3 entries").waitFor();
   await page.keyboard.press("Backspace");
   await window.row("sub").waitFor();
   assert.equal(server.has("from/keys/sub/d"), true);
@@ -281,6 +285,9 @@ test("Hidden files, sorting and the path lead where they should", async () => {
   await window.button("Size", window.pane()).click();
   const shown = () => window.pane().locator(".rows .text").allInnerTexts();
   assert.deepEqual((await shown()).slice(0, 2), ["deep", "big"]);
+  await window.row("big").locator(".text").click();
+  await window.row("keep").locator(".text").click({ modifiers: ["Shift"] });
+  assert.deepEqual(await window.pane().locator(".row.selected .text").allInnerTexts(), (await shown()).slice(1));
   await window.row("deep").dblclick();
   await window.row("er").dblclick();
   await window.row("x").waitFor();

@@ -11,8 +11,9 @@ import { fileURLToPath } from "node:url";
 const BUILD = process.env.FENNOX_BUILD ?? fileURLToPath(new URL("../../build/dev", import.meta.url));
 
 export class Server {
-  // `shares`: names of shares, each a folder of this name. `bandwidth`: "8MB" per second.
-  constructor({ shares = ["from", "to"], bandwidth = "0", readOnly = [] } = {}) {
+  // `shares`: names of shares, each a folder of this name. `bandwidth`: "8MB" per second. `more`:
+  // lines of its configuration.
+  constructor({ shares = ["from", "to"], bandwidth = "0", readOnly = [], more = "" } = {}) {
     this.place = fs.mkdtempSync(path.join(os.tmpdir(), "fennox-browser-"));
     this.state = path.join(this.place, "state");
     for (const share of [...shares, ...readOnly]) fs.mkdirSync(this.path(share));
@@ -21,6 +22,7 @@ export class Server {
     this.shares = shares;
     this.bandwidth = bandwidth;
     this.readOnly = readOnly;
+    this.more = more;
   }
 
   path(...names) {
@@ -35,7 +37,7 @@ export class Server {
     fs.writeFileSync(
       this.config,
       `[server]\nlisten = "127.0.0.1:${this.port}"\nstate = "${this.state}"\n${shares.join("")}` +
-        `[bandwidth]\ndefault = "${this.bandwidth}"\n[copymove]\nfilebrowserxferlog = "yes"\n`,
+        `[bandwidth]\ndefault = "${this.bandwidth}"\n[copymove]\nfilebrowserxferlog = "yes"\n${this.more}`,
     );
   }
 

@@ -2,11 +2,13 @@
 
 import { host } from "./net.js";
 import { ROOT } from "./paths.js";
+import { readRemotes } from "./remotes.js";
 import { state } from "./store.js";
 import { locale } from "./words.js";
 
 export async function readPlaces() {
   state.places = await host("shares");
+  await readRemotes();
 }
 
 // The place that a path lies in.

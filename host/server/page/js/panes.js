@@ -3,6 +3,7 @@
 import { readFolder, sorted, visible } from "./listing.js";
 import { join, nameOf, parent, ROOT } from "./paths.js";
 import { prefer, preferences, recall, remember, twoPanes } from "./preferences.js";
+import { answered, askRemote } from "./remotes.js";
 import * as selection from "./selection.js";
 import { changed, state } from "./store.js";
 
@@ -53,11 +54,13 @@ export async function refresh(pane) {
     const entries = await readFolder(pane.path);
     if (reading !== pane.reading) return;
     Object.assign(pane, { entries, status: "ready", failure: null });
+    answered(pane.path);
   } catch (failure) {
     if (reading !== pane.reading) return;
     // What was read before stays on the page while the server is away.
     if (failure.kind !== "refused" && pane.status === "ready") return;
     Object.assign(pane, { entries: [], status: "failed", failure });
+    if (failure.kind === "refused") askRemote(pane.path);
   }
   arrange(pane);
   changed();

@@ -10,6 +10,7 @@ export const state = {
   offline: false,
   view: "files", // or "log"
   places: [],
+  remotes: {}, // what is known of each, by its name
   panes: { left: null, right: null },
   active: "left",
   narrow: false,

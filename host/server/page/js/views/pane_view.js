@@ -6,6 +6,7 @@ import * as format from "../format.js";
 import { activate, open, refresh, shownPanes } from "../panes.js";
 import { crumbs, parent, ROOT } from "../paths.js";
 import { preferences } from "../preferences.js";
+import { detailOf, troubleOf } from "../remotes.js";
 import { shown } from "../shown.js";
 import { state } from "../store.js";
 import { counted, reason, t } from "../words.js";
@@ -42,10 +43,13 @@ function barView(pane, label) {
 }
 
 function failureView(pane) {
-  const why = pane.failure.kind === "refused" ? reason(pane.failure.code) : t("app.offline");
+  const refused = pane.failure.kind === "refused";
+  const why = refused ? troubleOf(pane.path) || reason(pane.failure.code) : t("app.offline");
+  const detail = refused ? detailOf(pane.path) : "";
   return html`<div class="blank" role="alert">
     <p>${t("pane.failed")}</p>
-    <p class="hint">${why}</p>
+    <p>${shown(why)}</p>
+    ${detail ? html`<p class="hint">${shown(detail)}</p>` : ""}
     <button @click=${() => refresh(pane)}>${t("pane.again")}</button>
   </div>`;
 }

@@ -5,6 +5,7 @@ import { repeat } from "/vendor/lit-html/directives/repeat.js";
 import { readFolder, sorted, visible } from "../listing.js";
 import { crumbs, join, ROOT } from "../paths.js";
 import { preferences } from "../preferences.js";
+import { askRemote, troubleOf } from "../remotes.js";
 import { shown } from "../shown.js";
 import { changed } from "../store.js";
 import { counted, reason, t } from "../words.js";
@@ -21,6 +22,7 @@ async function goTo(dialog, path) {
     dialog.folders = sorted(folders, { key: "name", descending: false });
   } catch (failure) {
     if (dialog.path === path) dialog.failure = failure;
+    if (failure.kind === "refused") askRemote(path);
   }
   changed();
 }
@@ -34,8 +36,8 @@ function folderView(dialog, folder) {
 function foldersView(dialog) {
   const { failure, folders } = dialog;
   if (failure) {
-    const why = failure.kind === "refused" ? reason(failure.code) : t("app.offline");
-    return html`<p class="hint" role="alert">${why}</p>`;
+    const why = failure.kind === "refused" ? troubleOf(dialog.path) || reason(failure.code) : t("app.offline");
+    return html`<p class="hint" role="alert">${shown(why)}</p>`;
   }
   if (!folders) return html`<p class="hint">${t("pane.loading")}</p>`;
   if (folders.length === 0) return html`<p class="hint">${t("pick.noFolders")}</p>`;

@@ -5,9 +5,16 @@ import { repeat } from "/vendor/lit-html/directives/repeat.js";
 import { dragLeave, dragOver, drop } from "../drag.js";
 import { activePane, open } from "../panes.js";
 import { isInside } from "../paths.js";
+import { stateOf, troubleOf } from "../remotes.js";
 import { state } from "../store.js";
 import { t } from "../words.js";
 import { icon } from "./icons.js";
+
+function remoteView(place) {
+  const now = stateOf(place);
+  const words = now === "away" ? troubleOf(place.path) : t(`remote.${now}`);
+  return html`<span class="dot ${now}" role="img" aria-label=${words} title=${words}></span>`;
+}
 
 function placeView(place) {
   const here = isInside(activePane().path, place.path);
@@ -23,6 +30,7 @@ function placeView(place) {
       >
         ${icon(place.remote ? "remote" : "share")}
         <span class="name">${place.name}</span>
+        ${place.remote ? remoteView(place) : ""}
         ${place.writable ? "" : html`<span class="tag">${t("app.readonly")}</span>`}
       </button>
     </li>`;

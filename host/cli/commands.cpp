@@ -203,6 +203,15 @@ int RunStatus(Client* client, const Options& options) {
 int RunStop(Client* client, const Options& options) {
   Json::Value data;
   CallError error;
+  // To the server, what does not run is stopped already; it would also drop the record of
+  // a task that has ended, and with it what failed.
+  if (!client->Get("task", {{"id", options.target}}, &data, &error)) {
+    return Refuse(error, "not stopped: ");
+  }
+  if (data.isObject() && data["finished"] == Json::Value(true)) {
+    return Refuse("not stopped: the task has ended already: fennox status " +
+                  Printable(options.target));
+  }
   if (!client->Call("stop", TaskParams(options.target), &data, &error)) {
     return Refuse(error, "not stopped: ");
   }

@@ -84,12 +84,17 @@ int RunWatch(Client* client, const Options& options) {
 int RunCompletePath(Client* client, const Options& options) {
   const std::string& prefix = options.target;
   const std::size_t slash = prefix.rfind('/');
-  const std::string folder = slash == std::string::npos ? "" : prefix.substr(0, slash);
+  std::string folder = slash == std::string::npos ? "" : prefix.substr(0, slash);
   Json::Value data;
   CallError error;
   // "sftp://name" and "/share" come from the list of shares, what lies below from folders.
   const bool top =
       slash == std::string::npos || folder.empty() || folder.back() == '/' || folder.back() == ':';
+  // The top folder of a remote mount keeps its last slash.
+  const std::size_t scheme = folder.find("://");
+  if (scheme != std::string::npos && folder.find('/', scheme + 3) == std::string::npos) {
+    folder += '/';
+  }
   if (!client->Get(top ? "shares" : "list",
                    top ? std::multimap<std::string, std::string>{}
                        : std::multimap<std::string, std::string>{{"path", folder}},
@@ -105,7 +110,7 @@ int RunCompletePath(Client* client, const Options& options) {
     return kExitDone;
   }
   for (const Json::Value& entry : data["entries"]) {
-    const std::string path = folder + "/" + TextOf(entry, "name");
+    const std::string path = prefix.substr(0, slash + 1) + TextOf(entry, "name");
     if (path.starts_with(prefix)) {
       std::cout << Printable(path) << (TextOf(entry, "type") == "folder" ? "/" : "") << "\n";
     }

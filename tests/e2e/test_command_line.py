@@ -1,12 +1,21 @@
 """The command line against a running server."""
+import contextlib
 import json
 import os
+import pathlib
 import signal
 import subprocess
+import sys
 import time
 
-from server import BUILD, command_line_alone
+import pytest
+
+from server import BUILD, ROOT, command_line_alone
 from trees import assert_same, describe, make_tree
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "servers"))
+from sftp import SftpServer  # noqa: E402
+from throwaway import NotHere  # noqa: E402
 
 
 def fennox(server, *arguments, **options):
@@ -43,6 +52,8 @@ def test_detached_tasks_are_followed_listed_and_stopped(make_server, place):
     assert fennox(server, "status", task).returncode == 0
     assert fennox(server, "stop", task).returncode == 0
     assert fennox(server, "status", task).returncode == 2
+    again = fennox(server, "stop", task)
+    assert again.returncode == 2 and again.stderr == "fennox: not stopped: The task does not exist (599)\n"
     assert "big" in fennox(server, "ls", "/src").stdout
 
 
@@ -84,7 +95,7 @@ def test_refusals_are_json_too_and_keep_their_exit_status(server, place, tmp_pat
     clash = refused(fennox(server, "copy", "--json", "/src/x", "/dst"), "refused", 1000)
     assert clash["detail"] == [{"code": 1003, "path": "/src/x"}]
     refused(fennox(server, "ls", "--json", "/src/none"), "refused", 460)
-    for words in (["status", "--watch"], ["status"]):
+    for words in (["status", "--watch"], ["status"], ["stop"]):
         refused(fennox(server, *words, "--json", "Fennox_none"), "refused", 599)
     refused(fennox(server, "task", "show", "--json", "Fennox_none"), "refused", 599)
     refused(fennox(server, "remote", "check", "--json", "none"), "refused", 470)
@@ -118,6 +129,8 @@ def test_watch_and_log_show_all_tasks_and_what_they_did(make_server, place):
     assert len(last) == 2 and all(task["finished"] for task in last)
     lines = fennox(server, "log").stdout.splitlines()
     assert len(lines) == 2 and all("copy" in line for line in lines)
+    ended = fennox(server, "stop", last[0]["id"])
+    assert ended.returncode == 2 and "has ended already" in ended.stderr
     newest = json.loads(fennox(server, "log", "--limit", "1", "--json").stdout)
     assert len(newest) == 1 and newest[0]["action"] == "copy"
     assert fennox(server, "log", "--limit", "0").returncode == 2
@@ -147,6 +160,30 @@ def test_paths_on_the_server_are_completed(server, place):
         "/src/file", "/src/folder one/"]
     assert fennox(server, "complete-path", "/src/none").stdout == ""
     assert "complete-path" not in fennox(server, "--help").stdout
+
+
+def test_paths_on_a_remote_server_are_completed_in_the_shell(make_server, place):
+    far = place / "far"
+    (far / "folder one").mkdir(parents=True)
+    try:
+        remote = SftpServer(far).start()
+    except NotHere as reason:
+        pytest.skip(str(reason))
+    with contextlib.closing(remote):
+        server = make_server(config=remote.remote("nas", far))
+        completion = ROOT / "packaging" / "completion" / "fennox"
+
+        def complete(*words):
+            done = subprocess.run(
+                ["bash", "-c", f'. {completion}; compopt() {{ :; }}; COMP_WORDS=(fennox "$@"); COMP_CWORD=$#; _fennox; '
+                 'printf "%s\\n" "${COMPREPLY[@]}"', "-", *words], text=True, capture_output=True, timeout=60,
+                env=dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}", FENNOX_TOKEN=server.token,
+                         PATH=f"{BUILD}:{os.environ['PATH']}"))
+            return done.stdout.splitlines()
+
+        assert complete("ls", "sf") == ["sftp://nas/"]
+        assert complete("copy", "/src/x", "sftp", ":", "//nas/f") == ["//nas/folder\\ one/"]
+        assert complete("remote", "check", "n") == ["nas"]
 
 
 def test_login_and_logout_keep_the_token_in_a_closed_file(server, tmp_path):

@@ -41,6 +41,14 @@ def test_every_promise_about_security_names_a_test_that_exists():
     assert not has_test("host", "SessionsTest.Nothing") and not has_test("e2e/test_login.py", "test_none")
 
 
+def test_every_key_of_the_configuration_is_in_its_page():
+    code = (ROOT / "platform" / "core" / "config_toml.cpp").read_text()
+    known = {key for keys in re.findall(r"\.Known\(\{(.*?)\}\)", code, re.DOTALL) for key in re.findall(r'"(\w+)"', keys)}
+    page = (ROOT / "packaging" / "man" / "fennox.toml.5").read_text()
+    told = {word for line in re.findall(r"^\.BR? (.*)", page, re.MULTILINE) for word in re.findall(r"\b[a-z]\w+", line)}
+    assert len(known) > 30 and not known - told and told - known <= {"fennoxd", "check", "config"}
+
+
 def codes_of_the_code():
     header = (ROOT / "platform" / "support" / "include" / "support" / "errors.h").read_text()
     enum = re.search(r"enum WEBFMERR : int \{(.*?)\};", header, re.DOTALL)[1]

@@ -91,6 +91,14 @@ def test_its_control_files_are_sound(package, tree):
         assert hashlib.md5((tree / name).read_bytes()).hexdigest() == digest, name
 
 
+def help_texts(program, command=()):
+    """(command, its help) of the program and of every command that its help tells of."""
+    told = output(program, *command, "--help")
+    yield command, told
+    for name in re.findall(r"^  ([a-z]+) ", told.partition("Subcommands:")[2], re.MULTILINE):
+        yield from help_texts(program, (*command, name))
+
+
 def test_pages_and_completion_can_be_read(tree):
     for page in (tree / "usr/share/man").glob("man*/*.gz"):
         assert gzip.open(page).read().startswith(b".TH ")
@@ -99,11 +107,15 @@ def test_pages_and_completion_can_be_read(tree):
     words = output("bash", "-c", f". {completion}; COMP_WORDS=(fennox st); COMP_CWORD=1; _fennox; "
                                  'echo "${COMPREPLY[@]}"')
     assert words.split() == ["status", "stop"]
-    # Every option of the programs is in their pages.
+    # Every command and option of the programs is in their pages, and can be completed.
     for program, page in (("fennoxd", "man8/fennoxd.8.gz"), ("fennox", "man1/fennox.1.gz")):
         text = gzip.open(tree / "usr/share/man" / page).read().decode().replace("\\-", "-")
-        for option in re.findall(r"--[a-z-]+", output(tree / "usr/lib/fennox" / program, "--help")):
-            assert option in text or option in ("--help",), option
+        for command, told in help_texts(tree / "usr/lib/fennox" / program):
+            if command:
+                assert re.search(rf"^\.BR? (fennox )?(copy \", \" )?{' '.join(command)}$", text, re.MULTILINE), command
+            for option in set(re.findall(r"--[a-z][a-z-]+", told)) - {"--help"}:
+                assert option in text, (command, option)
+                assert program == "fennoxd" or option in completion.read_text(), (command, option)
 
 
 def test_its_programs_find_each_other_wherever_they_lie(tree):

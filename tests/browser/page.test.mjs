@@ -245,6 +245,9 @@ test("A phone shows one pane, picks the destination, and nothing is wider than t
   await window.task("done");
   assert.equal(await wide(), 0);
   assert.equal(server.names("to/phone/inside").length, 2);
+  await window.button("Transfer log").tap();
+  const line = window.page.locator(".log td.what", { hasText: "a rather long name" });
+  assert.ok((await line.boundingBox()).width > 300, "paths have the width of the screen");
 });
 
 test("The log is searched, the language and the appearance change", async () => {

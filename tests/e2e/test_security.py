@@ -1,17 +1,24 @@
 """What docs/security.md promises about requests: who gets in, how far, how much."""
 import concurrent.futures
+import http.client
 import json
 import os
+import pathlib
 import re
 import socket
+import ssl
 import subprocess
+import sys
 import time
 import urllib.parse
 import urllib.request
 
 import pytest
 
-from server import API, Client
+from server import API, BUILD, Client
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "servers"))
+from throwaway import make_certificate  # noqa: E402
 
 CONFIG_LIMITS = "[limits]\nheader_seconds = 2\nbody_seconds = 2\n"
 
@@ -179,6 +186,30 @@ def test_another_sites_page_can_change_nothing(server, place):
     policy = good.headers["Content-Security-Policy"]
     assert "default-src 'none'" in policy and "unsafe" not in policy
     assert "Access-Control-Allow-Origin" not in good.headers
+
+
+def test_with_a_certificate_only_tls_is_spoken_and_the_cookie_stays_on_it(make_server, place):
+    make_certificate(place)
+    server = make_server(config="", auth=f'certificate = "{place}/server.pem"\nkey = "{place}/server.key"')
+
+    def ask(context):
+        connection = http.client.HTTPSConnection("127.0.0.1", server.port, context=context, timeout=30)
+        connection.request("GET", f"/?token={server.token}")
+        return connection.getresponse()
+
+    answer = ask(ssl.create_default_context(cafile=place / "server.pem"))
+    assert answer.status == 303 and "; Secure" in answer.headers["Set-Cookie"]
+    with pytest.raises(ssl.SSLCertVerificationError):
+        ask(ssl.create_default_context())
+    assert b"HTTP/1.1 200" not in raw(server.port, b"GET /health HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
+
+    def fennox(**more):
+        environment = dict(os.environ, FENNOX_URL=f"https://127.0.0.1:{server.port}", FENNOX_TOKEN=server.token, **more)
+        return subprocess.run([BUILD / "fennox", "list"], env=environment, text=True, capture_output=True, timeout=60)
+
+    assert fennox(SSL_CERT_FILE=str(place / "server.pem")).returncode == 0
+    distrusting = fennox(SSL_CERT_FILE="/dev/null")
+    assert distrusting.returncode == 2 and "certificate" in distrusting.stderr
 
 
 def test_browsers_keep_the_page_but_no_answer(server):

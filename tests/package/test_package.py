@@ -112,7 +112,7 @@ def test_pages_and_completion_can_be_read(tree):
         text = gzip.open(tree / "usr/share/man" / page).read().decode().replace("\\-", "-")
         for command, told in help_texts(tree / "usr/lib/fennox" / program):
             if command:
-                assert re.search(rf"^\.BR? (fennox )?(copy \", \" )?{' '.join(command)}$", text, re.MULTILINE), command
+                assert re.search(rf"^\.BR? .*\b{' '.join(command)}\b", text, re.MULTILINE), command
             for option in set(re.findall(r"--[a-z][a-z-]+", told)) - {"--help"}:
                 assert option in text, (command, option)
                 assert program == "fennoxd" or option in completion.read_text(), (command, option)
@@ -202,7 +202,7 @@ def older(tree, tmp_path_factory):
 def clean(package, older, tmp_path_factory):
     folder = tmp_path_factory.mktemp("clean") / "root"
     depends = output("dpkg-deb", "--field", package, "Depends")
-    names = ",".join(word.split()[0] for word in depends.strip().split(", "))
+    names = ",".join(["systemd-sysv", "dbus", *(word.split()[0] for word in depends.strip().split(", "))])
     subprocess.run(["debootstrap", "--variant=minbase", f"--include={names}", "bookworm", folder,
                     mirror()], check=True, stdout=subprocess.DEVNULL, timeout=1500)
     shutil.copy(package, folder / "fennox.deb")
@@ -300,3 +300,62 @@ def test_install_serve_upgrade_remove_and_purge_in_a_clean_root(clean):
     run("dpkg", "--purge", "fennox")
     assert not state.exists() and not config.parent.exists()
     assert sorted(p.name for p in home.rglob("*") if p.is_file() and p.name == "original") == ["original"] * 3
+
+
+# The last service of a root that is booted for it; what it says is the test's result.
+CHECK_UNIT = "[Unit]\nAfter=multi-user.target\n[Service]\nType=oneshot\nExecStart=/check\n"
+CHECK = r"""#!/bin/sh
+exec >/check.log 2>&1
+trap 'systemctl --no-block poweroff' EXIT
+set -ex
+server() { systemctl show --property MainPID --value fennox; }
+answers() { until fennox list >/dev/null; do sleep 0.2; done; }
+dpkg --install /fennox.deb
+systemctl is-enabled fennox
+systemctl is-active fennox
+[ "$(awk '/^Uid/ {print $2}' "/proc/$(server)/status")" = "$(id -u fennox)" ]
+useradd --create-home bob
+echo 'bob:open sesame' | chpasswd
+install -d -o bob /home/bob/to
+head -c 40M /dev/urandom | install -o bob /dev/stdin /home/bob/big
+until echo 'open sesame' | fennox login --user bob; do sleep 0.2; done
+printf '[bandwidth]\ndefault = "4MB"\n' >>/etc/fennox/fennox.toml
+systemctl restart fennox
+answers
+task=$(fennox copy --detach /home/big /home/to)
+# A restarted and a killed server leave a running task alone, and the killed one comes back.
+systemctl restart fennox
+answers
+kill -KILL "$(server)"
+answers
+[ "$(systemctl show --property NRestarts --value fennox)" = 1 ]
+fennox status --watch "$task"
+cmp /home/bob/big /home/bob/to/big
+[ "$(stat -c %U /home/bob/to/big)" = bob ]
+dpkg --install /fennox.deb
+answers
+[ "$(systemctl list-units --failed --plain --quiet | wc -l)" = 0 ]
+dpkg --purge fennox
+if systemctl is-active fennox; then exit 1; fi
+test -f /home/bob/to/big
+echo all good
+"""
+
+
+@clean_root
+@pytest.mark.skipif(not shutil.which("systemd-nspawn"), reason="needs systemd-nspawn")
+def test_its_unit_serves_and_survives_under_a_real_service_manager(clean):
+    (clean / "check").write_text(CHECK)
+    (clean / "check").chmod(0o755)
+    unit = clean / "etc/systemd/system/check.service"
+    unit.write_text(CHECK_UNIT)
+    wanted = clean / "etc/systemd/system/default.target.wants"
+    wanted.mkdir(exist_ok=True)
+    (wanted / "check.service").symlink_to("/etc/systemd/system/check.service")
+    # A machine without systemd has nobody to register the container with.
+    alone = [] if os.path.isdir("/run/systemd/system") else ["--register=no", "--keep-unit"]
+    booted = subprocess.run(["systemd-nspawn", "--quiet", "--private-network", *alone, "--directory", clean,
+                             "--boot"], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=300)
+    log = clean / "check.log"
+    assert log.exists(), booted.stdout + booted.stderr
+    assert "\nall good\n" in log.read_text(), log.read_text()

@@ -80,22 +80,7 @@ class DropboxTest : public TransferTest {
 TEST_F(DropboxTest, FilesOfAllSizesArriveWhole) {
   std::string err;
   ASSERT_TRUE(cloud_->Connect(&err)) << err;
-  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, kPart, kPart + 1, 2 * kPart,
-                                 std::size_t{10485759}, std::size_t{10485760}}) {
-    const std::string text = RandomText(size);
-    watch.asked = 0;
-    ASSERT_TRUE(Upload("file", text)) << size << std::hex << " error " << VLIBCErrGet();
-    EXPECT_TRUE(ReadAll(Path("file")) == text) << size;
-    EXPECT_EQ(watch.counted, size);
-    EXPECT_GE(watch.asked, size / 100'000);
-    std::string copy;
-    watch.asked = 0;
-    ASSERT_TRUE(Download("file", size, &copy)) << size << std::hex << " error " << VLIBCErrGet();
-    EXPECT_TRUE(copy == text) << size;
-    EXPECT_EQ(watch.counted, size);
-    EXPECT_GE(watch.asked, size / 100'000);
-  }
-  EXPECT_THAT(Names(), ElementsAre("file"));
+  ExpectWholeFiles({0, 1, kPart, kPart + 1, 2 * kPart, 10485759, 10485760});
   EXPECT_EQ(cloud_->GetErrorCode(), 0);
   EXPECT_EQ(cloud_->Kind(), 3);
   EXPECT_EQ(Requests("files/upload 200"), 3) << "each at once";

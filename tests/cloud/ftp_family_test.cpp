@@ -27,22 +27,7 @@ INSTANTIATE_TEST_SUITE_P(Protocols, FtpFamilyTest, testing::Values("sftp", "ftp"
 TEST_P(FtpFamilyTest, FilesOfAllSizesArriveWholeAndAreCountedOnce) {
   std::string err;
   ASSERT_TRUE(cloud_->Connect(&err)) << err;
-  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, kBig}) {
-    const std::string text = RandomText(size);
-    watch.asked = 0;
-    ASSERT_TRUE(Upload("file", text)) << size << std::hex << " error " << VLIBCErrGet();
-    EXPECT_TRUE(ReadAll(Path("file")) == text) << size;
-    EXPECT_EQ(watch.counted, size);
-    EXPECT_THAT(Names(), ElementsAre("file"));
-    EXPECT_GE(watch.asked, size / 100'000);
-
-    std::string copy;
-    watch.asked = 0;
-    ASSERT_TRUE(Download("file", size, &copy)) << size;
-    EXPECT_TRUE(copy == text) << size;
-    EXPECT_EQ(watch.counted, size);
-    EXPECT_GE(watch.asked, size / 100'000);
-  }
+  ExpectWholeFiles({0, 1, kBig});
   EXPECT_EQ(cloud_->GetErrorCode(), 0);
 }
 

@@ -47,6 +47,19 @@ class RefusalTest : public TransferTest {
     }
     return {};
   }
+
+  // A server of this program that serves one connection only.
+  void ExpectErrorForty(const std::string& program, const std::string& limit) {
+    if (!server_.Start(program, {"--root", folder_, limit})) {
+      GTEST_SKIP() << "no server of " << program << " can run here";
+    }
+    const core::UniqueFd first = TakeTheOneConnection(server_.remote().port);
+    if (!first) GTEST_SKIP() << "the server greets nobody";
+    Use(server_.remote());
+    EXPECT_FALSE(Upload("file", "x"));
+    EXPECT_EQ(cloud_->GetErrorCode(), kNoMoreConnections);
+    EXPECT_THAT(Names(), IsEmpty());
+  }
 };
 
 TEST_F(RefusalTest, AHostKeyThatIsNotKnownIsRefused) {
@@ -107,28 +120,12 @@ TEST_F(RefusalTest, AWrongKeyOrPasswordOverSshIsRefused) {
 }
 
 TEST_F(RefusalTest, AnFtpServerThatTakesNoMoreConnectionsIsErrorForty) {
-  if (!server_.Start("ftp.py", {"--root", folder_, "--max-clients=1"})) {
-    GTEST_SKIP() << "no vsftpd can run here";
-  }
-  const core::UniqueFd first = TakeTheOneConnection(server_.remote().port);
-  if (!first) GTEST_SKIP() << "the server greets nobody";
-  Use(server_.remote());
-  EXPECT_FALSE(Upload("file", "x"));
-  EXPECT_EQ(cloud_->GetErrorCode(), kNoMoreConnections);
-  EXPECT_THAT(Names(), IsEmpty());
+  ExpectErrorForty("ftp.py", "--max-clients=1");
 }
 
 TEST_F(RefusalTest, AnSshServerThatTakesNoMoreConnectionsIsErrorForty) {
   if (geteuid() != 0) GTEST_SKIP() << "accounts that are no logins get no SSH session";
-  if (!server_.Start("sftp.py", {"--root", folder_, "--option=MaxStartups 1"})) {
-    GTEST_SKIP() << "no sshd can run here";
-  }
-  const core::UniqueFd first = TakeTheOneConnection(server_.remote().port);
-  if (!first) GTEST_SKIP() << "the server greets nobody";
-  Use(server_.remote());
-  EXPECT_FALSE(Upload("file", "x"));
-  EXPECT_EQ(cloud_->GetErrorCode(), kNoMoreConnections);
-  EXPECT_THAT(Names(), IsEmpty());
+  ExpectErrorForty("sftp.py", "--option=MaxStartups 1");
 }
 
 TEST_F(RefusalTest, OnlyListedUsersGetAConnectionAndOnlyToWhatExists) {

@@ -147,6 +147,26 @@ std::string TransferTest::Refused(const core::RemoteConfig& remote) {
   return err;
 }
 
+// Both ways, every byte counted once, and the hooks asked all along.
+void TransferTest::ExpectWholeFiles(const std::vector<std::size_t>& sizes) {
+  for (const std::size_t size : sizes) {
+    const std::string text = RandomText(size);
+    watch.asked = 0;
+    ASSERT_TRUE(Upload("file", text)) << size << std::hex << " error " << VLIBCErrGet();
+    EXPECT_TRUE(ReadAll(Path("file")) == text) << size;
+    EXPECT_EQ(watch.counted, size);
+    EXPECT_THAT(Names(), ElementsAre("file"));
+    EXPECT_GE(watch.asked, size / 100'000);
+
+    std::string copy;
+    watch.asked = 0;
+    ASSERT_TRUE(Download("file", size, &copy)) << size;
+    EXPECT_TRUE(copy == text) << size;
+    EXPECT_EQ(watch.counted, size);
+    EXPECT_GE(watch.asked, size / 100'000);
+  }
+}
+
 void TransferTest::ExpectAStopToLeaveTheOldFile(
     const std::function<std::vector<std::string>()>& names) {
   ASSERT_TRUE(Upload("file", "old"));

@@ -55,6 +55,7 @@ class TransferTest : public testing::Test {
   std::string Refused(const core::RemoteConfig& remote);
   // What must hold for every kind of server, on one that is open. `names` lists what
   // it serves.
+  void ExpectWholeFiles(const std::vector<std::size_t>& sizes);
   void ExpectAStopToLeaveTheOldFile(const std::function<std::vector<std::string>()>& names);
   void ExpectALostServerToLeaveTheOldFile();
   void ExpectAnUploadToRemoveWhatOthersHaveLeft();

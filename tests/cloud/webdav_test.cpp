@@ -77,22 +77,7 @@ TEST_P(WebDavLoginTest, FilesOfAllSizesArriveWholeOverOneConnection) {
   ASSERT_TRUE(cloud_->Connect(&err)) << err;
   std::vector<std::size_t> sizes = {0, 1, kBig};
   if (way.empty()) sizes.insert(sizes.end(), {kBig - 1, kLarger});
-  for (const std::size_t size : sizes) {
-    const std::string text = RandomText(size);
-    watch.asked = 0;
-    ASSERT_TRUE(Upload("file", text)) << size << std::hex << " error " << VLIBCErrGet();
-    EXPECT_TRUE(ReadAll(Path("file")) == text) << size;
-    EXPECT_EQ(watch.counted, size);
-    EXPECT_THAT(Names(), ElementsAre("file"));
-    EXPECT_GE(watch.asked, size / 100'000);
-
-    std::string copy;
-    watch.asked = 0;
-    ASSERT_TRUE(Download("file", size, &copy)) << size;
-    EXPECT_TRUE(copy == text) << size;
-    EXPECT_EQ(watch.counted, size);
-    EXPECT_GE(watch.asked, size / 100'000);
-  }
+  ExpectWholeFiles(sizes);
   EXPECT_EQ(cloud_->GetErrorCode(), 0);
   EXPECT_EQ(Requests(" 401 ", 1), 1) << "only the first request is sent without a login";
 }

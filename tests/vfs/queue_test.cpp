@@ -196,6 +196,10 @@ TEST_F(QueueTest, ManyProcessesNeverRunMoreThanTheSlots) {
       int most = shared->most;
       while (inside > most && !shared->most.compare_exchange_weak(most, inside)) {
       }
+      // Stays until two have met, however slowly the machine forks, and a while longer.
+      for (int round = 0; round < 5000 && shared->most < 2; ++round) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
       std::this_thread::sleep_for(std::chrono::milliseconds(30));
       --shared->inside;
       ++shared->done;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace core {
@@ -27,20 +28,21 @@ enum Restriction : int {
 struct RemoteConfig {
   std::string name;
   std::string protocol;  // "sftp", "ftp", "ftps", "webdav", "webdavs", "dropbox"
-  std::string host;
-  int port = 0;  // 0: the protocol's own
+  std::string host;      // empty for "dropbox" alone
+  int port = 0;          // 0: the protocol's own
   std::string user;
+  // Absolute paths, or empty; the first three hold secrets and are for their owner's eyes.
   std::string password_file;
-  std::string key_file;
-  std::string token_file;
-  std::string known_hosts;
-  std::string ca_file;
-  std::string path = "/";
-  std::string code_page = "UTF-8";
-  int max_connections = 0;   // 0: the server decides
-  int connect_timeout = 15;  // seconds
-  std::string mount = "auto";
-  std::vector<std::string> users{"*"};
+  std::string key_file;                 // sftp: private key
+  std::string token_file;               // dropbox
+  std::string known_hosts;              // sftp: the keys of servers
+  std::string ca_file;                  // TLS: the authorities to trust instead of the system's
+  std::string path = "/";               // the folder on the server that the mount shows
+  std::string code_page = "UTF-8";      // character set of names there
+  int max_connections = 0;              // 0: the server decides
+  int connect_timeout = 15;             // seconds
+  std::string mount = "auto";           // or the absolute path of a folder mounted already
+  std::vector<std::string> users{"*"};  // who may use it
 };
 
 // One [[token]]: a bearer token that the administrator issued to a user. With at

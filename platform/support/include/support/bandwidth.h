@@ -1,5 +1,6 @@
 // Pacing of copies: one token bucket per user, shared by all of that user's
-// workers through a file in the user's state folder.
+// workers through a file in the user's state folder. Within a process for one
+// thread alone.
 #pragma once
 
 #include <sys/types.h>

@@ -10,6 +10,7 @@
 // WfmLibGetErr set. There is no way back.
 int WfmLibUGIDSet(const char* sessionId, const char* userName);
 
-// Sets the umask to 022 and returns the previous one; puts one back.
+// Sets the process's umask to 022 and returns the previous one.
 unsigned int WfmLibUmask();
+// Sets the umask to one that WfmLibUmask returned.
 void WfmLibRestoreUmask(unsigned int mask);

@@ -13,8 +13,8 @@ struct PathInfo {
   // so that "/NAME" can be put behind it.
   std::string remoteBase;
   std::string realPath;  // absolute and canonical but for its last component
-  std::string
-      share;  // share name without slashes ("home" for the home area), or a mount's base URI
+  // Share name without slashes ("home" for the home area), or a mount's base URI.
+  std::string share;
   std::string volume;    // mount point of the file system that holds it
   std::string mountUri;  // base URI of the remote mount
   std::string codePage;  // character set of names there
@@ -41,7 +41,7 @@ bool IsDirUserHome(const char* path, std::string* owner);
 // arguments select checks that are always on.
 int WfmCheckPath(const char* path, bool, int flags, const char*, bool, bool isVfs, void*);
 
-// Remote mounts (all false or empty without one).
+// Remote mounts (all false or empty without one); `uid` is not used.
 bool WfmLibIsVFSSharePath(const char* sharePath);
 bool WfmLibIsVFSFullPath(const char* realPath);
 bool WfmLibIsCloudVFSFullPath(const char* realPath);

@@ -10,7 +10,8 @@
 namespace FileSearch {
 
 // One index. Every call opens the database anew and is one transaction. A folder
-// stands for all below it: its records follow when it is moved or deleted.
+// stands for all below it: its records follow when it is moved or deleted. False
+// on failure, which changes nothing.
 class WfmSearchDBTask {
  public:
   WfmSearchDBTask(const std::string& user, const std::string& volume, std::string id);

@@ -14,7 +14,7 @@
 Json::Value StringExplodeEx(const Json::Value& value, const char* separator, int version,
                             bool keepEmpty);
 
-// The paths of a JSON array as one text for people, joined by ", ".
+// The paths of a JSON array as one text for people, joined by ", "; in `out`, too.
 std::string ParseJsonPathToString(const Json::Value& paths, std::string& out);
 
 // Converts `text` between character sets. On a character that cannot be

@@ -13,7 +13,7 @@
 
 namespace TAVOVFS {
 
-// Prepares the library for the acting user. False when it cannot work for them.
+// Prepares the process for the acting user. False for the unknown user, (uid_t)-1.
 bool InitGlobal(uid_t uid, bool readOnly);
 
 // The user given to InitGlobal, or the process's own.
@@ -26,6 +26,7 @@ enum _VFS_USER_CONFIG_ : int {
 
 class Cfg {
  public:
+  // True when the user may use some configured mount of that protocol.
   static bool CheckPermissionByUserName(const char* user, _VFS_USER_CONFIG_ kind,
                                         const char* protocol);
 };

@@ -4,6 +4,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "answers.h"
 #include "conflict.h"
 #include "core/error.h"
 #include "metadata.h"
@@ -63,6 +64,17 @@ void TreeCopy::Note(const Failure& failure) {
   if (failure.side == Side::kUnknown && StopsEverything(lost) && !DestinationAnswers()) {
     stopped_ = true;
   }
+  if (!stopped_ && MayBeLost(failure.code, failure.err) && !ServersAnswer()) {
+    // Each file that is left would wait for the server in vain.
+    first_ = {core::kErrHostDown, EHOSTDOWN, Side::kUnknown};
+    stopped_ = true;
+  }
+}
+
+bool TreeCopy::ServersAnswer() const {
+  const SourceFolder& from = levels_.empty() ? *root_from_ : levels_.back()->from;
+  const TargetFolder& to = levels_.empty() ? *root_to_ : levels_.back()->to;
+  return (!from.remote || Answers(from.fd.get())) && (!to.remote || Answers(to.fd.get()));
 }
 
 bool TreeCopy::DestinationAnswers() const {
@@ -240,6 +252,7 @@ void TreeCopy::Enter(Place place) {
   level->from.path = Below(place.from.path, place.name);
   level->from.fs_type = place.from.fs_type;
   level->to.fs_type = place.to.fs_type;
+  level->from.remote = place.from.remote;
   level->to.remote = place.to.remote;
   Level* parent = levels_.empty() ? nullptr : levels_.back().get();
   if (OpenTarget(place, level.get()) < 0) {

@@ -70,6 +70,7 @@ class TreeCopy {
   bool Tick();
   void Note(const Failure& failure);
   bool DestinationAnswers() const;
+  bool ServersAnswer() const;
 
   SourceFolder& ParentFrom();
   TargetFolder& ParentTo();

@@ -212,7 +212,7 @@ Trouble PrepareRclone(const core::RemoteConfig& remote, const MountOrder& order,
                         "--gid=" + std::to_string(order.gid),
                         "--umask=077",
                         "--contimeout=" + timeout,
-                        "--timeout=60s",
+                        "--timeout=30s",
                         "--low-level-retries=2",
                         "--log-level=ERROR"};
   if (geteuid() == 0) program->arguments.emplace_back("--allow-other");

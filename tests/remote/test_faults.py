@@ -103,6 +103,25 @@ def test_a_connection_that_breaks_in_a_tree_on_a_mount_costs_nothing(stage, slow
         assert content(origin) == {}
 
 
+def test_a_server_that_dies_behind_its_mount_ends_the_tree(stage, slow_mounted, needs):
+    kind = "sftp"  # whose mount is the first to tell
+    needs(kind)
+    files = {f"d{i}/f": bytes([i]) * (1 << 20) for i in range(12)}
+    origin, place = stage.folder(kind) / "mount-death", stage.folder("local") / f"mount-death-{kind}"
+    write(origin / "t", files)
+    place.mkdir()
+    task = slow_mounted.start([stage.uri(kind, "mount-death/t")], stage.uri("local", place.name),
+                              remove_src=True).data["taskid"]
+    moved_some(slow_mounted, task, 4)
+    stage.servers[kind].stop()
+    try:
+        assert [error["code"] for error in slow_mounted.wait(task)["errors"]] == [UNREACHABLE]
+        here, there = content(origin / "t"), content(place / "t")
+        assert {**there, **here} == files and there.items() <= files.items()
+    finally:
+        stage.servers[kind].start()
+
+
 class Silent:
     """A port that takes connections and says nothing."""
 

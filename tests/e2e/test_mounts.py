@@ -214,6 +214,14 @@ def test_what_is_wrong_is_said_in_words(closing, make_server, serve, place):
     assert paths == {f"sftp://{name}/" for name in cases}
 
 
+@pytest.mark.parametrize("kind", [FtpServer, WebdavServer], ids=["ftps", "webdavs"])
+def test_a_server_with_an_untrusted_certificate_is_not_mounted(closing, make_server, serve, kind):
+    far_server = serve(kind, tls=True)
+    server = make_server(config=far_server.remote("nas", "auto", ca_file=""))
+    assert server.client.host("list", path=f"{far_server.protocol}://nas/").code == 2115
+    assert server.wait_log("(certificate not trusted)")
+
+
 def children(pid):
     found = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
     return [int(child) for child in found]

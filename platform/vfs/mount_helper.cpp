@@ -96,15 +96,15 @@ Trouble PrepareSshfs(const core::RemoteConfig& remote, const MountOrder& order, 
   }
   const std::string settings = order.scratch + "/ssh_config";
   std::ofstream(settings, std::ios::trunc) << SshSettings(remote);
-  // The helper remembers nothing, the kernel only that a name was there a second ago, and
-  // asks for its attributes all the same: transfers change the server's files past them.
+  // The kernel and the helper remember nothing: transfers change the server's files past
+  // them.
   program->arguments = {"sshfs",
                         "-f",
                         "-F",
                         settings,
                         "-o",
                         MountOptions(order) +
-                            ",reconnect,dir_cache=no,attr_timeout=0,entry_timeout=1,"
+                            ",reconnect,dir_cache=no,attr_timeout=0,entry_timeout=0,"
                             "negative_timeout=0,ac_attr_timeout=0,fsname=fennox",
                         "server:" + remote.path,
                         order.folder};

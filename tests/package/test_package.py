@@ -199,7 +199,7 @@ def older(tree, tmp_path_factory):
 
 
 @pytest.fixture(scope="module")
-def clean(package, older, tmp_path_factory):
+def root(package, older, tmp_path_factory):
     folder = tmp_path_factory.mktemp("clean") / "root"
     depends = output("dpkg-deb", "--field", package, "Depends")
     names = ",".join(["systemd-sysv", "dbus", *(word.split()[0] for word in depends.strip().split(", "))])
@@ -207,15 +207,21 @@ def clean(package, older, tmp_path_factory):
                     mirror()], check=True, stdout=subprocess.DEVNULL, timeout=1500)
     shutil.copy(package, folder / "fennox.deb")
     shutil.copy(older, folder / "older.deb")
+    yield folder
+    subprocess.run(["rm", "-rf", "--one-file-system", folder], check=True)
+
+
+@pytest.fixture
+def clean(root):
+    """The root as chroot wants it; a container brings these folders itself."""
     mounted = []
     for name in ("proc", "dev"):
-        subprocess.run(["mount", "--rbind", f"/{name}", folder / name], check=True)
-        subprocess.run(["mount", "--make-rslave", folder / name], check=True)
-        mounted.append(folder / name)
-    yield folder
+        subprocess.run(["mount", "--rbind", f"/{name}", root / name], check=True)
+        subprocess.run(["mount", "--make-rslave", root / name], check=True)
+        mounted.append(root / name)
+    yield root
     for place in mounted:
         subprocess.run(["umount", "--recursive", "--lazy", place], check=True)
-    subprocess.run(["rm", "-rf", "--one-file-system", folder], check=True)
 
 
 class Installed:
@@ -313,12 +319,12 @@ answers() { until fennox list >/dev/null; do sleep 0.2; done; }
 dpkg --install /fennox.deb
 systemctl is-enabled fennox
 systemctl is-active fennox
-[ "$(awk '/^Uid/ {print $2}' "/proc/$(server)/status")" = "$(id -u fennox)" ]
 useradd --create-home bob
 echo 'bob:open sesame' | chpasswd
 install -d -o bob /home/bob/to
 head -c 40M /dev/urandom | install -o bob /dev/stdin /home/bob/big
 until echo 'open sesame' | fennox login --user bob; do sleep 0.2; done
+[ "$(awk '/^Uid/ {print $2}' "/proc/$(server)/status")" = "$(id -u fennox)" ]
 printf '[bandwidth]\ndefault = "4MB"\n' >>/etc/fennox/fennox.toml
 systemctl restart fennox
 answers
@@ -344,18 +350,18 @@ echo all good
 
 @clean_root
 @pytest.mark.skipif(not shutil.which("systemd-nspawn"), reason="needs systemd-nspawn")
-def test_its_unit_serves_and_survives_under_a_real_service_manager(clean):
-    (clean / "check").write_text(CHECK)
-    (clean / "check").chmod(0o755)
-    unit = clean / "etc/systemd/system/check.service"
+def test_its_unit_serves_and_survives_under_a_real_service_manager(root):
+    (root / "check").write_text(CHECK)
+    (root / "check").chmod(0o755)
+    unit = root / "etc/systemd/system/check.service"
     unit.write_text(CHECK_UNIT)
-    wanted = clean / "etc/systemd/system/default.target.wants"
+    wanted = root / "etc/systemd/system/default.target.wants"
     wanted.mkdir(exist_ok=True)
     (wanted / "check.service").symlink_to("/etc/systemd/system/check.service")
     # A machine without systemd has nobody to register the container with.
     alone = [] if os.path.isdir("/run/systemd/system") else ["--register=no", "--keep-unit"]
-    booted = subprocess.run(["systemd-nspawn", "--quiet", "--private-network", *alone, "--directory", clean,
+    booted = subprocess.run(["systemd-nspawn", "--quiet", "--private-network", *alone, "--directory", root,
                              "--boot"], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=300)
-    log = clean / "check.log"
+    log = root / "check.log"
     assert log.exists(), booted.stdout + booted.stderr
     assert "\nall good\n" in log.read_text(), log.read_text()

@@ -46,7 +46,8 @@ function isConflict(failure) {
 async function settle(order) {
   // A copy beside its original needs no question: both stay.
   if (order.sources.every((source) => parent(source.path) === order.dest)) {
-    return { sources: order.sources, rename: true };
+    // The server refuses a taken name unless it is told what to do about what is there.
+    return { sources: order.sources, overwrite: false, rename: true };
   }
   const existing = await readFolder(order.dest);
   const found = conflicts.find(order.sources, existing, { mayReplace: mayReplace(order.dest) });

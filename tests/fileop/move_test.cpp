@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include "copier.h"
 #include "core/error.h"
@@ -247,6 +248,32 @@ TEST_F(Move, AFileWhoseAttributesDoNotFitStaysAndTheRestGoes) {
   EXPECT_EQ(List(to / "dst/d0").size(), 9U);
   EXPECT_EQ(List(to / "dst/d2").size(), 10U);
   EXPECT_EQ(Leftovers(to.path()).size(), 0U);
+}
+
+TEST_F(Move, ASourceThatChangedAfterItsCopyStays) {
+  Volume other("tmpfs", 16);
+  SKIP_UNLESS_MOUNTED(other);
+  const std::string written = scratch_ / "src/written";
+  const std::string swapped = scratch_ / "src/swapped";
+  MakeFolder(scratch_ / "src");
+  Write(written, "old");
+  Write(swapped, "old");
+  // Its time of change tells nothing of a file with a second name.
+  ASSERT_EQ(::link(swapped.c_str(), (scratch_ / "second").c_str()), 0);
+  on_sync = [&, done = false]() mutable {
+    if (std::exchange(done, true)) return 0;
+    const struct stat st = StatOf(swapped);
+    Write(written, "new one");
+    Write(scratch_ / "fresh", "new");
+    const timespec times[2] = {st.st_atim, st.st_mtim};
+    EXPECT_EQ(::utimensat(AT_FDCWD, (scratch_ / "fresh").c_str(), times, 0), 0);
+    EXPECT_EQ(::rename((scratch_ / "fresh").c_str(), swapped.c_str()), 0);
+    return 0;
+  };
+  Copier copier(Kind::kMove);
+  EXPECT_LT(copier.Folder(scratch_ / "src", other / "dst"), 0);
+  EXPECT_EQ(Read(written), "new one");
+  EXPECT_EQ(Read(swapped), "new");
 }
 
 TEST_F(Move, ASourceThatCouldNotBeRemovedIsNotCopied) {

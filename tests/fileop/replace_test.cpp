@@ -105,6 +105,7 @@ TEST_F(Replace, ASyncThatFailsKeepsTheOldFilesAndTheSources) {
   Copier copier(Kind::kMove, 1);
   ASSERT_LT(copier.Folder(other / "src", scratch_ / "dst"), 0);
   EXPECT_EQ(copier.code, core::kErrInputOutput);
+  EXPECT_LT(copier.File(other / "src/f0", Target(0)), 0) << "a file of its own is synced, too";
   EXPECT_EQ(CountNew(2), 0);
   EXPECT_EQ(List(other / "src").size(), 2U);
   EXPECT_EQ(Leftovers(scratch_.path()).size(), 0U);

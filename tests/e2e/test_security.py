@@ -332,6 +332,7 @@ def test_metrics_are_in_prometheus_format_and_counters_never_fall(make_server, p
     assert {key: later[key] - earlier[key] for key in totals} == totals
     server.stop()
     server.start()
+    server.client.host("whoami")
     restarted = read()
     assert {key: restarted[key] for key in totals} == {key: later[key] for key in totals}
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <sys/utsname.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -112,6 +113,9 @@ std::uint32_t MachineId() {
   static const std::uint32_t id = [] {
     std::string text;
     std::ifstream("/etc/machine-id") >> text;
+    // Machines made from one image may share that file, and some have none.
+    utsname names{};
+    if (uname(&names) == 0) text += std::string("@") + names.nodename;
     char link[64] = {};
     if (readlink("/proc/self/ns/pid", link, sizeof link - 1) > 0) text += link;
     return static_cast<std::uint32_t>(std::hash<std::string>{}(text));

@@ -151,6 +151,22 @@ TEST_F(TransferTest, ContentArrivesBothWays) {
   EXPECT_EQ(Read("server/srv/dst/g"), "up");
 }
 
+TEST_F(TransferTest, ADownloadReplacesWhatAFailedCopyThroughTheMountLeft) {
+  Sides("ftp", "");
+  Source("f", "content");
+  const std::string src = At("src/f");
+  const std::string dst = At("dst/f");
+  int in = open(src.c_str(), O_WRONLY);  // reading fails
+  int out = open(dst.c_str(), O_RDWR | O_CREAT, 0644);
+  ASSERT_EQ(write(out, "left behind", 11), 11);
+  EXPECT_EQ(MVCPReadWriteData(src.c_str(), dst.c_str(), &in, &out, 7, nullptr, nullptr, nullptr),
+            0);
+  const core::UniqueFd closeIn(in);
+  const core::UniqueFd closeOut(out);
+  EXPECT_EQ(OnlyCall(), "download");
+  EXPECT_EQ(Read("dst/f"), "content");
+}
+
 TEST_F(TransferTest, ASourceMountIsLookedUpOnceAndItsLimitHoldsForThatFile) {
   Sides("ftp", "", 1);
   SourceOfSize("a", kBorder);

@@ -43,6 +43,9 @@ class CurlHandle {
   [[nodiscard]] bool IsUsable() const { return handle_ != nullptr && driver_ != nullptr; }
   CURL* get() const { return handle_.get(); }
 
+  // Forgets all that servers have said, challenges included; connections stay.
+  void Renew() { handle_.reset(curl_easy_init()); }
+
   // Requests end when `flow` is told to stop; null: they do not.
   void Watch(Flow* flow) { watched_ = flow; }
   Flow* watched() const { return watched_; }

@@ -72,8 +72,6 @@ std::string HttpAnswer::Header(const std::string& name) const {
   return found == headers.end() ? std::string() : found->second;
 }
 
-// The handle is never reset: with its other options it would forget the server's
-// challenge, and each request would be refused once before it is let in.
 void HttpClient::Prepare(const HttpRequest& request) {
   curl_.SetCommon(request.url, request.url.starts_with("https:") ? "https" : "http",
                   connect_timeout_, request.slow);
@@ -99,7 +97,17 @@ void HttpClient::PrepareBody(const HttpRequest& request) {
   curl_.Set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
 }
 
+// The library (7.88) reads freed memory when an answer begins with the continuation of a
+// header that the answer before ended with; a handle without a past has none. But where a
+// login answers a challenge the handle has to remember it, or each request would be
+// refused once before it is let in.
+void HttpClient::ForgetLastAnswer() {
+  const bool challenged = !login_.user.empty() && login_.ways != CURLAUTH_BASIC;
+  if (!challenged) curl_.Renew();
+}
+
 HttpAnswer HttpClient::Send(const HttpRequest& request) {
+  ForgetLastAnswer();
   CurlList headers;
   bool usable = curl_.IsUsable();
   // Waiting for a go-ahead costs more than data that is sent in vain now and then, as

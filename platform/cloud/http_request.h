@@ -56,6 +56,7 @@ class HttpClient {
   HttpAnswer Send(const HttpRequest& request);
 
  private:
+  void ForgetLastAnswer();
   void Prepare(const HttpRequest& request);
   void PrepareBody(const HttpRequest& request);
 

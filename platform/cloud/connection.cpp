@@ -211,6 +211,7 @@ Outcome Connection::List(const std::string& folder, LeftoverPicker* picker) {
 Outcome Connection::Download(const std::string& path, std::uint64_t offset, Flow* flow) {
   std::string err;
   if (!Prepare(path, &err)) return Unprepared(err);
+  curl_.SetDownload();
   curl_.Set(CURLOPT_WRITEFUNCTION, &OnData);
   curl_.Set(CURLOPT_WRITEDATA, flow);
   curl_.Set(CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(offset));

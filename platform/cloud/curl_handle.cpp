@@ -12,7 +12,8 @@ namespace TAVOCloud {
 namespace {
 
 constexpr long kHurriedTimeout = 5;  // seconds
-constexpr long kStallTimeout = 60;
+constexpr long kStallTimeout = 60;   // a server may take its time after it has got a file
+constexpr long kDownloadStallTimeout = 20;
 constexpr long kSlowTimeout = 3600;  // a large file copied on the server
 constexpr long kBufferSize = 512L << 10;
 constexpr int kTick = 200;  // milliseconds; how late a stop may be noticed
@@ -63,6 +64,8 @@ void CurlHandle::SetTls(const std::string& ca_file) {
   Set(CURLOPT_SSL_VERIFYHOST, 2L);
   if (!ca_file.empty()) Set(CURLOPT_CAINFO, ca_file.c_str());
 }
+
+void CurlHandle::SetDownload() { Set(CURLOPT_LOW_SPEED_TIME, kDownloadStallTimeout); }
 
 void CurlHandle::SetUpload(Flow* flow) {
   Set(CURLOPT_UPLOAD, 1L);

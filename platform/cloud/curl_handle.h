@@ -67,6 +67,8 @@ class CurlHandle {
   // the system's.
   void SetTls(const std::string& ca_file);
   void SetUpload(Flow* flow);
+  // For a transfer that the server has only to send.
+  void SetDownload();
   // False when an option was not taken since SetCommon. It might have been the one
   // that checks the server.
   [[nodiscard]] bool AreOptionsTaken() const { return options_taken_; }

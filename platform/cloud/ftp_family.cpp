@@ -88,7 +88,8 @@ FtpFamily::Next FtpFamily::Judge(const Outcome& outcome, Flow* flow, int attempt
   const bool kept = !outcome.fresh && outcome.code != CURLE_COULDNT_CONNECT &&
                     (outcome.code != CURLE_OPERATION_TIMEDOUT || closed);
   const bool begun = attempt > 1 || flow->moved() > 0 || kept || outcome.code == CURLE_PARTIAL_FILE;
-  if (!begun || attempt >= kMostAttempts || !Explain(outcome, connection_.IsSftp()).broken) {
+  if (!begun || IsHang(outcome, attempt) || attempt >= kMostAttempts ||
+      !Explain(outcome, connection_.IsSftp()).broken) {
     Fail(outcome);
     return Next::kFailed;
   }

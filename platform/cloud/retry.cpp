@@ -17,6 +17,10 @@ bool WasReached(const Outcome& outcome) {
 
 }  // namespace
 
+bool IsHang(const Outcome& outcome, int attempt) {
+  return outcome.code == CURLE_OPERATION_TIMEDOUT && attempt > 1;
+}
+
 bool PauseAfter(int attempt, Flow* flow, long ordered_seconds, int patience) {
   const int first = std::max(patience, 1) * 1000 / kPausesInPatience;
   const int own = first << (std::clamp(attempt, 1, kMostAttempts - 1) - 1);
@@ -32,6 +36,7 @@ bool WaitForAnother(const Outcome& outcome, bool passing, int attempt, const Cur
   Flow* flow = curl.watched();
   if (curl.hurries() || (flow != nullptr && flow->error() != 0)) return false;
   const bool begun = attempt > 1 || WasReached(outcome) || (flow != nullptr && flow->moved() > 0);
+  if (IsHang(outcome, attempt)) return false;
   const int most = outcome.ok() ? kMostRefusals : kMostAttempts;
   if (!begun || !passing || attempt >= most) return false;
   return PauseAfter(attempt, flow, ordered_seconds, curl.patience());

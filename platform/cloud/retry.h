@@ -11,6 +11,10 @@ namespace TAVOCloud {
 constexpr int kMostAttempts = 6;  // over connections that break
 constexpr int kMostRefusals = 4;  // by a server that cannot now
 
+// Whether the server behind a connection that was made again gives no answer either: each
+// further attempt would wait as long. One answer may be lost with its connection.
+[[nodiscard]] bool IsHang(const Outcome& outcome, int attempt);
+
 // Waits after the attempt of that number, counted from 1: longer each time, and as
 // long as the server has ordered, within bounds. All pauses together take about half
 // of `patience`, the seconds that an administrator wants to wait for a connection.

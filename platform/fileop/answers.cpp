@@ -1,33 +1,16 @@
 #include "answers.h"
 
-#include <fcntl.h>
-
 #include <cerrno>
-#include <chrono>
 
 #include "core/error.h"
-#include "core/unique_fd.h"
-#include "dir_stream.h"
+#include "failure.h"
+#include "vfs/mounts.h"
 
 namespace fileop {
 namespace {
 
-// A mount may hold several connections that are broken: each fails once, and at once.
-constexpr int kMostAttempts = 5;
-constexpr std::chrono::seconds kPatience{5};
-
-int List(int folder) {
-  const core::UniqueFd listing(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!listing) return errno;
-  DirStream stream;
-  DirStream::Entry entry;
-  return stream.Next(listing.get(), &entry) ? 0 : errno;
-}
-
-}  // namespace
-
-bool MayBeLost(int code, int err) {
-  switch (err) {
+bool MayBeLost(const Failure& failure) {
+  switch (failure.err) {
     case EIO:
     case ENOTCONN:
     case ECONNRESET:
@@ -36,16 +19,16 @@ bool MayBeLost(int code, int err) {
     case EHOSTDOWN:
       return true;
     default:
-      return code == core::kErrHostDown;
+      return failure.code == core::kErrHostDown;
   }
 }
 
-bool Answers(int folder) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  for (int attempt = 1;; ++attempt) {
-    if (!MayBeLost(core::kErrNone, List(folder))) return true;
-    if (attempt == kMostAttempts || std::chrono::steady_clock::now() > end) return false;
-  }
+}  // namespace
+
+bool IsServerLost(const Failure& failure, const std::string& src, const std::string& dst) {
+  return MayBeLost(failure) && !(vfs::MountAnswers(src) && vfs::MountAnswers(dst));
 }
+
+Failure ServerLost() { return {core::kErrHostDown, EHOSTDOWN, Side::kUnknown}; }
 
 }  // namespace fileop

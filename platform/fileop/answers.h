@@ -1,13 +1,19 @@
-// Whether the server behind a folder still answers.
+// Whether the servers behind a source and a destination still answer.
 #pragma once
+
+#include <string>
+
+#include "failure.h"
 
 namespace fileop {
 
-// Failures after which the server of a remote folder may be gone or hang.
-bool MayBeLost(int code, int err);
+// True when a failure may come from a server that is gone or hangs, and the one behind
+// the mount of either path does not answer when it is asked; see vfs::MountAnswers. Costs
+// nothing for other failures.
+[[nodiscard]] bool IsServerLost(const Failure& failure, const std::string& src,
+                                const std::string& dst);
 
-// Lists the folder anew. False when that fails, too, for such a reason; a connection
-// that has broken is asked for a second one. Takes as long as the mount waits.
-bool Answers(int folder);
+// What is reported then, whichever call was the one to fail.
+Failure ServerLost();
 
 }  // namespace fileop

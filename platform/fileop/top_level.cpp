@@ -6,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+#include "answers.h"
 #include "conflict.h"
 #include "core/error.h"
 #include "entry.h"
@@ -44,6 +45,13 @@ void Companions(const Request& request, const Ends& ends) {
 // A folder has no place inside itself.
 bool IsWithin(const std::string& path, const std::string& folder) {
   return path == folder || path.starts_with(folder + "/");
+}
+
+// After a failure of one entry: with its server gone or hanging, so will be all others.
+int Explain(const char* src, const char* dst) {
+  const Failure failure = LatestFailure();
+  if (failure.err == ECANCELED || src == nullptr || dst == nullptr) return Report(failure);
+  return Report(IsServerLost(failure, src, dst) ? ServerLost() : failure);
 }
 
 }  // namespace
@@ -100,11 +108,12 @@ int Carry(const char* src, const char* dst, TAVOCOPYOPTIONS* options, _TAVOCOPYA
   // Taken out of the handle, so that a hook may use the handle for another path.
   Ends ends;
   if (args != nullptr) ends = std::exchange(args->ends, {});
-  if (OpenEnds(src, dst, &ends) < 0) return -1;
+  if (OpenEnds(src, dst, &ends) < 0) return Explain(src, dst);
   CleanOnce(ends, args);
   const int result = carry(request, ends);
-  if (args != nullptr && result == 0) args->ends = std::move(ends);
-  return result;
+  if (result < 0) return Explain(src, dst);
+  if (args != nullptr) args->ends = std::move(ends);
+  return 0;
 }
 
 int CopyAlone(const char* src, const char* dst, TAVOCOPYOPTIONS* options, _TAVOCOPYARGSEX* args,

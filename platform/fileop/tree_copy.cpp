@@ -55,7 +55,12 @@ int TreeCopy::Run(SourceFolder& from, const std::string& src_name, TargetFolder&
 void TreeCopy::Note(const Failure& failure) {
   // That it was stopped is what the caller hears of, whatever failed before.
   if (!first_ || failure.err == ECANCELED) first_ = failure;
-  if (StopsEverything(failure)) {
+  if (!stopped_ && IsServerLost(failure, root_from_->path, root_to_->path)) {
+    // Each file that is left would wait for the server in vain.
+    first_ = ServerLost();
+    stopped_ = true;
+  }
+  if (stopped_ || StopsEverything(failure)) {
     stopped_ = true;
     return;
   }
@@ -64,17 +69,6 @@ void TreeCopy::Note(const Failure& failure) {
   if (failure.side == Side::kUnknown && StopsEverything(lost) && !DestinationAnswers()) {
     stopped_ = true;
   }
-  if (!stopped_ && MayBeLost(failure.code, failure.err) && !ServersAnswer()) {
-    // Each file that is left would wait for the server in vain.
-    first_ = {core::kErrHostDown, EHOSTDOWN, Side::kUnknown};
-    stopped_ = true;
-  }
-}
-
-bool TreeCopy::ServersAnswer() const {
-  const SourceFolder& from = levels_.empty() ? *root_from_ : levels_.back()->from;
-  const TargetFolder& to = levels_.empty() ? *root_to_ : levels_.back()->to;
-  return (!from.remote || Answers(from.fd.get())) && (!to.remote || Answers(to.fd.get()));
 }
 
 bool TreeCopy::DestinationAnswers() const {

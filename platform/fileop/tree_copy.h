@@ -70,7 +70,6 @@ class TreeCopy {
   bool Tick();
   void Note(const Failure& failure);
   bool DestinationAnswers() const;
-  bool ServersAnswer() const;
 
   SourceFolder& ParentFrom();
   TargetFolder& ParentTo();

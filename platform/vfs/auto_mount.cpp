@@ -1,11 +1,9 @@
 #include "auto_mount.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -13,7 +11,6 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -26,6 +23,7 @@
 #include "core/unique_fd.h"
 #include "helper_process.h"
 #include "mount_helper.h"
+#include "probe.h"
 #include "queue_file.h"
 #include "vfs/mounts.h"
 #include "vfs/vfs.h"
@@ -36,11 +34,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kUnmountSeconds = 5;
-// On top of the connect timeout, for a busy machine.
-constexpr int kGraceSeconds = 5;
 constexpr std::chrono::milliseconds kPause{5};
-// A helper may hold several connections that the server has closed since.
-constexpr int kProbeAttempts = 5;
 constexpr int kForgetAttempts = 100;
 constexpr std::chrono::milliseconds kForgetPause{10};
 
@@ -67,22 +61,18 @@ bool OwnFolder(const std::string& path, mode_t mode) {
 struct Place {
   std::string folder;
   std::string scratch;
-  std::string forget;
+  std::string orders;
 };
-
-std::string ForgetPipe(const std::string& top, uid_t uid, const std::string& name) {
-  return top + "/forget/" + std::to_string(uid) + "/" + name;
-}
 
 bool MakePlace(const std::string& name, uid_t uid, Place* place) {
   const std::string top = MountsFolder();
   const std::string user = std::to_string(uid);
   place->folder = AutoMountFolder(uid, name);
   place->scratch = top + "/private/" + user + "/" + name;
-  place->forget = ForgetPipe(top, uid, name);
+  place->orders = OrderPipe(uid, name);
   // Users pass through to the mounts and see no others' names.
   return !top.empty() && OwnFolder(top, 0711) && OwnFolder(top + "/" + user, 0711) &&
-         OwnFolder(top + "/forget", 0711) && OwnFolder(top + "/forget/" + user, 0711) &&
+         OwnFolder(top + "/orders", 0711) && OwnFolder(top + "/orders/" + user, 0711) &&
          OwnFolder(top + "/private", 0700) && OwnFolder(top + "/private/" + user, 0700) &&
          OwnFolder(place->scratch, 0700);
 }
@@ -99,37 +89,11 @@ core::UniqueFd Lock(const Place& place, int seconds) {
   return file;
 }
 
-struct CloseDir {
-  void operator()(DIR* dir) const { closedir(dir); }
-};
-
-// Makes the helper ask the server; 0 or an errno.
-int LookInto(const std::string& folder) {
-  int err = EIO;
-  for (int attempt = 0; attempt < kProbeAttempts && (err == EIO || err == ECONNRESET); ++attempt) {
-    errno = 0;
-    const std::unique_ptr<DIR, CloseDir> dir(opendir(folder.c_str()));
-    if (dir != nullptr) (void)readdir(dir.get());
-    err = errno;
-  }
-  return err;
-}
-
-// The same in a child, so that a mount that hangs holds up nobody.
-int Probe(const std::string& folder, int seconds) {
-  const pid_t pid = fork();
-  if (pid == 0) _exit(LookInto(folder) & 0xFF);
-  if (pid < 0) return errno;
-  int status = 0;
-  if (EndsWithin(pid, seconds * 1000, &status)) {
-    const int err = WIFEXITED(status) ? WEXITSTATUS(status) : EIO;
-    // A helper mounts first and gives up when it cannot connect: what was looked
-    // into then is the bare folder.
-    return err == 0 && !IsMounted(folder) ? ENOTCONN : err;
-  }
-  kill(pid, SIGKILL);
-  (void)EndsWithin(pid, 1000, &status);
-  return ETIMEDOUT;
+// A helper mounts first and gives up when it cannot connect: what was looked into then is
+// the bare folder.
+int ProbeMount(const std::string& folder, int seconds) {
+  const int err = Probe(folder, seconds);
+  return err == 0 && !IsMounted(folder) ? ENOTCONN : err;
 }
 
 Trouble TroubleOfProbe(int err) {
@@ -217,7 +181,7 @@ Trouble Mount(const core::RemoteConfig& remote, const MountOrder& order, const P
     trouble = late ? Trouble{TroubleKind::kTimedOut, "the server does not answer in time"}
                    : Trouble{TroubleKind::kOther, program.arguments[0] + " ended at once"};
   } else {
-    trouble = TroubleOfProbe(Probe(order.folder, patience));
+    trouble = TroubleOfProbe(ProbeMount(order.folder, patience));
   }
   if (!trouble) return {};
   Unmount(place);
@@ -233,13 +197,13 @@ Trouble Ensure(const core::RemoteConfig& remote, uid_t uid, gid_t gid) {
   const core::UniqueFd lock = Lock(place, 2 * patience);
   if (!lock) return {TroubleKind::kTimedOut, "another request is still mounting it"};
   if (IsMounted(place.folder)) {
-    const int err = Probe(place.folder, patience);
+    const int err = ProbeMount(place.folder, patience);
     if (err == 0) return {};
     // What a task works on is not taken away from it while it may recover.
     if (err != ENOTCONN && HasTaskOf(uid)) return TroubleOfProbe(err);
   }
   Unmount(place);
-  return Mount(remote, {uid, gid, place.folder, place.scratch, place.forget}, place);
+  return Mount(remote, {uid, gid, place.folder, place.scratch, place.orders}, place);
 }
 
 std::map<std::string, Trouble>& Kept() {
@@ -262,12 +226,11 @@ void AwaitShown(const std::string& uri, std::uint64_t size) {
   };
   // What it made itself is looked at anew with its folder only, which costs a listing.
   const auto shown_anew = [&] { return LookInto(parent) == 0 && shown(); };
-  const core::UniqueFd forget(
-      open(ForgetPipe(MountsFolder(), TAVOVFS::GetActorUID(), mount.name).c_str(),
-           O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!forget || shown()) return;  // without the pipe: no mount of a helper that remembers
+  const core::UniqueFd forget(open(OrderPipe(TAVOVFS::GetActorUID(), mount.name).c_str(),
+                                   O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!forget || shown()) return;  // without the pipe: no mount of the server's own
   for (int i = 0; i < kForgetAttempts && !shown_anew(); ++i) {
-    if (write(forget.get(), "f", 1) < 0) return;
+    if (write(forget.get(), &kOrderToForget, 1) < 0) return;
     std::this_thread::sleep_for(kForgetPause);
   }
 }
@@ -277,6 +240,11 @@ void AwaitShown(const std::string& uri, std::uint64_t size) {
 std::string AutoMountFolder(uid_t uid, const std::string& name) {
   const std::string top = MountsFolder();
   return top.empty() ? top : top + "/" + std::to_string(uid) + "/" + name;
+}
+
+std::string OrderPipe(uid_t uid, const std::string& name) {
+  const std::string top = MountsFolder();
+  return top.empty() ? top : top + "/orders/" + std::to_string(uid) + "/" + name;
 }
 
 bool IsMounted(const std::string& folder) {
@@ -313,7 +281,7 @@ void ReleaseMounts() {
   if (top.empty()) return;
   const std::string below = top + "/";
   const std::string scratch = below + "private/";
-  const std::string pipes = below + "forget/";
+  const std::string pipes = below + "orders/";
   for (const core::MountEntry& entry : core::ReadMountTable()) {
     if (!entry.point.starts_with(below)) continue;
     const std::string rest = entry.point.substr(below.size());

@@ -168,23 +168,34 @@ Processes ReadRecord(const std::string& scratch) {
   return found;
 }
 
-// The pipe that the user writes to when the helper is to forget; made anew, so that
-// nothing else stands in its place.
-core::UniqueFd MakeForgetPipe(const MountOrder& order) {
-  unlink(order.forget.c_str());
-  if (mkfifo(order.forget.c_str(), 0200) != 0) return {};
-  if (geteuid() == 0 && lchown(order.forget.c_str(), order.uid, order.gid) != 0) return {};
+// The pipe that the user writes orders to; made anew, so that nothing else stands in its
+// place.
+core::UniqueFd MakeOrderPipe(const MountOrder& order) {
+  unlink(order.orders.c_str());
+  if (mkfifo(order.orders.c_str(), 0200) != 0) return {};
+  if (geteuid() == 0 && lchown(order.orders.c_str(), order.uid, order.gid) != 0) return {};
   // With a writer of its own it never ends.
-  return core::UniqueFd(open(order.forget.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  return core::UniqueFd(open(order.orders.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
 }
 
-// Until the helper says no more: passes on what it says, and the word to forget.
-void Attend(pid_t helper, int output, int forget, Relay* relay) {
+void Obey(const std::string& orders, pid_t helper, bool forgets) {
+  if (orders.find(kOrderToEnd) != std::string::npos) {
+    // It must not unmount: the bare folder would be taken for the server's.
+    kill(helper, SIGKILL);
+  } else if (forgets) {
+    kill(helper, SIGHUP);
+  }
+}
+
+// Until the helper says no more: passes on what it says, and the user's orders.
+void Attend(pid_t helper, bool forgets, int output, int orders, Relay* relay) {
   std::string text;
   while (true) {
-    std::array<pollfd, 2> pollers{pollfd{output, POLLIN, 0}, pollfd{forget, POLLIN, 0}};
+    std::array<pollfd, 2> pollers{pollfd{output, POLLIN, 0}, pollfd{orders, POLLIN, 0}};
     if (poll(pollers.data(), pollers.size(), -1) < 0 && errno != EINTR) return;
-    if ((pollers[1].revents & POLLIN) != 0 && ReadSome(forget, 0, &text)) kill(helper, SIGHUP);
+    if ((pollers[1].revents & POLLIN) != 0 && ReadSome(orders, 0, &text)) {
+      Obey(text, helper, forgets);
+    }
     if (pollers[0].revents == 0) continue;
     if (!ReadSome(output, 0, &text)) return;
     relay->Take(text);
@@ -200,8 +211,8 @@ void Attend(pid_t helper, int output, int forget, Relay* relay) {
   const pid_t helper = Start(program, &output);
   if (helper > 0) {
     WriteRecord(order.scratch, helper);
-    const core::UniqueFd forget = program.forgets ? MakeForgetPipe(order) : core::UniqueFd();
-    Attend(helper, output.get(), forget.get(), &relay);
+    const core::UniqueFd orders = MakeOrderPipe(order);
+    Attend(helper, program.forgets, output.get(), orders.get(), &relay);
     int status = 0;
     while (waitpid(helper, &status, 0) < 0 && errno == EINTR) {
     }
@@ -211,7 +222,7 @@ void Attend(pid_t helper, int output, int forget, Relay* relay) {
   }
   // A folder that is a mount still, though a dead one, stays.
   rmdir(order.folder.c_str());
-  unlink(order.forget.c_str());
+  unlink(order.orders.c_str());
   _exit(0);
 }
 

@@ -14,10 +14,10 @@ namespace vfs {
 [[nodiscard]] bool RunProgram(const Program& program, int seconds, std::string* output);
 
 // Starts a process of its own that runs the helper, passes what it says on to the system
-// log, and, when the helper has ended and the folder is no mount any more, removes the
-// folder, so that nothing is written into it in the place of the server. It keeps in
-// order.scratch: "helper", who they are, and "words", the first of what was said.
-// Returns the process's pid, negative with errno set on failure.
+// log, takes the orders of the mount's user, and, when the helper has ended and the folder is no
+// mount any more, removes the folder, so that nothing is written into it in the place of the
+// server. It keeps in order.scratch: "helper", who they are, and "words", the first of what was
+// said. Returns the process's pid, negative with errno set on failure.
 pid_t StartHelper(const Program& program, const MountOrder& order, const std::string& name);
 
 // Ends the helper that `scratch` tells of, if it runs, and waits for its watcher's end.

@@ -21,6 +21,9 @@ namespace {
 constexpr int kImplicitTlsPort = 990;
 constexpr int kObscureSeconds = 10;
 constexpr int kLeastConcurrency = 6;
+// One call on the mount may take four requests, and all of them have to be over within
+// about a minute when the server hangs.
+constexpr int kAnswerSeconds = 10;
 
 Trouble Lacks(const std::string& words) { return {TroubleKind::kNotAvailable, words}; }
 
@@ -212,7 +215,7 @@ Trouble PrepareRclone(const core::RemoteConfig& remote, const MountOrder& order,
                         "--gid=" + std::to_string(order.gid),
                         "--umask=077",
                         "--contimeout=" + timeout,
-                        "--timeout=30s",
+                        "--timeout=" + std::to_string(kAnswerSeconds) + "s",
                         "--low-level-retries=2",
                         "--log-level=ERROR"};
   if (geteuid() == 0) program->arguments.emplace_back("--allow-other");

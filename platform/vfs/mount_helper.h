@@ -24,8 +24,12 @@ struct MountOrder {
   gid_t gid = 0;
   std::string folder;   // where to mount
   std::string scratch;  // a folder that only this process's user can open
-  std::string forget;   // where to make the pipe that tells the helper to forget
+  std::string orders;   // where to make the pipe that takes the user's orders
 };
+
+// Orders to the watcher of a helper, which the mount's user may give.
+inline constexpr char kOrderToForget = 'f';  // what the helper remembers of folders
+inline constexpr char kOrderToEnd = 'e';     // its server hangs
 
 // Prepares what mounts the remote. Trouble when this machine lacks something for it.
 [[nodiscard]] Trouble PrepareHelper(const core::RemoteConfig& remote, const MountOrder& order,

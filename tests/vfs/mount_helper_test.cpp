@@ -63,7 +63,7 @@ class MountHelperTest : public testing::Test {
   vfs::Trouble Prepare(const std::string& protocol) {
     remote_.protocol = protocol;
     program_ = {};
-    return vfs::PrepareHelper(remote_, {1000, 100, folder_ + "/mnt", folder_, folder_ + "/forget"},
+    return vfs::PrepareHelper(remote_, {1000, 100, folder_ + "/mnt", folder_, folder_ + "/orders"},
                               &program_);
   }
 
@@ -118,7 +118,7 @@ TEST_F(MountHelperTest, AProgramGetsItsInputAndIsEndedInTime) {
 }
 
 TEST_F(MountHelperTest, AHelperThatEndsLeavesItsWordsAndNoFolder) {
-  const vfs::MountOrder order{geteuid(), getegid(), folder_ + "/mnt", folder_, folder_ + "/forget"};
+  const vfs::MountOrder order{geteuid(), getegid(), folder_ + "/mnt", folder_, folder_ + "/orders"};
   ASSERT_EQ(mkdir(order.folder.c_str(), 0700), 0);
   const pid_t pid = vfs::StartHelper({{"sh", "-c", "echo told >&2"}, {}, ""}, order, "nas");
   ASSERT_GT(pid, 0);

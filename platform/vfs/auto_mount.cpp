@@ -35,7 +35,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kUnmountSeconds = 5;
 constexpr std::chrono::milliseconds kPause{5};
-constexpr int kForgetAttempts = 100;
+constexpr std::chrono::seconds kForgetPatience{1};
 constexpr std::chrono::milliseconds kForgetPause{10};
 
 std::string MountsFolder() {
@@ -218,6 +218,7 @@ std::string BaseUriOf(const core::RemoteConfig& remote) {
 void AwaitShown(const std::string& uri, std::uint64_t size) {
   MountInfo mount;
   if (!FindBySharePath(uri, &mount) || uri.size() < mount.base_uri.size()) return;
+  if (mount.protocol == "sftp") return;  // its helper remembers nothing
   const std::string path = mount.mount_path + "/" + uri.substr(mount.base_uri.size());
   const std::string parent = path.substr(0, path.rfind('/'));
   const auto shown = [&] {
@@ -229,7 +230,9 @@ void AwaitShown(const std::string& uri, std::uint64_t size) {
   const core::UniqueFd forget(open(OrderPipe(TAVOVFS::GetActorUID(), mount.name).c_str(),
                                    O_WRONLY | O_NONBLOCK | O_CLOEXEC));
   if (!forget || shown()) return;  // without the pipe: no mount of the server's own
-  for (int i = 0; i < kForgetAttempts && !shown_anew(); ++i) {
+  const auto deadline = Clock::now() + kForgetPatience;
+  // A server that hangs takes longer for the first look than all others may.
+  while (!shown_anew() && Clock::now() < deadline) {
     if (write(forget.get(), &kOrderToForget, 1) < 0) return;
     std::this_thread::sleep_for(kForgetPause);
   }

@@ -222,6 +222,7 @@ Outcome Connection::Upload(const std::string& path, std::uint64_t offset, Flow* 
   std::string err;
   if (!Prepare(path, &err)) return Unprepared(err);
   curl_.SetUpload(flow);
+  curl_.Set(CURLOPT_LOW_SPEED_TIME, kReplyTimeout);
   curl_.Set(CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(offset));
   return Perform();
 }

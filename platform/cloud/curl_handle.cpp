@@ -39,6 +39,7 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, int co
                            bool slow) {
   options_taken_ = true;
   patience_ = connect_timeout;
+  uploads_ = false;
   Set(CURLOPT_URL, url.c_str());
   Set(CURLOPT_PROTOCOLS_STR, protocols);
   Set(CURLOPT_PATH_AS_IS, 1L);
@@ -68,6 +69,7 @@ void CurlHandle::SetTls(const std::string& ca_file) {
 void CurlHandle::SetDownload() { Set(CURLOPT_LOW_SPEED_TIME, kDownloadStallTimeout); }
 
 void CurlHandle::SetUpload(Flow* flow) {
+  uploads_ = true;
   Set(CURLOPT_UPLOAD, 1L);
   Set(CURLOPT_READFUNCTION, &GiveData);
   Set(CURLOPT_READDATA, flow);

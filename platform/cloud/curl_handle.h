@@ -54,6 +54,8 @@ class CurlHandle {
   bool hurries() const { return hurry_; }
   // Seconds that the last request was given for its connection.
   int patience() const { return patience_; }
+  // Whether the last request gave the server a file.
+  bool uploads() const { return uploads_; }
 
   // An option of the next requests. Set what all requests have in common first.
   template <typename Value>
@@ -88,6 +90,7 @@ class CurlHandle {
   bool options_taken_ = true;
   bool hurry_ = false;
   int patience_ = 0;
+  bool uploads_ = false;
   Flow* watched_ = nullptr;
   // Holds the connections, so it outlives the handle that uses them.
   std::unique_ptr<CURLM, CleanUpDriver> driver_;

@@ -36,7 +36,8 @@ bool WaitForAnother(const Outcome& outcome, bool passing, int attempt, const Cur
   Flow* flow = curl.watched();
   if (curl.hurries() || (flow != nullptr && flow->error() != 0)) return false;
   const bool begun = attempt > 1 || WasReached(outcome) || (flow != nullptr && flow->moved() > 0);
-  if (IsHang(outcome, attempt)) return false;
+  // An upload has waited long, for what the server may do with a whole file.
+  if (IsHang(outcome, curl.uploads() ? attempt + 1 : attempt)) return false;
   const int most = outcome.ok() ? kMostRefusals : kMostAttempts;
   if (!begun || !passing || attempt >= most) return false;
   return PauseAfter(attempt, flow, ordered_seconds, curl.patience());

@@ -199,6 +199,9 @@ Trouble PrepareRclone(const core::RemoteConfig& remote, const MountOrder& order,
     program->environment.push_back("SSL_CERT_FILE=" + remote.ca_file);
     program->environment.emplace_back("SSL_CERT_DIR=/nonexistent");
   }
+  // Reading opens a file again as often as it reads it again: with two attempts, that is a
+  // minute per call on a server that hangs.
+  const bool ftp = remote.protocol == "ftp" || remote.protocol == "ftps";
   const std::string source = BackEnd(remote, password, &program->environment);
   const std::string timeout = std::to_string(remote.connect_timeout) + "s";
   // No cache of writes: what is written must be on the server when it is reported so.
@@ -216,7 +219,7 @@ Trouble PrepareRclone(const core::RemoteConfig& remote, const MountOrder& order,
                         "--umask=077",
                         "--contimeout=" + timeout,
                         "--timeout=" + std::to_string(kAnswerSeconds) + "s",
-                        "--low-level-retries=2",
+                        std::string("--low-level-retries=") + (ftp ? "1" : "2"),
                         "--log-level=ERROR"};
   if (geteuid() == 0) program->arguments.emplace_back("--allow-other");
   program->forgets = true;

@@ -1,4 +1,5 @@
 """Stops, lost servers and servers that do not let us in."""
+import contextlib
 import os
 import shutil
 import socket
@@ -103,23 +104,35 @@ def test_a_connection_that_breaks_in_a_tree_on_a_mount_costs_nothing(stage, slow
         assert content(origin) == {}
 
 
-def test_a_server_that_dies_behind_its_mount_ends_the_tree(stage, slow_mounted, needs):
-    kind = "sftp"  # whose mount is the first to tell
-    needs(kind)
+@pytest.mark.parametrize("fault, kinds", [("death", ["sftp"]), ("hang", ["sftp", "ftp", "webdav"])])
+def test_a_server_that_is_lost_behind_its_mount_ends_the_tree(stage, slow_mounted, needs, fault, kinds):
+    needs(*kinds)
     files = {f"d{i}/f": bytes([i]) * (1 << 20) for i in range(12)}
-    origin, place = stage.folder(kind) / "mount-death", stage.folder("local") / f"mount-death-{kind}"
-    write(origin / "t", files)
-    place.mkdir()
-    task = slow_mounted.start([stage.uri(kind, "mount-death/t")], stage.uri("local", place.name),
-                              remove_src=True).data["taskid"]
-    moved_some(slow_mounted, task, 4)
-    stage.servers[kind].stop()
-    try:
-        assert [error["code"] for error in slow_mounted.wait(task)["errors"]] == [UNREACHABLE]
-        here, there = content(origin / "t"), content(place / "t")
-        assert {**there, **here} == files and there.items() <= files.items()
-    finally:
-        stage.servers[kind].start()
+    tasks, results = {}, {}
+
+    def start(kind, name):
+        return slow_mounted.start([stage.uri(kind, f"{name}/t")], stage.uri("local", name), remove_src=True,
+                                  overwrite=True).data["taskid"]
+
+    with contextlib.ExitStack() as lost:
+        for kind in kinds:
+            name = f"mount-{fault}-{kind}"
+            write(stage.folder(kind) / name / "t", files)
+            (stage.folder("local") / name).mkdir()
+            tasks[kind] = start(kind, name)
+            moved_some(slow_mounted, tasks[kind], 4)
+            lost.enter_context(stage.servers[kind].hanging() if fault == "hang" else stage.servers[kind].away())
+        for kind in kinds:
+            name = f"mount-{fault}-{kind}"
+            errors = slow_mounted.wait(tasks[kind], 150)["errors"]
+            here, there = content(stage.folder(kind) / name / "t"), content(stage.folder("local") / name / "t")
+            whole = {**there, **here} == files and there.items() <= files.items()
+            results[kind] = [error["code"] for error in errors], whole
+    assert results == {kind: ([UNREACHABLE], True) for kind in kinds}
+    for kind in kinds:  # the next request mounts anew
+        name = f"mount-{fault}-{kind}"
+        assert "errors" not in slow_mounted.wait(start(kind, name))
+        assert content(stage.folder("local") / name / "t") == files
 
 
 class Silent:

@@ -1,6 +1,7 @@
 """What the throw-away servers have in common: a free port, a folder for their own
 files, a process that is ended with its sessions, and a command line."""
 import argparse
+import contextlib
 import json
 import os
 import pathlib
@@ -128,6 +129,27 @@ class ThrowAwayServer:
         """Breaks the connections that stand; the server goes on."""
         for pid in self.sessions():
             kill(pid)
+
+    @contextlib.contextmanager
+    def hanging(self):
+        """Inside, it takes connections and answers nothing."""
+        pids = [self.process.pid, *self.sessions()]
+        for pid in pids:
+            kill(pid, signal.SIGSTOP)
+        try:
+            yield
+        finally:
+            for pid in pids:
+                kill(pid, signal.SIGCONT)
+
+    @contextlib.contextmanager
+    def away(self):
+        """Inside, it does not run."""
+        self.stop()
+        try:
+            yield
+        finally:
+            self.start()
 
     def stop(self):
         """Ends it, mid-transfer or not, with no good-bye."""

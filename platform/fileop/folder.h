@@ -27,7 +27,6 @@ struct SourceFolder {
   std::string path;  // where the caller found it
   Identity id;
   int fs_type = -1;
-  bool remote = false;  // on a remote mount
   // What a removal from it would meet: 0, or the errno.
   int removal_error = 0;
   bool sticky = false;  // only owners may remove

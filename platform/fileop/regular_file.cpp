@@ -23,22 +23,27 @@ int OpenAgain(Job& job) {
   return IdentityOf(st) == IdentityOf(job.st) ? 0 : Fail(ESTALE, Side::kSource);
 }
 
-int MoveByHook(Job& job, const _TAVOCOPYARGSEX& hooks, PendingFile& file) {
+// Lends the descriptors to the data hook, which is shown the copy as `shown`. The source's comes
+// back into the job; what the hook has made of *dst is the caller's.
+int CallDataHook(Job& job, const _TAVOCOPYARGSEX& hooks, const std::string& shown, int* dst) {
   const TAVOCOPYOPTIONS& options = *job.request.options;
-  int dst = file.Lend();
-  if (dst < 0) return -1;
   int src = job.src.release();
   job.lent_src = src;
-  job.lent_dst = dst;
+  job.lent_dst = *dst;
   job.end_proven = false;
-  const std::string shown = file.ShownPath();
   const int result = CallHook(job, [&] {
-    return hooks.read_write(job.src_path.c_str(), shown.c_str(), &src, &dst, job.st.st_size,
+    return hooks.read_write(job.src_path.c_str(), shown.c_str(), &src, dst, job.st.st_size,
                             options.progress, options.isCancelled, &hooks);
   });
   job.lent_src = job.lent_dst = -1;
   job.src.reset(src);
-  if (result < 0) {
+  return result;
+}
+
+int MoveByHook(Job& job, const _TAVOCOPYARGSEX& hooks, PendingFile& file) {
+  int dst = file.Lend();
+  if (dst < 0) return -1;
+  if (CallDataHook(job, hooks, file.ShownPath(), &dst) < 0) {
     const core::UniqueFd lent(dst);
     file.DropUnfinished(dst);
     return -1;
@@ -84,20 +89,6 @@ bool Streams(const Job& job, const DataWay& way) {
          way.hooks->streams(job.src_path.c_str(), job.dst_path.c_str(), job.st.st_size) != 0;
 }
 
-// The hook brings the file to its place, past the mount.
-int StreamData(Job& job, const _TAVOCOPYARGSEX& hooks) {
-  const TAVOCOPYOPTIONS& options = *job.request.options;
-  int src = job.src.release();
-  int dst = -1;
-  const int result = CallHook(job, [&] {
-    return hooks.read_write(job.src_path.c_str(), job.dst_path.c_str(), &src, &dst, job.st.st_size,
-                            options.progress, options.isCancelled, &hooks);
-  });
-  const core::UniqueFd unasked(dst);
-  job.src.reset(src);
-  return result;
-}
-
 int ReadAgain(Job& job) {
   if (!job.src) return OpenAgain(job);
   return ::lseek(job.src.get(), 0, SEEK_SET) == 0 ? 0 : Fail(errno, Side::kSource);
@@ -136,8 +127,12 @@ int Finish(Job& job, PendingFile& file) {
   return Publish(job, file);
 }
 
+// The hook brings the file to its place, past the mount.
 int StreamRegular(Job& job, const _TAVOCOPYARGSEX& hooks) {
-  if (StreamData(job, hooks) < 0) return -1;
+  int dst = -1;
+  const int result = CallDataHook(job, hooks, job.dst_path, &dst);
+  const core::UniqueFd unasked(dst);
+  if (result < 0) return -1;
   if (!job.src && OpenAgain(job) < 0) return -1;
   PendingFile file;
   if (file.Adopt(job.to, job.to_name) < 0 || CheckSize(job, file) < 0) return -1;

@@ -246,7 +246,6 @@ void TreeCopy::Enter(Place place) {
   level->from.path = Below(place.from.path, place.name);
   level->from.fs_type = place.from.fs_type;
   level->to.fs_type = place.to.fs_type;
-  level->from.remote = place.from.remote;
   level->to.remote = place.to.remote;
   Level* parent = levels_.empty() ? nullptr : levels_.back().get();
   if (OpenTarget(place, level.get()) < 0) {

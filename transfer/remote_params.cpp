@@ -12,11 +12,13 @@
 namespace Fennox {
 namespace {
 
-// Log numbers of the two look-ups that can fail.
+// Log numbers of the two look-ups that can fail; 0: not logged.
 struct LookUpLines {
-  int protocol;
-  int description;
+  int protocol = 0;
+  int description = 0;
 };
+
+constexpr LookUpLines kSilent;
 
 bool AllowsOneConnection(const std::string& sharePath) {
   std::string codePage;
@@ -29,12 +31,16 @@ bool AllowsOneConnection(const std::string& sharePath) {
 bool LookUp(const PathInfo& path, LookUpLines lines, COPY_PARM& found) {
   std::string protocol;
   if (!TAVOVFS::Utils::GetProtocol(path.sharePath.c_str(), protocol)) {
-    LogError(lines.protocol, "Failed to get protocol %s", path.sharePath.c_str());
+    if (lines.protocol != 0) {
+      LogError(lines.protocol, "Failed to get protocol %s", path.sharePath.c_str());
+    }
     return false;
   }
   Json::Value description;
   if (!TAVOVFS::Protocol::GetProtocol(protocol.c_str(), description)) {
-    LogError(lines.description, "Failed to parse the protocol %s", protocol.c_str());
+    if (lines.description != 0) {
+      LogError(lines.description, "Failed to parse the protocol %s", protocol.c_str());
+    }
     return false;
   }
   found = COPY_PARM();
@@ -52,49 +58,59 @@ void TakeParams(const COPY_PARM& params, const PathInfo& top, const std::string&
   if (path.size() > top.realPath.size()) side.remotePath += path.substr(top.realPath.size());
 }
 
-// The source's parameters, looked up until they are remembered. False on failure.
-bool SourceParams(const PathInfo& top, bool remember, bool& singleConnection, COPY_PARM& params) {
+// The first source that holds the path; null when there is none.
+const PathInfo* SourceOf(const std::string& path) {
+  const auto found = std::find_if(
+      _srcPathInfos.begin(), _srcPathInfos.end(),
+      [&](const PathInfo& candidate) { return MVCPIsWithinPath(path, candidate.realPath); });
+  return found == _srcPathInfos.end() ? nullptr : &*found;
+}
+
+// Looks the source's parameters up unless they are remembered.
+bool FillSource(const PathInfo& top, LookUpLines lines, COPY_PARM& params, TransferJob& job) {
   const auto known = _mapCopyParam.find(top.remoteBase);
   if (known != _mapCopyParam.end()) {
     params = known->second;
-    return true;
+  } else {
+    const bool oneConnection = AllowsOneConnection(top.sharePath);
+    if (!LookUp(top, lines, params)) return false;
+    params.remoteBase = top.remoteBase;
+    job.singleConnection = oneConnection;
   }
-  const bool oneConnection = AllowsOneConnection(top.sharePath);
-  if (!LookUp(top, {1009, 1015}, params)) return false;
-  params.remoteBase = top.remoteBase;
-  singleConnection = oneConnection;
-  if (remember) _mapCopyParam[top.remoteBase] = params;
+  TakeParams(params, top, job.src, job.source);
   return true;
 }
 
-bool FillSource(TransferJob& job, bool remember) {
-  const std::string path = job.src;
-  const auto top = std::find_if(
-      _srcPathInfos.begin(), _srcPathInfos.end(),
-      [&](const PathInfo& candidate) { return MVCPIsWithinPath(path, candidate.realPath); });
-  if (top != _srcPathInfos.end()) {
-    COPY_PARM params;
-    if (!SourceParams(*top, remember, job.singleConnection, params)) return false;
-    TakeParams(params, *top, path, job.source);
-  }
-  return !job.source.protocol.empty();
+bool FillDest(LookUpLines lines, TransferJob& job) {
+  if (AllowsOneConnection(_destPathInfo.sharePath)) job.singleConnection = true;
+  if (!LookUp(_destPathInfo, lines, _destCopyParam)) return false;
+  TakeParams(_destCopyParam, _destPathInfo, job.dst, job.dest);
+  return true;
 }
 
 }  // namespace
 
-bool LookAtSourceParams(TransferJob& job) { return FillSource(job, false); }
+bool LookAtParams(TransferJob& job) {
+  if (job.source.isVfs) {
+    const PathInfo* top = SourceOf(job.src);
+    COPY_PARM params;
+    if (top == nullptr || !FillSource(*top, kSilent, params, job)) return false;
+  }
+  return !job.dest.isVfs || FillDest(kSilent, job);
+}
 
 bool FindSourceParams(TransferJob& job) {
-  if (FillSource(job, true)) return true;
-  if (job.source.protocol.empty()) LogError(1033, "Can't find the path");
+  const PathInfo* top = SourceOf(job.src);
+  COPY_PARM params;
+  if (top != nullptr) {
+    if (!FillSource(*top, {1009, 1015}, params, job)) return false;
+    _mapCopyParam.try_emplace(top->remoteBase, params);
+  }
+  if (!job.source.protocol.empty()) return true;
+  LogError(1033, "Can't find the path");
   return false;
 }
 
-bool FindDestParams(TransferJob& job) {
-  if (AllowsOneConnection(_destPathInfo.sharePath)) job.singleConnection = true;
-  if (!LookUp(_destPathInfo, {1056, 1060}, _destCopyParam)) return false;
-  TakeParams(_destCopyParam, _destPathInfo, job.dst, job.dest);
-  return true;
-}
+bool FindDestParams(TransferJob& job) { return FillDest({1056, 1060}, job); }
 
 }  // namespace Fennox

@@ -10,8 +10,9 @@ namespace Fennox {
 // every file. Each may switch the single-connection flag on. False (logged)
 // when the mount cannot be told.
 [[nodiscard]] bool FindSourceParams(TransferJob& job);
-// The same for the source without remembering it: the transfer itself is to come.
-[[nodiscard]] bool LookAtSourceParams(TransferJob& job);
 [[nodiscard]] bool FindDestParams(TransferJob& job);
+// Both, for the sides that are remote, before the transfer itself: nothing is
+// logged, and the source's parameters are not remembered.
+[[nodiscard]] bool LookAtParams(TransferJob& job);
 
 }  // namespace Fennox

@@ -43,8 +43,7 @@ int MVCPStreamsCallback(const char* src, const char* dst, long size) {
   job.dest.isVfs = WfmLibIsVFSFullPath(dst);
   if (!job.dest.isVfs) return 0;
   // What cannot be told is left to the data hook, which also says why.
-  if (job.source.isVfs && !LookAtSourceParams(job)) return 0;
-  if (!FindDestParams(job) || !job.dest.useCurl || PrefersDescriptors(job)) return 0;
+  if (!LookAtParams(job) || !job.dest.useCurl || PrefersDescriptors(job)) return 0;
   _streamedPath = dst;
   return 1;
 }

@@ -216,6 +216,7 @@ TEST_F(TransferTest, UnknownMountsAreRefusedAndLogged) {
   Sides("", "odd");
   EXPECT_EQ(Move("f"), -1);
   EXPECT_EQ(Logged(1060), 1);
+  EXPECT_EQ(Logged(1033), 1) << "each failure has one line";
   EXPECT_EQ(MVCPReadWriteData(nullptr, "/x", nullptr, nullptr, 0, nullptr, nullptr, nullptr), -1);
   EXPECT_EQ(VLIBCErrGet(), 0x0D00);
   EXPECT_EQ(core::LastErrorPlace().line, 979);

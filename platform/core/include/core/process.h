@@ -8,7 +8,7 @@
 
 // Forks a detached child: new session, working directory "/", standard
 // streams to /dev/null (standard error stays when logs are copied to it, see
-// core::SetLogToStderr), every other inherited descriptor closed, signal mask
+// core::OpenLog), every other inherited descriptor closed, signal mask
 // emptied and SIGTERM, SIGPIPE, SIGCHLD, SIGINT, SIGHUP back to their defaults.
 // Returns the child's pid in the parent, 0 in the child, negative on failure
 // (errno set). Call from a process with a single thread.

@@ -10,17 +10,7 @@ namespace fileop {
 namespace {
 
 bool MayBeLost(const Failure& failure) {
-  switch (failure.err) {
-    case EIO:
-    case ENOTCONN:
-    case ECONNRESET:
-    case ECONNABORTED:
-    case ETIMEDOUT:
-    case EHOSTDOWN:
-      return true;
-    default:
-      return failure.code == core::kErrHostDown;
-  }
+  return failure.code == core::kErrHostDown || vfs::MayMeanServerLost(failure.err);
 }
 
 }  // namespace

@@ -109,14 +109,8 @@ Trouble TroubleOfProbe(int err) {
     case ENOENT:
     case ENOTDIR:
       return {TroubleKind::kNoFolder, words};
-    case EIO:
-    case ENOTCONN:
-    case EHOSTUNREACH:
-    case ECONNRESET:
-    case ECONNREFUSED:
-      return {TroubleKind::kUnreachable, words};
     default:
-      return {TroubleKind::kOther, words};
+      return {MayMeanServerLost(err) ? TroubleKind::kUnreachable : TroubleKind::kOther, words};
   }
 }
 
@@ -203,7 +197,8 @@ Trouble Ensure(const core::RemoteConfig& remote, uid_t uid, gid_t gid) {
     if (err != ENOTCONN && HasTaskOf(uid)) return TroubleOfProbe(err);
   }
   Unmount(place);
-  return Mount(remote, {uid, gid, place.folder, place.scratch, place.orders}, place);
+  return Mount(remote, {uid, gid, place.folder, place.scratch, place.orders, AnswerSeconds(remote)},
+               place);
 }
 
 std::map<std::string, Trouble>& Kept() {
@@ -248,6 +243,10 @@ std::string AutoMountFolder(uid_t uid, const std::string& name) {
 std::string OrderPipe(uid_t uid, const std::string& name) {
   const std::string top = MountsFolder();
   return top.empty() ? top : top + "/orders/" + std::to_string(uid) + "/" + name;
+}
+
+int AnswerSeconds(const core::RemoteConfig& remote) {
+  return std::min(remote.connect_timeout + kGraceSeconds, kMostAnswerSeconds);
 }
 
 bool IsMounted(const std::string& folder) {

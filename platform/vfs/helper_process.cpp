@@ -21,6 +21,7 @@
 
 #include "core/process.h"
 #include "core/unique_fd.h"
+#include "hang_watch.h"
 
 namespace vfs {
 namespace {
@@ -30,6 +31,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kMostWords = 4096;
 constexpr int kLinesPerMinute = 20;
 constexpr int kExecFailed = 127;
+constexpr int kTick = 1000;  // milliseconds between two looks after a helper
 constexpr std::chrono::milliseconds kPatience{2000};
 constexpr std::chrono::milliseconds kPause{10};
 
@@ -187,14 +189,21 @@ void Obey(const std::string& orders, pid_t helper, bool forgets) {
   }
 }
 
-// Until the helper says no more: passes on what it says, and the user's orders.
-void Attend(pid_t helper, bool forgets, int output, int orders, Relay* relay) {
+// Until the helper says no more: passes on what it says, obeys the user's orders, and ends
+// it when its server hangs.
+void Attend(pid_t helper, bool forgets, const MountOrder& order, int output, int orders,
+            Relay* relay) {
+  HangWatch watch(order.folder, order.uid, helper, order.patience);
   std::string text;
   while (true) {
     std::array<pollfd, 2> pollers{pollfd{output, POLLIN, 0}, pollfd{orders, POLLIN, 0}};
-    if (poll(pollers.data(), pollers.size(), -1) < 0 && errno != EINTR) return;
+    if (poll(pollers.data(), pollers.size(), kTick) < 0 && errno != EINTR) return;
     if ((pollers[1].revents & POLLIN) != 0 && ReadSome(orders, 0, &text)) {
       Obey(text, helper, forgets);
+    }
+    if (watch.Hangs()) {
+      relay->Take("the server does not answer, so the mount is given up\n");
+      Obey({kOrderToEnd}, helper, forgets);
     }
     if (pollers[0].revents == 0) continue;
     if (!ReadSome(output, 0, &text)) return;
@@ -212,7 +221,7 @@ void Attend(pid_t helper, bool forgets, int output, int orders, Relay* relay) {
   if (helper > 0) {
     WriteRecord(order.scratch, helper);
     const core::UniqueFd orders = MakeOrderPipe(order);
-    Attend(helper, program.forgets, output.get(), orders.get(), &relay);
+    Attend(helper, program.forgets, order, output.get(), orders.get(), &relay);
     int status = 0;
     while (waitpid(helper, &status, 0) < 0 && errno == EINTR) {
     }

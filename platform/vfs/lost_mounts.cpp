@@ -21,7 +21,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kMostSeconds = 15;
 // A probe that fails sooner costs whoever asks next no time either.
 constexpr std::chrono::seconds kQuick{1};
 constexpr std::chrono::seconds kEndPatience{2};
@@ -29,15 +28,9 @@ constexpr std::chrono::milliseconds kPause{5};
 
 int PatienceWith(const std::string& name) {
   for (const core::RemoteConfig& remote : core::CurrentConfig().remotes) {
-    if (remote.name == name) return std::min(remote.connect_timeout + kGraceSeconds, kMostSeconds);
+    if (remote.name == name) return AnswerSeconds(remote);
   }
-  return kMostSeconds;
-}
-
-bool TellsOfServer(int err) {
-  constexpr std::array kSigns{EIO,          ENOTCONN,     ECONNRESET, ECONNABORTED,
-                              ECONNREFUSED, EHOSTUNREACH, EHOSTDOWN,  ETIMEDOUT};
-  return std::find(kSigns.begin(), kSigns.end(), err) != kSigns.end();
+  return kMostAnswerSeconds;
 }
 
 // Without its helper a mount answers every call at once, with ENOTCONN: those that wait
@@ -54,13 +47,19 @@ void EndHelperOf(const std::string& name) {
 
 bool Ask(const MountInfo& mount) {
   const auto began = Clock::now();
-  if (!TellsOfServer(Probe(mount.mount_path, PatienceWith(mount.name)))) return true;
+  if (!MayMeanServerLost(Probe(mount.mount_path, PatienceWith(mount.name)))) return true;
   // Only of a mount that is the server's own is there such a pipe.
   if (Clock::now() - began > kQuick) EndHelperOf(mount.name);
   return false;
 }
 
 }  // namespace
+
+bool MayMeanServerLost(int err) {
+  constexpr std::array kSigns{EIO,          ENOTCONN,     ECONNRESET, ECONNABORTED,
+                              ECONNREFUSED, EHOSTUNREACH, EHOSTDOWN,  ETIMEDOUT};
+  return std::find(kSigns.begin(), kSigns.end(), err) != kSigns.end();
+}
 
 bool MountAnswers(const std::string& path) {
   static std::mutex mutex;

@@ -25,6 +25,7 @@ struct MountOrder {
   std::string folder;   // where to mount
   std::string scratch;  // a folder that only this process's user can open
   std::string orders;   // where to make the pipe that takes the user's orders
+  int patience = 15;    // seconds that the mount may take to answer
 };
 
 // Orders to the watcher of a helper, which the mount's user may give.

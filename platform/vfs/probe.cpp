@@ -33,9 +33,14 @@ int LookInto(const std::string& folder) {
   return err;
 }
 
-int Probe(const std::string& folder, int seconds) {
+pid_t StartProbe(const std::string& folder) {
   const pid_t pid = fork();
   if (pid == 0) _exit(LookInto(folder) & 0xFF);
+  return pid;
+}
+
+int Probe(const std::string& folder, int seconds) {
+  const pid_t pid = StartProbe(folder);
   if (pid < 0) return errno;
   int status = 0;
   if (EndsWithin(pid, seconds * 1000, &status)) {

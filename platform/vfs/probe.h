@@ -1,6 +1,8 @@
 // Asking what is mounted on a folder, whoever hangs behind it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace vfs {
@@ -8,7 +10,11 @@ namespace vfs {
 // Makes what is mounted there ask its server; 0 or an errno.
 int LookInto(const std::string& folder);
 
-// The same in a child, so that a mount that hangs holds up nobody: ETIMEDOUT then.
+// The same in a child, which exits with the errno. Its pid, negative with errno set on
+// failure. As long as the mount hangs it may not even be killed.
+pid_t StartProbe(const std::string& folder);
+
+// The same and waits for it, so that a mount that hangs holds up nobody: ETIMEDOUT then.
 int Probe(const std::string& folder, int seconds);
 
 }  // namespace vfs

@@ -32,12 +32,15 @@ namespace vfs {
 // shows the size in bytes. Keeps errno.
 void AwaitUploaded(const std::string& uri, std::uint64_t size);
 
+// Whether the errno of a call on a mount may come from a server that is gone or hangs.
+[[nodiscard]] bool MayMeanServerLost(int err);
+
 // False when the server behind the mount that holds the absolute local path gives no
 // answer within its connect timeout and a few seconds, 15 at most; true for a path on no
 // mount. Asked after something has failed. From then on this process takes the mount for
 // lost and does not ask again; the helper of an automatic mount whose server hangs is
 // ended, so that no call on the mount waits any more: all fail with ENOTCONN, and the next
-// request mounts anew. Keeps errno.
+// request mounts anew. Keeps errno
 [[nodiscard]] bool MountAnswers(const std::string& path);
 
 // Unmounts all mounts of this server that no task uses: what it mounted before it ends,

@@ -1,0 +1,76 @@
+#include "hang_watch.h"
+
+#include <sys/wait.h>
+
+#include <csignal>
+#include <fstream>
+#include <utility>
+
+#include "helper_process.h"
+#include "probe.h"
+#include "queue_file.h"
+#include "vfs/mounts.h"
+
+namespace vfs {
+namespace {
+
+// Fewer bytes are the helper's own attempts to be heard, and the questions of those who wait.
+constexpr std::uint64_t kSignOfLife = 64U << 10U;
+// A mount that fails sooner holds nobody up.
+constexpr std::chrono::seconds kQuick{1};
+
+// Bytes that a process has read and written; 0 when that cannot be told.
+std::uint64_t MovedBy(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/io");
+  std::string name;
+  std::uint64_t bytes = 0;
+  std::uint64_t all = 0;
+  while (file >> name >> bytes) {
+    if (name == "rchar:" || name == "wchar:") all += bytes;
+  }
+  return all;
+}
+
+}  // namespace
+
+HangWatch::HangWatch(std::string folder, uid_t uid, pid_t helper, int patience)
+    : folder_(std::move(folder)), uid_(uid), helper_(helper), patience_(patience) {
+  BeginAnew(Clock::now(), 0);
+}
+
+HangWatch::~HangWatch() {
+  if (question_ > 0) kill(question_, SIGKILL);
+}
+
+void HangWatch::BeginAnew(Clock::time_point now, std::uint64_t moved) {
+  since_ = now;
+  moved_ = moved;
+}
+
+bool HangWatch::Answer(Clock::time_point now, std::uint64_t moved) {
+  int status = 0;
+  const bool late = now - since_ >= patience_;
+  const bool answered = EndsWithin(question_, 0, &status);
+  if (!answered && !late) return false;
+  if (!answered) kill(question_, SIGKILL);
+  // What was asked comes after all data that is on its way on a slow line.
+  const bool alive = moved - moved_ >= kSignOfLife;
+  const bool lost = answered && WIFEXITED(status) && now - since_ > kQuick &&
+                    MayMeanServerLost(WEXITSTATUS(status));
+  question_ = 0;
+  BeginAnew(now, moved);
+  return !alive && (!answered || lost);
+}
+
+bool HangWatch::Hangs() {
+  const auto now = Clock::now();
+  const std::uint64_t moved = MovedBy(helper_);
+  if (question_ > 0) return Answer(now, moved);
+  if (moved - moved_ >= kSignOfLife) BeginAnew(now, moved);
+  if (now - since_ < std::chrono::seconds(kQuietSeconds)) return false;
+  BeginAnew(now, moved);
+  if (HasTaskOf(uid_)) question_ = StartProbe(folder_);
+  return false;
+}
+
+}  // namespace vfs

@@ -132,6 +132,18 @@ TEST_F(WorkerTest, OnlyRecordsThatNobodyWillFinishAreEnded) {
   EXPECT_EQ(tasks::EndRecordsOfDeadWorkers("no-such-user", 0, kLost), 0);
 }
 
+// The worker of the second finishes just when the first is ended, after both were found unfinished.
+TEST_F(WorkerTest, AnEndThatTheWorkerWroteAtTheLastMomentStands) {
+  Child worker(&Sleep);
+  RecordOf("first", worker.pid());
+  RecordOf("second", worker.pid());
+  Edit(user_,
+       "CREATE TRIGGER meanwhile AFTER UPDATE OF finished ON tasks WHEN new.id = 'first' "
+       "BEGIN UPDATE tasks SET finished = 1 WHERE id = 'second'; END");
+  EXPECT_EQ(tasks::EndRecordsOfDeadWorkers(user_, worker.pid(), kLost), 1);
+  EXPECT_FALSE(Stored("second").data.isMember("errors"));
+}
+
 TEST_F(WorkerTest, StoppingReachesTheWorkerOfTheRecord) {
   Child worker(&Sleep);
   const auto task = RecordOf("t", worker.pid());

@@ -16,8 +16,9 @@ inline constexpr int kTransferMs = 30 * 1000;
 // and how old it gets, so that the user's groups are looked up again.
 inline constexpr int kKeptMs = 10 * 1000;
 inline constexpr int kKeptLifeSeconds = 60;
-// Processes that wait so at one time.
-inline constexpr int kMaxKept = 16;
+// Processes that wait so at one time, about half a MiB each. With fewer than there are users who
+// look at their tasks, each would be pushed out just before its user comes back.
+inline constexpr int kMaxKept = 64;
 
 // Life of a process that checks a password, and how long the front waits for it.
 inline constexpr unsigned kLoginSeconds = 30;

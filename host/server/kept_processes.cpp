@@ -11,6 +11,8 @@
 namespace host {
 namespace {
 
+constexpr std::chrono::milliseconds kWait{kKeptMs};
+
 // Nothing was sent that it could answer, so there is something to read only when it is gone.
 bool Waits(const core::UniqueFd& connection) {
   char byte = 0;
@@ -32,8 +34,13 @@ core::UniqueFd KeptProcesses::Take(const std::string& user) {
 
 void KeptProcesses::Keep(const std::string& user, core::UniqueFd connection) {
   const std::lock_guard lock(mutex_);
-  if (kept_.size() >= kMaxKept) kept_.erase(kept_.begin());
-  kept_.push_back({user, std::move(connection)});
+  const auto now = Clock::now();
+  // The oldest stand first; whoever waited for too long has ended.
+  const auto ended = [now](const Kept& kept) { return now - kept.since >= kWait; };
+  auto first = std::find_if_not(kept_.begin(), kept_.end(), ended);
+  if (first == kept_.begin() && kept_.size() >= kMaxKept) ++first;
+  kept_.erase(kept_.begin(), first);
+  kept_.push_back({user, std::move(connection), now});
 }
 
 }  // namespace host

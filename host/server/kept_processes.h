@@ -1,6 +1,7 @@
 // Connections to request processes that wait for their user's next call.
 #pragma once
 
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -19,9 +20,12 @@ class KeptProcesses {
   void Keep(const std::string& user, core::UniqueFd connection);
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   struct Kept {
     std::string user;
     core::UniqueFd connection;
+    Clock::time_point since;
   };
 
   std::mutex mutex_;

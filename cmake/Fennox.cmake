@@ -51,6 +51,10 @@ function(fennox_module_part NAME)
     PRIVATE fennox_flags)
 endfunction()
 
+# Tests run in slots, six to each processor: a test that computes takes five of them, one that
+# mostly waits takes one, so that waiting and computing overlap. The long ones start first (COST).
+set(SLOTS_OF_COMPUTING 5)
+
 # fennox_test(NAME SOURCES a.cpp… LINK target… [TIMEOUT s]): a GoogleTest binary
 # that the runner lists test by test.
 function(fennox_test NAME)
@@ -65,18 +69,25 @@ function(fennox_test NAME)
     fennox_flags)
   include(GoogleTest)
   gtest_discover_tests(${NAME} TEST_PREFIX ${NAME}. DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}" PROCESSORS ${SLOTS_OF_COMPUTING})
 endfunction()
 
-# fennox_pytest(NAME FILE [TIMEOUT s]): a file of black-box tests, on what this build made.
+# fennox_pytest(NAME FILE [TIMEOUT s] [SLOTS n] [COST s]): a file of black-box tests, on what this
+# build made. Their servers wait more than they compute: two slots unless told otherwise.
 function(fennox_pytest NAME FILE)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "" ${ARGN})
-  if(NOT ARG_TIMEOUT)
-    set(ARG_TIMEOUT 600)
-  endif()
+  set(ARG_TIMEOUT 600)
+  set(ARG_SLOTS 2)
+  set(ARG_COST 20)
+  cmake_parse_arguments(GIVEN "" "TIMEOUT;SLOTS;COST" "" ${ARGN})
+  foreach(word TIMEOUT SLOTS COST)
+    if(GIVEN_${word})
+      set(ARG_${word} ${GIVEN_${word}})
+    endif()
+  endforeach()
   add_test(NAME ${NAME}
     COMMAND /usr/bin/python3 -m pytest -q -p no:cacheprovider -rsxX
       ${CMAKE_CURRENT_SOURCE_DIR}/${FILE})
   set_tests_properties(${NAME} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
+    PROCESSORS ${ARG_SLOTS} COST ${ARG_COST}
     ENVIRONMENT "FENNOX_BUILD=${CMAKE_BINARY_DIR};PYTHONDONTWRITEBYTECODE=1")
 endfunction()

@@ -40,7 +40,7 @@ void AwaitUploaded(const std::string& uri, std::uint64_t size);
 // mount. Asked after something has failed. From then on this process takes the mount for
 // lost and does not ask again; the helper of an automatic mount whose server hangs is
 // ended, so that no call on the mount waits any more: all fail with ENOTCONN, and the next
-// request mounts anew. Keeps errno
+// request mounts anew. Keeps errno.
 [[nodiscard]] bool MountAnswers(const std::string& path);
 
 // Unmounts all mounts of this server that no task uses: what it mounted before it ends,

@@ -11,6 +11,7 @@
 #include "transfer/fallback.h"
 #include "transfer/remote_params.h"
 #include "transfer/streams.h"
+#include "vfs/mounts.h"
 #include "webapi/log.h"
 #include "webapi/module_calls.h"
 
@@ -24,7 +25,7 @@ int CopyDescriptors(const TransferJob& job) {
 // Tells the remote mount that its cached view of the new file is stale.
 void MarkCacheStale(const char* path) {
   constexpr char kName[] = "tavo::cacheclean";
-  if (setxattr(path, kName, "", 0, 0) != 0 && errno == ENOENT) {
+  if (setxattr(vfs::ShortPath(path).c_str(), kName, "", 0, 0) != 0 && errno == ENOENT) {
     sleep(1);
     (void)setxattr(path, kName, "", 0, 0);
   }

@@ -54,6 +54,7 @@ int OpenEnds(const char* src, const char* dst, Ends* ends) {
   if (fresh_from) ends->from.fs_type = FsTypeOf(ends->from.fd.get());
   if (fresh_to) ends->to.fs_type = FsTypeOf(ends->to.fd.get());
   vfs::MountInfo mount;
+  ends->from.remote = vfs::FindByFullPath(src, &mount);
   ends->to.remote = vfs::FindByFullPath(dst, &mount);
   ends->to.owner_known = false;
   return 0;

@@ -30,6 +30,7 @@ struct SourceFolder {
   // What a removal from it would meet: 0, or the errno.
   int removal_error = 0;
   bool sticky = false;  // only owners may remove
+  bool remote = false;  // on a remote mount
 };
 
 // A folder that entries are put into.

@@ -111,7 +111,8 @@ int ApplyMetadata(const MetadataRules& rules, int src, const struct stat& st, Ta
   const bool is_folder = S_ISDIR(st.st_mode);
   mode_t mode = rules.keep ? st.st_mode & kPermissions : CreationMode(rules, st) & ~rules.mask;
   if (ApplyOwner(rules, st, folder, dst, &mode) < 0) return -1;
-  if (rules.keep && CopyAttributes({src}, {dst}, folder.default_acl) < 0) return -1;
+  // A source that was streamed from its server is not open, and has no attributes there.
+  if (rules.keep && src >= 0 && CopyAttributes({src}, {dst}, folder.default_acl) < 0) return -1;
   // A folder was made with other permissions than it shall have.
   const mode_t made =
       is_folder || folder.default_acl ? kPermissions + 1 : CreationMode(rules, st) & ~rules.mask;
@@ -120,6 +121,22 @@ int ApplyMetadata(const MetadataRules& rules, int src, const struct stat& st, Ta
   const timespec times[2] = {st.st_atim, st.st_mtim};
   if (::futimens(dst, times) != 0) return Fail(errno, Side::kDestination);
   return 0;
+}
+
+int ApplyTimesOnly(const MetadataRules& rules, const struct stat& st, TargetFolder& folder,
+                   const std::string& name, const struct stat& there) {
+  folder.owner = there.st_uid;
+  folder.group = there.st_gid;
+  folder.owner_known = true;
+  Owner wanted = WantedOwner(rules, st);
+  if (wanted.group == static_cast<gid_t>(-1)) wanted.group = there.st_gid;
+  const mode_t mode = st.st_mode & kPermissions;
+  const bool same = wanted == Owner{there.st_uid, there.st_gid} &&
+                    mode == (CreationMode(rules, st) & ~rules.mask) && !folder.default_acl;
+  if (!rules.keep || !same) return 1;
+  const timespec times[2] = {st.st_atim, st.st_mtim};
+  if (::utimensat(folder.fd.get(), name.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0) return 0;
+  return Fail(errno, Side::kDestination);
 }
 
 int ApplyNodeMetadata(const MetadataRules& rules, const Attributed& src, const struct stat& st,

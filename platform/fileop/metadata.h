@@ -37,6 +37,13 @@ mode_t CreationMode(const MetadataRules& rules, const struct stat& st);
 [[nodiscard]] int ApplyMetadata(const MetadataRules& rules, int src, const struct stat& st,
                                 TargetFolder& folder, int dst);
 
+// The same for the file `name` of a remote mount that was sent to its server and shows as
+// `there`, by as few questions as there can be: 1, and nothing done, when more than its times
+// is to be set. Such a server keeps no extended attributes. `folder`'s owner is known then.
+[[nodiscard]] int ApplyTimesOnly(const MetadataRules& rules, const struct stat& st,
+                                 TargetFolder& folder, const std::string& name,
+                                 const struct stat& there);
+
 // An entry with attributes: what a descriptor stands for or, with a name, a link or
 // special file in the folder behind the descriptor.
 struct Attributed {

@@ -49,18 +49,40 @@ int MoveByHook(Job& job, const _TAVOCOPYARGSEX& hooks, PendingFile& file) {
     return -1;
   }
   if (file.TakeBack(dst) < 0) return -1;
-  return job.src.valid() ? 0 : OpenAgain(job);
+  return job.src.valid() || job.from.remote ? 0 : OpenAgain(job);
+}
+
+// Size of the source now. What was streamed from its server is closed, and looked at by name.
+int SizeOfSource(const Job& job, off_t* size) {
+  if (!job.src) {
+    struct stat st;
+    if (::fstatat(job.from.fd.get(), job.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+      return Fail(errno, Side::kSource);
+    }
+    *size = st.st_size;
+    return IdentityOf(st) == IdentityOf(job.st) ? 0 : Fail(ESTALE, Side::kSource);
+  }
+  // Mounts remember attributes for a moment.
+  struct statx now;
+  if (::statx(job.src.get(), "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_SIZE, &now) != 0) {
+    return Fail(errno, Side::kSource);
+  }
+  *size = static_cast<off_t>(now.stx_size);
+  return 0;
 }
 
 // The copy must hold what its source holds at the end.
+int CheckSize(const Job& job, off_t copied) {
+  off_t size = 0;
+  if (SizeOfSource(job, &size) < 0) return -1;
+  const bool says_nothing = size == 0 && job.st.st_size == 0;  // /proc
+  return size == copied || says_nothing ? 0 : Fail(EIO, Side::kSource);
+}
+
 int CheckSize(const Job& job, const PendingFile& file) {
-  struct stat src;
   struct stat dst;
-  if (::fstat(job.src.get(), &src) != 0) return Fail(errno, Side::kSource);
   if (::fstat(file.fd(), &dst) != 0) return Fail(errno, Side::kDestination);
-  const bool says_nothing = src.st_size == 0 && job.st.st_size == 0;  // /proc
-  if (src.st_size == dst.st_size || says_nothing) return 0;
-  return Fail(EIO, Side::kSource);
+  return CheckSize(job, dst.st_size);
 }
 
 int MoveData(Job& job, const DataWay& way, PendingFile& file) {
@@ -134,8 +156,19 @@ int StreamRegular(Job& job, const _TAVOCOPYARGSEX& hooks) {
   const core::UniqueFd unasked(dst);
   if (result < 0) return -1;
   if (!job.src && OpenAgain(job) < 0) return -1;
+  struct stat there;
+  if (::fstatat(job.to.fd.get(), job.to_name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
+    return Fail(errno, Side::kDestination);
+  }
+  if (CheckSize(job, there.st_size) < 0) return -1;
+  // To open it costs a mount several questions to its server.
+  const int timed = ApplyTimesOnly(job.request.rules, job.st, job.to, job.to_name, there);
+  if (timed <= 0) {
+    if (timed == 0) job.outcome = Outcome::kCopied;
+    return timed;
+  }
   PendingFile file;
-  if (file.Adopt(job.to, job.to_name) < 0 || CheckSize(job, file) < 0) return -1;
+  if (file.Adopt(job.to, job.to_name) < 0) return -1;
   return Finish(job, file);
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "stable.h"
+#include "vfs/mounts.h"
 
 namespace fileop {
 namespace {
@@ -90,6 +91,10 @@ int RemovalBatch::Flush(const OnFailure& on_failure) {
       on_failure(record.origin->path + "/" + record.name, failure);
     }
     return Report(failure);
+  }
+  // A source must be seen to be what was copied by a look that is younger than the copy.
+  for (const Record& record : records) {
+    if (vfs::AwaitFresh(record.origin->path)) break;
   }
   const Origin* origin = nullptr;
   core::UniqueFd folder;

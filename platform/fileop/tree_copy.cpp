@@ -107,7 +107,8 @@ void TreeCopy::Step() {
 
 void TreeCopy::FileStep(Level& level) {
   Lookahead::Entry entry;
-  const bool ahead = !level.rename && !level.to.remote;
+  // A server may refuse that many open files, and what is streamed is not read here at all.
+  const bool ahead = !level.rename && !level.to.remote && !level.from.remote;
   const AheadPlace place{level.from.fd.get(), ahead ? &level.to : nullptr, &request_.rules};
   if (lookahead_.Next(place, &level.stream, &entry, &level.has_folders)) {
     CarryFile(level, entry);
@@ -245,6 +246,7 @@ void TreeCopy::Enter(Place place) {
   level->to_name = place.to_name;
   level->from.path = Below(place.from.path, place.name);
   level->from.fs_type = place.from.fs_type;
+  level->from.remote = place.from.remote;
   level->to.fs_type = place.to.fs_type;
   level->to.remote = place.to.remote;
   Level* parent = levels_.empty() ? nullptr : levels_.back().get();

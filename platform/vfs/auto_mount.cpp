@@ -37,6 +37,8 @@ constexpr int kUnmountSeconds = 5;
 constexpr std::chrono::milliseconds kPause{5};
 constexpr std::chrono::seconds kForgetPatience{1};
 constexpr std::chrono::milliseconds kForgetPause{10};
+constexpr std::chrono::milliseconds kLookPause{2};
+constexpr std::chrono::milliseconds kListingPatience{3 * kListingMilliseconds};
 
 std::string MountsFolder() {
   const std::string& state = core::CurrentConfig().server.state;
@@ -216,18 +218,23 @@ void AwaitShown(const std::string& uri, std::uint64_t size) {
   if (mount.protocol == "sftp") return;  // its helper remembers nothing
   const std::string path = mount.mount_path + "/" + uri.substr(mount.base_uri.size());
   const std::string parent = path.substr(0, path.rfind('/'));
-  const auto shown = [&] {
+  const auto shows = [&](const std::string& where) {
     struct stat status {};
-    return lstat(path.c_str(), &status) == 0 && static_cast<std::uint64_t>(status.st_size) == size;
+    return lstat(where.c_str(), &status) == 0 && static_cast<std::uint64_t>(status.st_size) == size;
   };
   // What it made itself is looked at anew with its folder only, which costs a listing.
-  const auto shown_anew = [&] { return LookInto(parent) == 0 && shown(); };
+  const auto shown_anew = [&] { return LookInto(parent) == 0 && shows(path); };
   const core::UniqueFd forget(open(OrderPipe(TAVOVFS::GetActorUID(), mount.name).c_str(),
                                    O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!forget || shown()) return;  // without the pipe: no mount of the server's own
-  const auto deadline = Clock::now() + kForgetPatience;
+  if (!forget) return;  // no mount of the server's own
+  const auto begin = Clock::now();
+  // The next listing shows it.
+  while (Clock::now() < begin + kListingPatience) {
+    if (shows(ShortPath(path))) return;
+    std::this_thread::sleep_for(kLookPause);
+  }
   // A server that hangs takes longer for the first look than all others may.
-  while (!shown_anew() && Clock::now() < deadline) {
+  while (!shown_anew() && Clock::now() < begin + kForgetPatience) {
     if (write(forget.get(), &kOrderToForget, 1) < 0) return;
     std::this_thread::sleep_for(kForgetPause);
   }
@@ -270,6 +277,30 @@ Trouble TroubleOf(const std::string& path) {
     if ((path + "/").starts_with(uri)) return trouble;
   }
   return {};
+}
+
+std::string ShortPath(const std::string& path) {
+  thread_local std::string folder;
+  thread_local core::UniqueFd kept;
+  const int saved = errno;
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos || slash == 0) return path;
+  if (!kept || path.compare(0, slash, folder) != 0) {
+    folder = path.substr(0, slash);
+    kept.reset(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+  errno = saved;
+  return kept ? "/proc/self/fd/" + std::to_string(kept.get()) + path.substr(slash) : path;
+}
+
+bool AwaitFresh(const std::string& path) {
+  const int saved = errno;
+  MountInfo mount;
+  const bool remembers = FindByFullPath(path, &mount) && mount.protocol != "sftp" &&
+                         access(OrderPipe(TAVOVFS::GetActorUID(), mount.name).c_str(), F_OK) == 0;
+  if (remembers) std::this_thread::sleep_for(std::chrono::milliseconds(kListingMilliseconds));
+  errno = saved;
+  return remembers;
 }
 
 void AwaitUploaded(const std::string& uri, std::uint64_t size) {

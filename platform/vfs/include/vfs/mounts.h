@@ -35,6 +35,16 @@ void AwaitUploaded(const std::string& uri, std::uint64_t size);
 // Whether the errno of a call on a mount may come from a server that is gone or hangs.
 [[nodiscard]] bool MayMeanServerLost(int err);
 
+// A path of the same file by way of its folder, which the calling thread keeps open until it is
+// asked for another one: a mount that remembers no names is not asked for each folder above.
+// `path` itself when its folder cannot be opened. Keeps errno.
+[[nodiscard]] std::string ShortPath(const std::string& path);
+
+// Returns when what the mount that holds the absolute local path shows of it is no older than
+// the call: at once, or, where listings are remembered, after that time, which is true. Keeps
+// errno.
+bool AwaitFresh(const std::string& path);
+
 // False when the server behind the mount that holds the absolute local path gives no
 // answer within its connect timeout and a few seconds, 15 at most; true for a path on no
 // mount. Asked after something has failed. From then on this process takes the mount for

@@ -148,27 +148,4 @@ TEST_P(FtpFamilyTest, ManyFilesTakeOneConnection) {
   EXPECT_TRUE(Download("a", 1, &copy)) << "a kept connection that was closed is opened again";
 }
 
-TEST_P(FtpFamilyTest, TwoServersPassAFileOn) {
-  ServerProgram second;
-  if (!second.Start("ftp.py", {"--root", folder_})) GTEST_SKIP() << "no second server can run here";
-  const std::string text = RandomText(kBig);
-  ASSERT_TRUE(Upload("file", text));
-  core::Config config = core::CurrentConfig();
-  core::RemoteConfig remote = second.remote();
-  remote.name = "second";
-  remote.mount = data_;
-  remote.path = folder_;
-  config.remotes.push_back(remote);
-  core::SetConfig(config);
-  const std::unique_ptr<TAVOCloud::Cloud> other(
-      TAVOCloud::Utils::CreateCloudByURI(geteuid(), "ftp://second/x", 1));
-  ASSERT_NE(other, nullptr);
-  watch.counted = 0;
-  EXPECT_TRUE(TAVOCloud::Cloud::CopyFile(cloud_.get(), other.get(), cloud_->GetServerID() + "file",
-                                         "ftp://second/passed", kBig, &CountBytes, &ShallStop,
-                                         &GrantSome));
-  EXPECT_TRUE(ReadAll(folder_ / "passed") == text);
-  EXPECT_EQ(watch.counted, kBig);
-}
-
 }  // namespace

@@ -363,28 +363,4 @@ TEST_F(WebDavTest, AFullDiskOfTheServerIsToldAndLeavesTheOldFile) {
   EXPECT_THAT(OurNames(), ElementsAre("file"));
 }
 
-TEST_F(WebDavTest, TwoServersPassAFileOn) {
-  if (!StartApache()) GTEST_SKIP() << kNoApache;
-  const std::filesystem::path second_data = folder_ / "second";
-  std::filesystem::create_directory(second_data);
-  ServerProgram second;
-  ASSERT_TRUE(second.Start("webdav.py", {"--root", second_data, "--digest"}));
-  const std::string text = RandomText(kBig);
-  ASSERT_TRUE(Upload("file", text));
-  core::Config config = core::CurrentConfig();
-  core::RemoteConfig remote = second.remote();
-  remote.name = "second";
-  remote.mount = data_;
-  config.remotes.push_back(remote);
-  core::SetConfig(config);
-  const std::unique_ptr<Cloud> other(
-      TAVOCloud::Utils::CreateCloudByURI(geteuid(), "webdav://second/x", 1));
-  ASSERT_NE(other, nullptr);
-  watch.counted = 0;
-  EXPECT_TRUE(Cloud::CopyFile(cloud_.get(), other.get(), cloud_->GetServerID() + "file",
-                              "webdav://second/passed", kBig, &CountBytes, &ShallStop, &GrantSome));
-  EXPECT_TRUE(ReadAll(second_data / "passed") == text);
-  EXPECT_EQ(watch.counted, kBig);
-}
-
 }  // namespace

@@ -140,17 +140,6 @@ TEST_F(TransferTest, ASourceThatNeedsTheCloudHasNoWayToAPlainMount) {
   EXPECT_EQ(OnlyCall(), "");
 }
 
-TEST_F(TransferTest, ContentArrivesBothWays) {
-  Sides("sftp", "");
-  Source("f", "down");
-  EXPECT_EQ(Move("f"), 0);
-  EXPECT_EQ(Read("dst/f"), "down");
-  Sides("", "sftp");
-  Source("g", "up");
-  EXPECT_EQ(Move("g"), 0);
-  EXPECT_EQ(Read("server/srv/dst/g"), "up");
-}
-
 TEST_F(TransferTest, ADownloadReplacesWhatAFailedCopyThroughTheMountLeft) {
   Sides("ftp", "");
   Source("f", "content");

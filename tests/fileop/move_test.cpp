@@ -298,33 +298,6 @@ TEST_F(Move, ASourceThatCouldNotBeRemovedIsNotCopied) {
   EXPECT_FALSE(Exists(other / "f"));
 }
 
-TEST_F(Move, KilledAtAnyMomentEachFileIsWholeSomewhere) {
-  SKIP_UNLESS_ROOT();
-  Volume other("tmpfs", 64);
-  SKIP_UNLESS_MOUNTED(other);
-  FillTree(scratch_ / "kept");
-  for (int round = 0; round < 10; ++round) {
-    FillTree(scratch_ / "src");
-    const pid_t child = ::fork();
-    if (child == 0) {
-      Copier copier(Kind::kMove);
-      on_unlink = [](const char*) { return ::usleep(300), 0; };
-      ::_exit(copier.Folder(scratch_ / "src", other / "dst") == 0 ? 0 : 1);
-    }
-    ::usleep(static_cast<useconds_t>(round) * 8000);
-    ::kill(child, SIGKILL);
-    ::waitpid(child, nullptr, 0);
-    for (unsigned i = 0; i < 30; ++i) {
-      const std::string file = "/d" + std::to_string(i % 3) + "/f" + std::to_string(i);
-      const std::string& kept = (scratch_ / "kept") + file;
-      EXPECT_TRUE(SameContent((scratch_ / "src") + file, kept) ||
-                  SameContent((other / "dst") + file, kept))
-          << file;
-    }
-    ASSERT_EQ(std::system(("rm -rf " + (other / "dst")).c_str()), 0);
-  }
-}
-
 TEST_F(Move, AHookThatCopiesNothingKeepsTheSource) {
   SKIP_UNLESS_ROOT();
   Volume other("tmpfs", 16);

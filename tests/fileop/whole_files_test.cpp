@@ -1,11 +1,7 @@
 // A name is only ever seen with its whole file behind it.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <random>
-#include <thread>
 
 #include "copier.h"
 #include "core/error.h"
@@ -115,34 +111,6 @@ TEST_F(WholeFiles, AnAbortByTheReadSizeHookStopsTheTree) {
   EXPECT_EQ(asked, 11U);
   ExpectOnlyWholeFiles(scratch_ / "src", scratch_ / "dst");
   EXPECT_EQ(Leftovers(scratch_.path()).size(), 0U);
-}
-
-TEST_F(WholeFiles, AKilledProcessLeavesWholeFilesAndTheNextTaskCleansUp) {
-  FillTree(scratch_ / "src");
-  std::mt19937 random(::getpid());
-  for (int round = 0; round < 12; ++round) {
-    const bool merged = round % 3 == 0;
-    if (merged) MakeFolder(scratch_ / "dst/d1");
-    const pid_t child = ::fork();
-    if (child == 0) {
-      Copier copier(Kind::kCopy, 1);
-      copier.on_read_size = [](unsigned long long bytes) {
-        ::usleep(100);
-        return static_cast<long long>(std::min<unsigned long long>(bytes, 64 << 10));
-      };
-      ::_exit(copier.Folder(scratch_ / "src", scratch_ / "dst") == 0 ? 0 : 1);
-    }
-    ::usleep(random() % 60000);
-    ::kill(child, SIGKILL);
-    ::waitpid(child, nullptr, 0);
-    ExpectOnlyWholeFiles(scratch_ / "src", scratch_ / "dst");
-    if (round % 2 == 0) continue;
-    Copier copier(Kind::kCopy, 1);
-    ASSERT_EQ(copier.Folder(scratch_ / "src", scratch_ / "dst"), 0);
-    EXPECT_EQ(Leftovers(scratch_.path()).size(), 0U);
-    ExpectOnlyWholeFiles(scratch_ / "src", scratch_ / "dst");
-    ASSERT_EQ(std::system(("rm -rf " + (scratch_ / "dst")).c_str()), 0);
-  }
 }
 
 TEST_F(WholeFiles, WhatALivingTaskWorksOnIsNotCleanedUp) {

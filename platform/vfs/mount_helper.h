@@ -28,11 +28,11 @@ struct MountOrder {
   int patience = 15;    // seconds that the mount may take to answer
 };
 
-// Orders to the watcher of a helper, which the mount's user may give.
 // How long a helper that lists folders answers from a listing: as long as one file's questions
 // take. What a transfer brings past the mount has to wait for that to be seen.
 inline constexpr int kListingMilliseconds = 10;
 
+// Orders to the watcher of a helper, which the mount's user may give.
 inline constexpr char kOrderToForget = 'f';  // what the helper remembers of folders
 inline constexpr char kOrderToEnd = 'e';     // its server hangs
 

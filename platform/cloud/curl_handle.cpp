@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <set>
 #include <thread>
 
 #include "curl_flow.h"
@@ -13,11 +16,63 @@ namespace {
 
 constexpr long kHurriedTimeout = 5;  // seconds
 constexpr long kStallTimeout = 60;   // a server may take its time after it has got a file
+constexpr std::chrono::seconds kUploadStallTimeout{30};  // but not in its middle
+// After it has not answered in time.
+constexpr long kSilentTimeout = 5;
+constexpr long kHurriedSilentTimeout = 2;
 constexpr long kDownloadStallTimeout = 20;
 constexpr long kSlowTimeout = 3600;  // a large file copied on the server
 constexpr long kBufferSize = 512L << 10;
 constexpr int kTick = 200;  // milliseconds; how late a stop may be noticed
 constexpr int kMostIdleCalls = 3;
+
+// The servers, by scheme, host and port, whose last answer did not come in time. One that
+// hangs would else cost its time limit over and over: for the rest of a file, for the
+// temporary name, for the next file.
+class SilentServers {
+ public:
+  bool Has(const std::string& server) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return servers_.contains(server);
+  }
+  void Note(const std::string& server, bool silent) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (silent) {
+      servers_.insert(server);
+    } else {
+      servers_.erase(server);
+    }
+  }
+
+ private:
+  std::mutex mutex_;
+  std::set<std::string> servers_;
+};
+
+SilentServers& Silent() {
+  static SilentServers silent;
+  return silent;
+}
+
+// Notices that a server takes no more of a file that it has not got to its end. Time that
+// passes on this side, for a limit on bandwidth, does not count.
+class StallWatch {
+ public:
+  explicit StallWatch(const Flow* flow) : flow_(flow) {}
+
+  bool IsStalled() {
+    if (flow_ == nullptr || flow_->moved() == flow_->size()) return false;
+    const auto now = std::chrono::steady_clock::now();
+    if (flow_->moved() != moved_) since_ = now;
+    moved_ = flow_->moved();
+    return now - since_ >= kUploadStallTimeout;
+  }
+
+ private:
+  const Flow* flow_;
+  std::uint64_t moved_ = 0;
+  std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
+};
 
 }  // namespace
 
@@ -39,7 +94,11 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, int co
                            bool slow) {
   options_taken_ = true;
   patience_ = connect_timeout;
-  uploads_ = false;
+  uploaded_ = nullptr;
+  server_ = url.substr(0, url.find('/', url.find("://") + 3));
+  const bool silent = Silent().Has(server_);
+  const long stall = slow ? kSlowTimeout : kStallTimeout;
+  const long most = silent ? kSilentTimeout : connect_timeout;
   Set(CURLOPT_URL, url.c_str());
   Set(CURLOPT_PROTOCOLS_STR, protocols);
   Set(CURLOPT_PATH_AS_IS, 1L);
@@ -49,11 +108,13 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, int co
   Set(CURLOPT_BUFFERSIZE, kBufferSize);
   Set(CURLOPT_UPLOAD_BUFFERSIZE, kBufferSize);
   Set(CURLOPT_WRITEFUNCTION, &DropData);
-  Set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(connect_timeout));  // with the login
+  Set(CURLOPT_CONNECTTIMEOUT,
+      std::min(most, static_cast<long>(connect_timeout)));  // with the login
   Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-  Set(CURLOPT_LOW_SPEED_TIME, slow ? kSlowTimeout : kStallTimeout);
+  Set(CURLOPT_LOW_SPEED_TIME, silent ? kSilentTimeout : stall);
   Set(CURLOPT_TCP_KEEPALIVE, 1L);
-  Set(CURLOPT_TIMEOUT, hurry_ ? kHurriedTimeout : 0L);
+  const long hurried = silent ? kHurriedSilentTimeout : kHurriedTimeout;
+  Set(CURLOPT_TIMEOUT, hurry_ ? hurried : 0L);
   Set(CURLOPT_NOPROGRESS, watched_ == nullptr ? 1L : 0L);
   Set(CURLOPT_XFERINFOFUNCTION, &AskForStop);
   Set(CURLOPT_XFERINFODATA, watched_);
@@ -66,10 +127,12 @@ void CurlHandle::SetTls(const std::string& ca_file) {
   if (!ca_file.empty()) Set(CURLOPT_CAINFO, ca_file.c_str());
 }
 
-void CurlHandle::SetDownload() { Set(CURLOPT_LOW_SPEED_TIME, kDownloadStallTimeout); }
+void CurlHandle::SetDownload() {
+  if (!Silent().Has(server_)) Set(CURLOPT_LOW_SPEED_TIME, kDownloadStallTimeout);
+}
 
 void CurlHandle::SetUpload(Flow* flow) {
-  uploads_ = true;
+  uploaded_ = flow;
   Set(CURLOPT_UPLOAD, 1L);
   Set(CURLOPT_READFUNCTION, &GiveData);
   Set(CURLOPT_READDATA, flow);
@@ -87,7 +150,12 @@ CURLcode CurlHandle::Drive() {
   int running = 1;
   int idle = 0;
   int patience = 1;
+  StallWatch watch(uploaded_);
   while (curl_multi_perform(driver_.get(), &running) == CURLM_OK && running > 0) {
+    if (watch.IsStalled()) {
+      code = CURLE_OPERATION_TIMEDOUT;
+      break;
+    }
     int ready = 0;
     if (curl_multi_wait(driver_.get(), nullptr, 0, patience, &ready) != CURLM_OK) break;
     idle = ready == 0 ? idle + 1 : 0;
@@ -106,6 +174,9 @@ void CurlHandle::Perform(Outcome* outcome) {
   std::array<char, CURL_ERROR_SIZE> buffer{};
   Set(CURLOPT_ERRORBUFFER, buffer.data());
   outcome->code = Drive();
+  // A hurried request says nothing: it asks for much in little time.
+  const bool silent = outcome->code == CURLE_OPERATION_TIMEDOUT;
+  if ((silent && !hurry_) || outcome->ok()) Silent().Note(server_, silent);
   Set(CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
   (void)curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &outcome->response);
   long number = 0;

@@ -34,7 +34,8 @@ class CurlList {
   std::unique_ptr<curl_slist, Free> list_;
 };
 
-// Not for several threads at a time.
+// Not for several threads at a time. A server that did not answer in time is waited for
+// only a few seconds, whichever handle of the process asks it, until it answers again.
 class CurlHandle {
  public:
   explicit CurlHandle(long connections);
@@ -55,7 +56,7 @@ class CurlHandle {
   // Seconds that the last request was given for its connection.
   int patience() const { return patience_; }
   // Whether the last request gave the server a file.
-  bool uploads() const { return uploads_; }
+  bool uploads() const { return uploaded_ != nullptr; }
 
   // An option of the next requests. Set what all requests have in common first.
   template <typename Value>
@@ -90,7 +91,8 @@ class CurlHandle {
   bool options_taken_ = true;
   bool hurry_ = false;
   int patience_ = 0;
-  bool uploads_ = false;
+  const Flow* uploaded_ = nullptr;
+  std::string server_;  // of the last request
   Flow* watched_ = nullptr;
   // Holds the connections, so it outlives the handle that uses them.
   std::unique_ptr<CURLM, CleanUpDriver> driver_;

@@ -19,6 +19,8 @@ constexpr std::uint64_t kSignOfLife = 64U << 10U;
 // A mount that fails sooner holds nobody up.
 constexpr std::chrono::seconds kQuick{1};
 
+constexpr int kEndMilliseconds = 1000;
+
 // Bytes that a process has read and written; 0 when that cannot be told.
 std::uint64_t MovedBy(pid_t pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/io");
@@ -39,7 +41,10 @@ HangWatch::HangWatch(std::string folder, uid_t uid, pid_t helper, int patience)
 }
 
 HangWatch::~HangWatch() {
-  if (question_ > 0) kill(question_, SIGKILL);
+  int status = 0;
+  if (question_ <= 0) return;
+  kill(question_, SIGKILL);
+  (void)EndsWithin(question_, kEndMilliseconds, &status);
 }
 
 void HangWatch::BeginAnew(Clock::time_point now, std::uint64_t moved) {
@@ -49,17 +54,18 @@ void HangWatch::BeginAnew(Clock::time_point now, std::uint64_t moved) {
 
 bool HangWatch::Answer(Clock::time_point now, std::uint64_t moved) {
   int status = 0;
-  const bool late = now - since_ >= patience_;
-  const bool answered = EndsWithin(question_, 0, &status);
-  if (!answered && !late) return false;
-  if (!answered) kill(question_, SIGKILL);
-  // What was asked comes after all data that is on its way on a slow line.
+  if (EndsWithin(question_, 0, &status)) {
+    const bool lost =
+        WIFEXITED(status) && now - since_ > kQuick && MayMeanServerLost(WEXITSTATUS(status));
+    question_ = 0;
+    BeginAnew(now, moved);
+    return lost;
+  }
+  if (now - since_ < patience_) return false;
+  // On a slow line the question waits behind all data that is on its way.
   const bool alive = moved - moved_ >= kSignOfLife;
-  const bool lost = answered && WIFEXITED(status) && now - since_ > kQuick &&
-                    MayMeanServerLost(WEXITSTATUS(status));
-  question_ = 0;
   BeginAnew(now, moved);
-  return !alive && (!answered || lost);
+  return !alive;
 }
 
 bool HangWatch::Hangs() {

@@ -40,9 +40,9 @@ class HangWatch {
   uid_t uid_;
   pid_t helper_;
   std::chrono::seconds patience_;
-  Clock::time_point since_;       // the last sign of life, or the question
-  std::uint64_t moved_ = 0;       // bytes in and out of the helper then
-  pid_t question_ = 0;            // the process that asks
+  Clock::time_point since_;  // the last sign of life, or the question
+  std::uint64_t moved_ = 0;  // bytes in and out of the helper then
+  pid_t question_ = 0;       // the process that asks
 };
 
 }  // namespace vfs

@@ -204,6 +204,7 @@ void Attend(pid_t helper, bool forgets, const MountOrder& order, int output, int
     if (watch.Hangs()) {
       relay->Take("the server does not answer, so the mount is given up\n");
       Obey({kOrderToEnd}, helper, forgets);
+      return;  // its own helpers may live on for a while
     }
     if (pollers[0].revents == 0) continue;
     if (!ReadSome(output, 0, &text)) return;

@@ -21,7 +21,6 @@ using TAVOCloud::Cloud;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using testing::UnorderedElementsAre;
 
 constexpr std::size_t kLarger = 3 * kBig;  // more than connections hold by themselves
@@ -269,7 +268,8 @@ TEST_F(WebDavTest, WhatTheServerRefusesIsToldByItsReason) {
   };
   for (const Case& one : cases) {
     const std::string status = std::to_string(one.status);
-    options.insert(options.end(), {"--option", "Redirect " + status + " " + root + "/" + status});
+    options.insert(options.end(),
+                   {"--option", "Redirect " + status + (" " + root) + ("/" + status)});
   }
   if (!StartApache(options)) GTEST_SKIP() << kNoApache;
   ASSERT_TRUE(cloud_->Connect(nullptr));
@@ -280,7 +280,7 @@ TEST_F(WebDavTest, WhatTheServerRefusesIsToldByItsReason) {
     EXPECT_EQ(VLIBCErrGet(), one.core) << name;
     EXPECT_EQ(cloud_->GetErrorCode(), one.status == 503 ? kNoMoreConnections : one.status);
     EXPECT_EQ(copy, "") << "no page of the server is taken for the file";
-    EXPECT_EQ(Requests("GET " + root + "/" + name, one.attempts), one.attempts);
+    EXPECT_EQ(Requests("GET " + root + ("/" + name), one.attempts), one.attempts);
   }
 }
 

@@ -27,8 +27,10 @@ class WholeFiles : public ::testing::Test {
   void ExpectOnlyWholeFiles(const std::string& root, const std::string& copy) {
     for (const std::string& folder : List(copy)) {
       if (folder.starts_with(".fennox-")) continue;
-      for (const std::string& name : List(copy + "/" + folder)) {
-        const std::string file = "/" + folder + "/" + name;
+      const std::string below = "/" + folder;
+      for (const std::string& name : List(copy + below)) {
+        std::string file = below;
+        file.append("/").append(name);
         if (name.starts_with(".fennox-")) continue;
         EXPECT_TRUE(SameContent(copy + file, root + file)) << file;
         EXPECT_EQ(StatOf(copy + file).st_mtim.tv_nsec, StatOf(root + file).st_mtim.tv_nsec);

@@ -222,6 +222,8 @@ Outcome Connection::Upload(const std::string& path, std::uint64_t offset, Flow* 
   std::string err;
   if (!Prepare(path, &err)) return Unprepared(err);
   curl_.SetUpload(flow);
+  // SFTP only. A broken transfer is taken up by writing to the file.
+  curl_.Set(CURLOPT_NEW_FILE_PERMS, static_cast<long>(flow->Permissions() | 0600U));
   curl_.Set(CURLOPT_LOW_SPEED_TIME, kReplyTimeout);
   curl_.Set(CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(offset));
   return Perform();

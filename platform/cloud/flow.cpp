@@ -1,5 +1,6 @@
 #include "flow.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +24,12 @@ Flow::Flow(int fd, std::uint64_t size, ProgressFn progress, CancelFn cancel, Rea
       cancel_(cancel),
       read_size_(readSize),
       start_(lseek(fd, 0, SEEK_CUR)) {}
+
+mode_t Flow::Permissions() const {
+  constexpr mode_t kAnyFile = 0644;
+  struct stat st {};
+  return fstat(fd_, &st) == 0 && S_ISREG(st.st_mode) ? st.st_mode & 0777 : kAnyFile;
+}
 
 bool Flow::Fail(int error) {
   if (error_ == 0) error_ = error;

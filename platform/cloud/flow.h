@@ -30,6 +30,9 @@ class Flow {
   // Waits, but not beyond a stop. False when stopped.
   [[nodiscard]] bool Pause(int milliseconds);
 
+  // Permissions of the file behind the descriptor; those of any file when it is none.
+  [[nodiscard]] mode_t Permissions() const;
+
   std::uint64_t size() const { return size_; }
   std::uint64_t moved() const { return moved_; }
   // errno of the failure on this side: ECANCELED after a stop, 0 without one.

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -16,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <sstream>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -280,17 +282,25 @@ Trouble TroubleOf(const std::string& path) {
 }
 
 std::string ShortPath(const std::string& path) {
-  thread_local std::string folder;
-  thread_local core::UniqueFd kept;
+  struct Kept {
+    std::string folder;
+    core::UniqueFd fd;
+  };
+  thread_local std::array<Kept, 2> kept;  // the latest first
   const int saved = errno;
   const std::size_t slash = path.rfind('/');
   if (slash == std::string::npos || slash == 0) return path;
-  if (!kept || path.compare(0, slash, folder) != 0) {
-    folder = path.substr(0, slash);
-    kept.reset(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const std::string_view folder = std::string_view(path).substr(0, slash);
+  if (!kept[0].fd || kept[0].folder != folder) {
+    std::swap(kept[0], kept[1]);
+    if (!kept[0].fd || kept[0].folder != folder) {
+      kept[0].folder = folder;
+      kept[0].fd.reset(open(kept[0].folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
   }
   errno = saved;
-  return kept ? "/proc/self/fd/" + std::to_string(kept.get()) + path.substr(slash) : path;
+  const int fd = kept[0].fd.get();
+  return fd >= 0 ? "/proc/self/fd/" + std::to_string(fd) + path.substr(slash) : path;
 }
 
 bool AwaitFresh(const std::string& path) {

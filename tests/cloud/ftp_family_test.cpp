@@ -1,6 +1,7 @@
 // The same expectations of every protocol of the FTP family, on real servers.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -29,6 +30,15 @@ TEST_P(FtpFamilyTest, FilesOfAllSizesArriveWholeAndAreCountedOnce) {
   ASSERT_TRUE(cloud_->Connect(&err)) << err;
   ExpectWholeFiles({0, 1, kBig});
   EXPECT_EQ(cloud_->GetErrorCode(), 0);
+}
+
+TEST_P(FtpFamilyTest, APrivateFileIsNobodyElsesOnSftp) {
+  if (std::string(GetParam()) != "sftp")
+    GTEST_SKIP() << "the protocol makes files with the server's permissions";
+  ASSERT_TRUE(Upload("private", "x"));
+  struct stat st {};
+  ASSERT_EQ(stat(Path("private").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0077U, 0U);
 }
 
 TEST_P(FtpFamilyTest, NamesMeanWhatTheySay) {

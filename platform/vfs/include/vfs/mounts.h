@@ -35,8 +35,8 @@ void AwaitUploaded(const std::string& uri, std::uint64_t size);
 // Whether the errno of a call on a mount may come from a server that is gone or hangs.
 [[nodiscard]] bool MayMeanServerLost(int err);
 
-// A path of the same file by way of its folder, which the calling thread keeps open until it is
-// asked for another one: a mount that remembers no names is not asked for each folder above.
+// A path of the same file by way of its folder, which the calling thread keeps open, as it does the
+// one it was asked for before: a mount that remembers no names is not asked for each folder above.
 // `path` itself when its folder cannot be opened. Keeps errno.
 [[nodiscard]] std::string ShortPath(const std::string& path);
 

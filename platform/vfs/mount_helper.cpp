@@ -99,16 +99,15 @@ Trouble PrepareSshfs(const core::RemoteConfig& remote, const MountOrder& order, 
   }
   const std::string settings = order.scratch + "/ssh_config";
   std::ofstream(settings, std::ios::trunc) << SshSettings(remote);
-  // The kernel and the helper remember no names: transfers change the server's files past
-  // them. Each look at a path brings its attributes with the name; only what asks by a
-  // descriptor is answered from memory, for a second.
+  // The kernel and the helper remember nothing: transfers change the server's files past
+  // them.
   program->arguments = {"sshfs",
                         "-f",
                         "-F",
                         settings,
                         "-o",
                         MountOptions(order) +
-                            ",reconnect,dir_cache=no,attr_timeout=1,entry_timeout=0,"
+                            ",reconnect,dir_cache=no,attr_timeout=0,entry_timeout=0,"
                             "negative_timeout=0,ac_attr_timeout=0,fsname=fennox",
                         "server:" + remote.path,
                         order.folder};

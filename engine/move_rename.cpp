@@ -5,17 +5,10 @@
 #include <cstring>
 
 #include "core/error.h"
-#include "vfs/mounts.h"
 #include "webapi/log.h"
 
 namespace Fennox {
 namespace {
-
-// Both folders stay open from one entry to the next.
-int Rename(const std::string& source, const std::string& destination) {
-  const std::string from = vfs::ShortPath(source);
-  return std::rename(from.c_str(), vfs::ShortPath(destination).c_str());
-}
 
 MoveResult Fail(int code, int line) {
   VLIBCErrSetEx(code, kModuleName, line);
@@ -27,7 +20,7 @@ MoveResult Fail(int code, int line) {
 MoveResult RenameFolder(const std::string& source, const std::string& destination) {
   const char* from = source.c_str();
   const char* to = destination.c_str();
-  if (Rename(source, destination) == 0) return MOVE_DONE;
+  if (std::rename(from, to) == 0) return MOVE_DONE;
   switch (const int reason = errno; reason) {
     case EBUSY:
     case EEXIST:
@@ -57,7 +50,7 @@ MoveResult RenameFolder(const std::string& source, const std::string& destinatio
 MoveResult RenameFile(const std::string& source, const std::string& destination) {
   const char* from = source.c_str();
   const char* to = destination.c_str();
-  if (Rename(source, destination) == 0) return MOVE_DONE;
+  if (std::rename(from, to) == 0) return MOVE_DONE;
   switch (const int reason = errno; reason) {
     case EXDEV:
       return MOVE_MUST_COPY;

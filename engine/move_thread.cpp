@@ -5,7 +5,6 @@
 #include "core/error.h"
 #include "engine/move_rename.h"
 #include "support/text.h"
-#include "vfs/mounts.h"
 #include "webapi/log.h"
 #include "webapi/module_calls.h"
 #include "webapi/module_state.h"
@@ -66,7 +65,7 @@ MoveResult Move(const MOVE_THREAD_INFO& record, const std::string& source, const
 
 void MoveEntry(MOVE_THREAD_INFO& record, const std::string& source, ENTRY_STAT& entry) {
   const std::string destination = DestinationOf(record, source, entry);
-  entry.destExists = access(vfs::ShortPath(destination).c_str(), F_OK) == 0;
+  entry.destExists = access(destination.c_str(), F_OK) == 0;
   if (entry.destExists) ++record.existCount;
   if (entry.error != 0) {
     entry.result = MOVE_FAILED;

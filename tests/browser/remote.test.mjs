@@ -13,8 +13,8 @@ import { fileURLToPath } from "node:url";
 import { launch, Window } from "./browser.mjs";
 import { Server } from "./server.mjs";
 
+const APACHE = fs.existsSync("/usr/sbin/apache2");
 const WEBDAV = fileURLToPath(new URL("../servers/webdav.py", import.meta.url));
-const needs = { skip: fs.existsSync("/usr/sbin/apache2") ? false : "needs Apache" };
 let browser;
 let far; // the folder that the WebDAV server has
 let web;
@@ -27,13 +27,14 @@ function remote(name, mount, { protocol, port, user, password_file }) {
 }
 
 before(async () => {
-  if (needs.skip) return;
+  if (!APACHE) return;
   far = fs.mkdtempSync(path.join(os.tmpdir(), "fennox-far-"));
   fs.chmodSync(far, 0o755);
   web = spawn("/usr/bin/python3", [WEBDAV, "--root", far], { stdio: ["pipe", "pipe", "inherit"] });
   const lines = readline.createInterface({ input: web.stdout });
+  // One that ends instead has said why.
   const [line] = await Promise.race([once(lines, "line"), once(web, "exit")]);
-  if (typeof line !== "string") throw new Error("the WebDAV server did not start"); // an exit status
+  if (typeof line !== "string") throw new Error("the WebDAV server did not start");
   const settings = JSON.parse(line);
   const more = remote("far", far, settings) + remote("gone", "auto", { ...settings, port: 9 });
   server = await new Server({ bandwidth: "2MB", more }).start();
@@ -50,7 +51,8 @@ after(async () => {
   if (far) fs.rmSync(far, { recursive: true, force: true });
 });
 
-test("Remote mounts are places to copy to and from, and one that is away says why", needs, async () => {
+const skip = APACHE ? false : "needs apache2-bin";
+test("Remote mounts are places to copy to and from, and one that is away says why", { skip }, async () => {
   const contents = { last: "last" };
   for (const name of ["one", "three", "two"]) contents[name] = Buffer.alloc(10 << 20, name);
   for (const name in contents) server.write(`from/${name}`, contents[name]);

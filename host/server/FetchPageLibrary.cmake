@@ -5,6 +5,11 @@ set(modules lit-html.js directive.js directive-helpers.js directives/live.js
 
 file(MAKE_DIRECTORY ${WORK})
 file(COPY ${MANIFEST}/package.json ${MANIFEST}/package-lock.json DESTINATION ${WORK})
+# Node has authorities of its own; whoever added one to the system means npm too.
+set(authorities /etc/ssl/certs/ca-certificates.crt)
+if(NOT DEFINED ENV{NODE_EXTRA_CA_CERTS} AND EXISTS ${authorities})
+  set(ENV{NODE_EXTRA_CA_CERTS} ${authorities})
+endif()
 execute_process(
   COMMAND ${NPM} ci --ignore-scripts --no-audit --no-fund --prefer-offline
   WORKING_DIRECTORY ${WORK}

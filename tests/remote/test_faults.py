@@ -104,35 +104,44 @@ def test_a_connection_that_breaks_in_a_tree_on_a_mount_costs_nothing(stage, slow
         assert content(origin) == {}
 
 
-@pytest.mark.parametrize("fault, kinds", [("death", ["sftp"]), ("hang", ["sftp", "ftp", "webdav"])])
-def test_a_server_that_is_lost_behind_its_mount_ends_the_tree(stage, slow_mounted, needs, fault, kinds):
-    needs(*kinds)
-    files = {f"d{i}/f": bytes([i]) * (1 << 20) for i in range(12)}
-    tasks, results = {}, {}
+@pytest.mark.parametrize("fault, cases", [
+    ("death", [("sftp", "local", "t")]),
+    # Trees wait on the mount, big files in a stream; all at the same time.
+    ("hang", [(kind, "local", "t") for kind in ("sftp", "ftp", "webdav")]),
+    ("hang", [("local", kind, "big") for kind in ("sftp", "ftp", "webdav")]),
+], ids=["death", "hang-tree", "hang-upload"])
+def test_a_server_that_is_lost_ends_the_task_in_bounded_time(stage, slow_mounted, needs, fault, cases):
+    needs(*{kind for case in cases for kind in case[:2]})
+    trees = {"t": {f"t/d{i}/f": bytes([i]) * (1 << 20) for i in range(12)}, "big": {"big": BIG_FILE}}
 
-    def start(kind, name):
-        return slow_mounted.start([stage.uri(kind, f"{name}/t")], stage.uri("local", name), remove_src=True,
+    def start(source, dest, what):
+        return slow_mounted.start([stage.uri(source, f"lost-{fault}-{what}-{dest}/{what}")],
+                                  stage.uri(dest, f"lost-{fault}-{what}-{source}"), remove_src=True,
                                   overwrite=True).data["taskid"]
 
+    def found(source, dest, what):
+        return (content(stage.folder(source) / f"lost-{fault}-{what}-{dest}"),
+                content(stage.folder(dest) / f"lost-{fault}-{what}-{source}"))
+
+    tasks, results = {}, {}
     with contextlib.ExitStack() as lost:
-        for kind in kinds:
-            name = f"mount-{fault}-{kind}"
-            write(stage.folder(kind) / name / "t", files)
-            (stage.folder("local") / name).mkdir()
-            tasks[kind] = start(kind, name)
-            moved_some(slow_mounted, tasks[kind], 4)
-            lost.enter_context(stage.servers[kind].hanging() if fault == "hang" else stage.servers[kind].away())
-        for kind in kinds:
-            name = f"mount-{fault}-{kind}"
-            errors = slow_mounted.wait(tasks[kind], 150)["errors"]
-            here, there = content(stage.folder(kind) / name / "t"), content(stage.folder("local") / name / "t")
-            whole = {**there, **here} == files and there.items() <= files.items()
-            results[kind] = [error["code"] for error in errors], whole
-    assert results == {kind: ([UNREACHABLE], True) for kind in kinds}
-    for kind in kinds:  # the next request mounts anew
-        name = f"mount-{fault}-{kind}"
-        assert "errors" not in slow_mounted.wait(start(kind, name))
-        assert content(stage.folder("local") / name / "t") == files
+        for source, dest, what in cases:
+            write(stage.folder(source) / f"lost-{fault}-{what}-{dest}", trees[what])
+            (stage.folder(dest) / f"lost-{fault}-{what}-{source}").mkdir(exist_ok=True)
+            tasks[source, dest, what] = start(source, dest, what)
+            moved_some(slow_mounted, tasks[source, dest, what], 4)
+            server = stage.servers[dest if source == "local" else source]
+            lost.enter_context(server.hanging() if fault == "hang" else server.away())
+        for (source, dest, what), task in tasks.items():
+            errors = slow_mounted.wait(task, 90)["errors"]
+            here, there = found(source, dest, what)
+            there = {name: data for name, data in there.items() if ".fennox-upload-" not in name}
+            whole = {**there, **here} == trees[what] and there.items() <= trees[what].items()
+            results[source, dest] = [error["code"] for error in errors], whole
+    assert results == {case[:2]: ([UNREACHABLE], True) for case in cases}
+    for source, dest, what in cases:  # the next request mounts anew
+        assert "errors" not in slow_mounted.wait(start(source, dest, what))
+        assert found(source, dest, what) == ({}, trees[what])
 
 
 class Silent:

@@ -102,20 +102,21 @@ def server(shares, extra=""):
         process = subprocess.Popen([BUILD / "fennoxd", "--config", config], text=True,
                                    stdout=subprocess.PIPE, stderr=log, start_new_session=True)
         try:
-            yield connect(process, log)
+            yield connect(process, log, f"{state}/state/token")
         finally:
             with undisturbed():
                 end(process)
                 log.close()
 
 
-def connect(process, log):
+def connect(process, log, token_file):
     line = process.stdout.readline()
-    found = re.search(r"http://127\.0\.0\.1:(\d+)/\?token=(\w+)", line)
+    found = re.search(r"http://127\.0\.0\.1:(\d+)/", line)
     if not found:
         log.seek(0)
         raise Refused(f"the server did not start: {log.read().decode(errors='replace')[-500:]}")
-    client = Client(int(found[1]), found[2])
+    with open(token_file, encoding="utf-8") as file:
+        client = Client(int(found[1]), file.read().strip())
     client.host("whoami")  # the first request finds everything loaded
     return client
 

@@ -65,8 +65,8 @@ std::string Front::StartSession(const std::string& user, SessionKind kind,
 
 // The address can be used again, on purpose: its token is the one that STATE/token keeps for
 // scripts, so whoever has read it needs no address, and its owner may open the page in a second
-// browser. It is told on standard output alone and in no log of ours; a new one is made when
-// the file is removed and the server started again.
+// browser. It is told on a terminal alone and in no log; a new one is made when the file is
+// removed and the server started again.
 void Front::LoginByAddress(const httplib::Request& request, httplib::Response& response) {
   const auto user = tokens_.UserOf(request.get_param_value("token"));
   if (!user) {

@@ -74,12 +74,19 @@ void EndWhenTold(int signals, int control, host::Front* front) {
   ::_exit(launcher_lost ? 1 : 0);
 }
 
-std::string PageAddress(const std::string& address, const host::Front& front,
-                        const std::string& token) {
+std::string PageAddress(const std::string& address, const host::Front& front) {
   const bool v6 = address.find(':') != std::string::npos;
   return std::string(front.secure() ? "https://" : "http://") + (v6 ? "[" : "") + address +
-         (v6 ? "]" : "") + ":" + std::to_string(front.port()) + "/" +
-         (token.empty() ? "" : "?token=" + token);
+         (v6 ? "]" : "") + ":" + std::to_string(front.port()) + "/";
+}
+
+// Whoever collects the output of a service shall not collect its token.
+void Announce(const std::string& page, const std::string& state, const std::string& token) {
+  const bool shown = !token.empty() && ::isatty(STDOUT_FILENO) == 1;
+  std::cout << "listening on " << page << (shown ? "?token=" + token : "") << std::endl;
+  if (!token.empty() && !shown) {
+    std::cout << "the token that logs in is in " << state << "/token" << std::endl;
+  }
 }
 
 bool ReadSettings(const core::Config& config, host::FrontSettings* out, std::string* err) {
@@ -129,7 +136,7 @@ int Serve(const core::Config& config, const std::string& module) {
   if (folder.empty() || !host::GiveUpRights(config, &err) || !front.OpenSessions(folder, &err)) {
     return Fail(err);
   }
-  std::cout << "listening on " << PageAddress(settings.address, front, own_token) << std::endl;
+  Announce(PageAddress(settings.address, front), config.server.state, own_token);
   std::thread(EndWhenTold, signals, launcher.control(), &front).detach();
   front.Serve();
   // Listening ends only on the watcher's word; it ends the process.

@@ -52,10 +52,10 @@ export class Server {
     const lines = readline.createInterface({ input: this.process.stdout });
     // A server that ends instead has said why in its log.
     const [line] = await Promise.race([once(lines, "line"), once(this.process, "exit")]);
-    const found = /http:\/\/127\.0\.0\.1:(\d+)\/(?:\?token=(\w+))?/.exec(line);
+    const found = /http:\/\/127\.0\.0\.1:(\d+)\/$/.exec(line);
     if (!found) throw new Error(`no address in ${line}; ${fs.readFileSync(this.path("log"), "utf8")}`);
     this.port = Number(found[1]);
-    this.token = found[2] ?? fs.readFileSync(path.join(this.state, "token"), "utf8").trim();
+    this.token = fs.readFileSync(path.join(this.state, "token"), "utf8").trim();
     this.url = `http://127.0.0.1:${this.port}`;
     return this;
   }

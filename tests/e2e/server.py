@@ -120,9 +120,10 @@ class Server:
             self.process = subprocess.Popen(self.arguments(), stdout=subprocess.PIPE, stderr=log,
                                             text=True)
         line = self.process.stdout.readline()
-        found = re.search(r"https?://127\.0\.0\.1:(\d+)/(?:\?token=(\w+))?", line)
+        found = re.search(r"https?://127\.0\.0\.1:(\d+)/\n", line)
         assert found, f"no address in {line!r}; log: {self.log.read_text()}"
-        self.port, self.token = int(found[1]), found[2]
+        token = self.state / "token"
+        self.port, self.token = int(found[1]), token.read_text().strip() if token.exists() else None
         self.client = Client(self.port, self.token)
         return self
 

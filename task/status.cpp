@@ -58,8 +58,9 @@ bool FindTask(const std::string& user, const std::string& id) {
   }
 }
 
-// The task's data, or the web-API code that says why there is none.
-int ReadTask(const TAVO::APIRequest& request, Json::Value& data) {
+// Points `data` at the task's data, or says by the web-API code why there is none. The
+// data of a long request is not copied: it would take longer than all the rest.
+int ReadTask(const TAVO::APIRequest& request, const Json::Value*& data) {
   if (!request.HasParam("taskid")) return WEBFM_BAD_PARAMETER;
   const std::string id = TextOf(request.GetParam("taskid", ""));
   if (!FindTask(request.GetLoginUserName(), id)) return WEBFM_NO_SUCH_TASK;
@@ -67,9 +68,9 @@ int ReadTask(const TAVO::APIRequest& request, Json::Value& data) {
     LogError(2009, "Failed to get json data, %s.", id.c_str());
     return WEBFM_FAILED;
   }
-  data = _task->getProperty("data");
-  if (!data.isObject()) {
-    data = Json::Value();
+  data = &_task->loadedProperty("data");
+  if (!data->isObject()) {
+    data = &Json::Value::nullSingleton();
     LogError(2015, "Failed to get json data");
     return WEBFM_FAILED;
   }
@@ -79,15 +80,15 @@ int ReadTask(const TAVO::APIRequest& request, Json::Value& data) {
 }  // namespace
 
 bool FennoxMVCPHandler::WebFMMVCPProgressHandler() {
-  Json::Value data;
+  const Json::Value* data = &Json::Value::nullSingleton();
   const int code = ReadTask(*request, data);
   if (code == WEBFM_OK) {
-    Json::Value answer = Answer(data);
+    Json::Value answer = Answer(*data);
     SetResponse(answer);
   } else {
     SetError(code);
   }
-  (void)WfmLibRemoveFinishedTask(_task, PidMemberOf(data), false);
+  (void)WfmLibRemoveFinishedTask(_task, PidMemberOf(*data), false);
   return true;
 }
 

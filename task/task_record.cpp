@@ -1,4 +1,6 @@
 // First content of a task's record.
+#include <utility>
+
 #include "support/path_info.h"
 #include "support/text.h"
 #include "task/start_parameters.h"
@@ -85,7 +87,7 @@ bool FennoxMVCPHandler::MVCPInitProgressFile(int workerPid, bool onRemoteMount) 
 
   _task->beginUpdate();
   _task->setProperty("progress", 0);
-  _task->setProperty("data", data);
+  _task->setProperty("data", std::move(data));
   if (!_task->endUpdate()) {
     LogError(330, "Failed to write progress.");
     SetError(WEBFM_FAILED);

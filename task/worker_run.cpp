@@ -132,7 +132,7 @@ void WorkerRun::Finish(bool ran) {
   _task->beginUpdate();
   if (ran && !_hadFailure) WriteCompletionMessage(start_, skipped_, data);
   _task->setProperty("progress", ran ? 1 : -1);
-  _task->setProperty("data", data);
+  _task->setProperty("data", std::move(data));
   _task->setTransferredBytes(_processedBytes);
   if (!_task->finish(false)) LogError(657, "Failed to write progress.");
   CleanTimeOutTasks(start_.userName.c_str());

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "dir_stream.h"
 #include "temp_name.h"
@@ -49,11 +50,15 @@ std::vector<std::string> CompanionIndex::Of(int folder, const std::string& name)
   return found;
 }
 
-void CarryCompanions(CompanionIndex& index, TAVOCopyEAHook hook, const SourceFolder& from_parent,
+void CarryCompanions(CompanionIndex& index, TAVOCopyEAHook hook, SourceFolder& from_parent,
                      const std::string& name, const TargetFolder& to_parent,
                      const std::string& to_name) {
+  if (from_parent.no_companions) return;
   const core::UniqueFd from(::openat(from_parent.fd.get(), kFolder, kOpenFolder));
-  if (!from) return;
+  if (!from) {
+    from_parent.no_companions = errno == ENOENT;
+    return;
+  }
   const std::vector<std::string> names = index.Of(from.get(), name);
   if (names.empty()) return;
   const core::UniqueFd to = OpenOrMake(to_parent.fd.get());

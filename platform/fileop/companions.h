@@ -24,7 +24,7 @@ class CompanionIndex {
 
 // Carries the companions of a top-level entry to the entry's new place by the
 // hook. What fails is left out.
-void CarryCompanions(CompanionIndex& index, TAVOCopyEAHook hook, const SourceFolder& from_parent,
+void CarryCompanions(CompanionIndex& index, TAVOCopyEAHook hook, SourceFolder& from_parent,
                      const std::string& name, const TargetFolder& to_parent,
                      const std::string& to_name);
 

@@ -10,19 +10,34 @@
 namespace fileop {
 namespace {
 
+// For so long an open folder passes for what its path leads to. What happens to the path
+// meanwhile counts as done afterwards: the folder worked on is the one that was found,
+// whoever has moved it.
+constexpr std::chrono::milliseconds kPathHolds{5};
+
+void Seen(Clock::time_point now, SourceFolder* folder) {
+  folder->seen = now;
+  folder->no_companions = false;
+}
+void Seen(Clock::time_point now, TargetFolder* folder) { folder->seen = now; }
+
 // True when `folder` is the parent of `path`, and its path still leads to it. An
 // open folder keeps its number to itself, so the comparison cannot be fooled.
 template <typename Folder>
-bool IsParentOf(const Folder& folder, const char* path, std::string* name) {
+bool IsParentOf(Folder& folder, const char* path, Clock::time_point now, std::string* name) {
   if (!folder.fd) return false;
   const std::size_t size = folder.path.size();
   if (std::strncmp(path, folder.path.c_str(), size) != 0 || path[size] != '/') return false;
   const char* last = path + size + 1;
   const bool plain = *last != '\0' && std::strchr(last, '/') == nullptr &&
                      std::strcmp(last, ".") != 0 && std::strcmp(last, "..") != 0;
-  struct stat st;
-  if (!plain || ::lstat(size == 0 ? "/" : folder.path.c_str(), &st) != 0) return false;
-  if (!(IdentityOf(st) == folder.id)) return false;
+  if (!plain) return false;
+  if (now - folder.seen > kPathHolds) {
+    struct stat st;
+    if (::lstat(size == 0 ? "/" : folder.path.c_str(), &st) != 0) return false;
+    if (!(IdentityOf(st) == folder.id)) return false;
+    Seen(now, &folder);
+  }
   *name = last;
   return true;
 }
@@ -30,7 +45,8 @@ bool IsParentOf(const Folder& folder, const char* path, std::string* name) {
 // *fresh tells whether the folder was opened now.
 template <typename Folder>
 int OpenEnd(const char* path, Side side, Folder* folder, std::string* name, bool* fresh) {
-  *fresh = path == nullptr || !IsParentOf(*folder, path, name);
+  const Clock::time_point now = Clock::now();
+  *fresh = path == nullptr || !IsParentOf(*folder, path, now, name);
   if (!*fresh) return 0;
   OpenedParent parent;
   *folder = {};
@@ -38,6 +54,7 @@ int OpenEnd(const char* path, Side side, Folder* folder, std::string* name, bool
   struct stat st;
   if (::fstat(parent.dir.get(), &st) != 0) return Fail(errno, side);
   folder->id = IdentityOf(st);
+  Seen(now, folder);
   folder->fd = std::move(parent.dir);
   folder->path = std::move(parent.dir_path);
   *name = std::move(parent.name);

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 
 #include "core/unique_fd.h"
@@ -21,11 +22,15 @@ struct Identity {
 
 inline Identity IdentityOf(const struct stat& st) { return {st.st_dev, st.st_ino}; }
 
+using Clock = std::chrono::steady_clock;
+
 // A folder that entries are taken from.
 struct SourceFolder {
   core::UniqueFd fd;
   std::string path;  // where the caller found it
   Identity id;
+  Clock::time_point seen;      // when the path was last seen to lead here
+  bool no_companions = false;  // as far as was seen since
   int fs_type = -1;
   // What a removal from it would meet: 0, or the errno.
   int removal_error = 0;
@@ -38,6 +43,7 @@ struct TargetFolder {
   core::UniqueFd fd;
   std::string path;  // where it stands now
   Identity id;
+  Clock::time_point seen;  // when the path was last seen to lead here
   int fs_type = -1;
   bool remote = false;       // on a remote mount
   bool unseen = false;       // under a temporary name: nobody takes its files for final

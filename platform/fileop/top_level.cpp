@@ -36,7 +36,7 @@ int RemoveLater(const Ends& ends, const Job& job) {
   return 0;
 }
 
-void Companions(const Request& request, const Ends& ends) {
+void Companions(const Request& request, Ends& ends) {
   if (request.args == nullptr || request.args->copy_ea == nullptr) return;
   CarryCompanions(request.args->companions, request.args->copy_ea, ends.from, ends.name, ends.to,
                   ends.to_name);
@@ -84,6 +84,8 @@ int CarryFile(Request& request, Ends& ends) {
   }
   if (job.outcome == Outcome::kCopied && request.removes && RemoveLater(ends, job) < 0) return -1;
   if (job.outcome == Outcome::kCopied || job.outcome == Outcome::kRenamed) {
+    // A copy may take as long as it likes.
+    if (job.outcome == Outcome::kCopied) ends.from.no_companions = false;
     Companions(request, ends);
   }
   return 0;

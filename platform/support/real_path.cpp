@@ -83,6 +83,25 @@ bool IsRealPath(const std::string& path, unsigned kind) {
   return found.valid();
 }
 
+// The same for a folder. Requests name many entries of one: while its path leads to the
+// folder that was opened without links before, one look says it all.
+bool IsRealFolder(const std::string& path) {
+  struct Answer {
+    std::string path;
+    struct stat st {};
+  };
+  thread_local Answer latest;
+  struct stat st {};
+  if (path == latest.path && lstat(path.c_str(), &st) == 0 && st.st_dev == latest.st.st_dev &&
+      st.st_ino == latest.st.st_ino && S_ISDIR(st.st_mode)) {
+    return true;
+  }
+  latest.path.clear();
+  if (!IsRealPath(path, O_DIRECTORY)) return false;
+  if (lstat(path.c_str(), &latest.st) == 0) latest.path = path;
+  return true;
+}
+
 // Where the mount begins that holds the folder `point`.
 std::string MountPointAbove(std::string point, const Holder& holder) {
   while (point != "/") {
@@ -112,7 +131,7 @@ int ResolveBelow(const std::string& root, const std::string& rest, std::string* 
   if (!rest.empty()) {
     // Nearly always so, and it says all there is to know about root and parent.
     std::string parent = slash == std::string::npos ? root : Join(root, rest.substr(0, slash));
-    if (IsRealPath(parent, O_DIRECTORY)) {
+    if (IsRealFolder(parent)) {
       *base = root;
       *out = Join(parent, rest.substr(slash + 1));
       return WEBFM_OK;

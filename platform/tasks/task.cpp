@@ -103,14 +103,14 @@ void Task::beginUpdate() {
   pending_ = Json::Value(Json::objectValue);
 }
 
-bool Task::setProperty(const char* name, const Json::Value& value) {
+bool Task::setProperty(const char* name, Json::Value value) {
   if (name == nullptr) return false;
   if (updating_) {
-    pending_[name] = value;
+    pending_[name] = std::move(value);
     return true;
   }
   beginUpdate();
-  pending_[name] = value;
+  pending_[name] = std::move(value);
   return endUpdate();
 }
 

@@ -56,7 +56,7 @@ class Task {
   // at once. False when the write failed or the record is gone; the collected
   // values are dropped then.
   void beginUpdate();
-  bool setProperty(const char* name, const Json::Value& value);
+  bool setProperty(const char* name, Json::Value value);
   bool endUpdate();
 
   // What the task transferred, for the user's totals; finish takes it down. Without

@@ -10,7 +10,6 @@
 
 #include "core/file.h"
 #include "core/user.h"
-#include "name_warmer.h"
 #include "support/identity.h"
 #include "support/path_info.h"
 #include "support/privilege.h"
@@ -242,12 +241,10 @@ bool FennoxMVCPHandler::PreProcessAndCheck(Json::Value& sourcePaths, std::string
     return false;
   }
   if (!validation.CheckUser() || !validation.CheckDestination()) return false;
-  NameWarmer warmer(sourcePaths, destFolder);
   for (const Json::Value& source : sourcePaths) {
     PathInfo info;
     if (!validation.CheckSource(TextOf(source), info)) return false;
     srcPathInfos.push_back(std::move(info));
-    if (!srcIsVfs && !destIsVfs) warmer.Checked(srcPathInfos);
   }
   return true;
 }

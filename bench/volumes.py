@@ -1,5 +1,6 @@
 """File systems made fresh for each measurement: loop mounts on files in memory or on disk."""
 import contextlib
+import mmap
 import os
 import pathlib
 import shlex
@@ -44,6 +45,13 @@ def read_all(path):
     """Brings a tree into the page cache."""
     subprocess.run(f"find {shlex.quote(str(path))} -type f -print0 | xargs -0 -r cat >/dev/null",
                    shell=True, check=True)
+
+
+def touch_free_memory(size):
+    """Uses so many bytes of memory and gives them back. The host of a virtual machine takes
+    free memory away after some seconds, and who uses it first again would pay for that."""
+    mmap.mmap(-1, min(max(size, mmap.PAGESIZE), 6 << 30),
+              flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | mmap.MAP_POPULATE).close()
 
 
 def drop_caches():

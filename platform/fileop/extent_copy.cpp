@@ -35,30 +35,38 @@ int SkipTo(Transfer& transfer, off_t position) {
   return hole > 0 ? transfer.pacer->Moved(static_cast<unsigned long long>(hole)) : 0;
 }
 
-// The hole that a file ends with.
-Rung KeepTail(Transfer& transfer) {
+// Gives the destination the size that it shall have at the cursor `position` of the source.
+Rung Resize(const Transfer& transfer, off_t position) {
+  if (::ftruncate(transfer.dst, position + transfer.shift) == 0) return Rung::kDone;
+  Fail(errno, Side::kDestination);
+  return Rung::kFailed;
+}
+
+// The hole that a file ends with. `sized`: the destination has its size already.
+Rung KeepTail(Transfer& transfer, bool sized) {
   struct stat st;
   if (::fstat(transfer.src, &st) != 0) {
     Fail(errno, Side::kSource);
     return Rung::kFailed;
   }
-  if (st.st_size <= transfer.position) return Rung::kDone;
-  if (::ftruncate(transfer.dst, st.st_size + transfer.shift) != 0) {
-    Fail(errno, Side::kDestination);
-    return Rung::kFailed;
-  }
-  return SkipTo(transfer, st.st_size) < 0 ? Rung::kFailed : Rung::kDone;
+  const bool tail = st.st_size > transfer.position;
+  const off_t end = tail ? st.st_size : transfer.position;
+  if ((tail || sized) && Resize(transfer, end) == Rung::kFailed) return Rung::kFailed;
+  return tail && SkipTo(transfer, end) < 0 ? Rung::kFailed : Rung::kDone;
 }
 
 }  // namespace
 
 Rung WalkExtents(Transfer& transfer, RangeMover move) {
+  // A file that grows with each extent is given blocks ahead, which then lie in its holes.
+  // Some mounts cannot do this, and need not.
+  const bool sized = ::ftruncate(transfer.dst, transfer.expected + transfer.shift) == 0;
   for (;;) {
     off_t begin = 0;
     off_t end = 0;
     switch (NextData(transfer, &begin, &end)) {
       case Step::kEnd:
-        return KeepTail(transfer);
+        return KeepTail(transfer, sized);
       case Step::kUnknown:
         ::lseek(transfer.src, transfer.position, SEEK_SET);
         return Rung::kNotHere;
@@ -72,7 +80,7 @@ Rung WalkExtents(Transfer& transfer, RangeMover move) {
     const Rung moved = move(transfer, end);
     if (moved != Rung::kDone) return moved;
     // The source ends before its extent did: it was cut meanwhile.
-    if (transfer.position < end) return Rung::kDone;
+    if (transfer.position < end) return sized ? Resize(transfer, transfer.position) : Rung::kDone;
   }
 }
 

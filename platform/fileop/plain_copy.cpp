@@ -9,7 +9,7 @@
 namespace fileop {
 namespace {
 
-constexpr std::size_t kBufferSize = 256 * 1024;
+constexpr std::size_t kBufferSize = 128 * 1024;
 
 std::vector<char>& Buffer() {
   thread_local std::vector<char> buffer(kBufferSize);

@@ -115,7 +115,7 @@ bool Connection::Prepare(const std::string& path, std::string* err) {
   }
   curl_easy_reset(curl_.get());  // keeps the connection
   curl_.SetCommon(UrlOf(remote_, path), IsSftp() ? "sftp" : "ftp,ftps", remote_.connect_timeout);
-  curl_.Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, kReplyTimeout);
+  curl_.Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, kReplyTimeout);  // FTP only
   curl_.Set(CURLOPT_FTP_FILEMETHOD, static_cast<long>(CURLFTPMETHOD_NOCWD));
   curl_.Set(CURLOPT_FTP_SKIP_PASV_IP, 1L);
   if (!PrepareSecurity(err) || !PrepareLogin(err)) return false;
@@ -143,6 +143,7 @@ Outcome Connection::RunPrepared(const std::vector<std::string>& commands) {
   for (const std::string& command : commands) {
     if (!list.Append(command)) return Unprepared("out of memory");
   }
+  curl_.SetQuestion();
   curl_.Set(CURLOPT_NOBODY, 1L);
   curl_.Set(CURLOPT_QUOTE, list.get());
   Outcome outcome = Perform();
@@ -170,6 +171,7 @@ Outcome Connection::RenameWhole(const std::string& from, const std::string& to, 
 Outcome Connection::Size(const std::string& path, std::uint64_t* size) {
   std::string err;
   if (!Prepare(path, &err)) return Unprepared(err);
+  curl_.SetQuestion();
   curl_.Set(CURLOPT_NOBODY, 1L);
   Outcome outcome = Perform();
   if (!outcome.ok()) return outcome;
@@ -189,6 +191,7 @@ Outcome Connection::Folder(const std::string& path) {
   if (!IsSftp()) return Run({"CWD " + path});
   std::string err;
   if (!Prepare(path.back() == '/' ? path : path + "/", &err)) return Unprepared(err);
+  curl_.SetQuestion();
   bool began = false;
   curl_.Set(CURLOPT_WRITEFUNCTION, &EndAtOnce);
   curl_.Set(CURLOPT_WRITEDATA, &began);
@@ -200,6 +203,7 @@ Outcome Connection::Folder(const std::string& path) {
 Outcome Connection::List(const std::string& folder, LeftoverPicker* picker) {
   std::string err;
   if (!Prepare(folder, &err)) return Unprepared(err);
+  curl_.SetQuestion();
   curl_.Set(CURLOPT_DIRLISTONLY, 1L);
   // Without the option many servers leave names out that begin with a dot.
   if (!IsSftp()) curl_.Set(CURLOPT_CUSTOMREQUEST, "NLST -a");

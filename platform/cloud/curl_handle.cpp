@@ -21,6 +21,7 @@ constexpr std::chrono::seconds kUploadStallTimeout{30};  // but not in its middl
 constexpr long kSilentTimeout = 5;
 constexpr long kHurriedSilentTimeout = 2;
 constexpr long kDownloadStallTimeout = 20;
+constexpr long kAnswerTimeout = 20;
 constexpr long kSlowTimeout = 3600;  // a large file copied on the server
 constexpr long kBufferSize = 512L << 10;
 constexpr int kTick = 200;  // milliseconds; how late a stop may be noticed
@@ -111,6 +112,7 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, int co
   Set(CURLOPT_CONNECTTIMEOUT,
       std::min(most, static_cast<long>(connect_timeout)));  // with the login
   Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+  quiet_limit_ = std::chrono::seconds(silent ? kSilentTimeout : stall);
   Set(CURLOPT_LOW_SPEED_TIME, silent ? kSilentTimeout : stall);
   Set(CURLOPT_TCP_KEEPALIVE, 1L);
   const long hurried = silent ? kHurriedSilentTimeout : kHurriedTimeout;
@@ -129,6 +131,10 @@ void CurlHandle::SetTls(const std::string& ca_file) {
 
 void CurlHandle::SetDownload() {
   if (!Silent().Has(server_)) Set(CURLOPT_LOW_SPEED_TIME, kDownloadStallTimeout);
+}
+
+void CurlHandle::SetQuestion() {
+  quiet_limit_ = std::min(quiet_limit_, std::chrono::seconds(kAnswerTimeout));
 }
 
 void CurlHandle::SetUpload(Flow* flow) {
@@ -151,16 +157,21 @@ CURLcode CurlHandle::Drive() {
   int idle = 0;
   int patience = 1;
   StallWatch watch(uploaded_);
+  // The library watches the time of a transfer only, not that of a question on a kept SFTP
+  // connection. What passes in our own functions does not count.
+  std::chrono::steady_clock::duration quiet{};
   while (curl_multi_perform(driver_.get(), &running) == CURLM_OK && running > 0) {
-    if (watch.IsStalled()) {
+    if (watch.IsStalled() || quiet >= quiet_limit_) {
       code = CURLE_OPERATION_TIMEDOUT;
       break;
     }
     int ready = 0;
+    const auto asked = std::chrono::steady_clock::now();
     if (curl_multi_wait(driver_.get(), nullptr, 0, patience, &ready) != CURLM_OK) break;
     idle = ready == 0 ? idle + 1 : 0;
     patience = ready == 0 ? std::min(2 * patience, kTick) : 1;
     if (idle > kMostIdleCalls) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    quiet = ready == 0 ? quiet + (std::chrono::steady_clock::now() - asked) : quiet.zero();
   }
   int left = 0;
   const CURLMsg* message = curl_multi_info_read(driver_.get(), &left);

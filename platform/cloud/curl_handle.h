@@ -3,6 +3,7 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -72,6 +73,8 @@ class CurlHandle {
   void SetUpload(Flow* flow);
   // For a transfer that the server has only to send.
   void SetDownload();
+  // For what the server can answer at once.
+  void SetQuestion();
   // False when an option was not taken since SetCommon. It might have been the one
   // that checks the server.
   [[nodiscard]] bool AreOptionsTaken() const { return options_taken_; }
@@ -90,6 +93,7 @@ class CurlHandle {
 
   bool options_taken_ = true;
   bool hurry_ = false;
+  std::chrono::seconds quiet_limit_{};  // how long nothing may come or go
   int patience_ = 0;
   const Flow* uploaded_ = nullptr;
   std::string server_;  // of the last request

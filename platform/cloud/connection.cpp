@@ -143,7 +143,7 @@ Outcome Connection::RunPrepared(const std::vector<std::string>& commands) {
   for (const std::string& command : commands) {
     if (!list.Append(command)) return Unprepared("out of memory");
   }
-  curl_.SetQuestion();
+  curl_.SetPrompt();
   curl_.Set(CURLOPT_NOBODY, 1L);
   curl_.Set(CURLOPT_QUOTE, list.get());
   Outcome outcome = Perform();
@@ -171,7 +171,7 @@ Outcome Connection::RenameWhole(const std::string& from, const std::string& to, 
 Outcome Connection::Size(const std::string& path, std::uint64_t* size) {
   std::string err;
   if (!Prepare(path, &err)) return Unprepared(err);
-  curl_.SetQuestion();
+  curl_.SetPrompt();
   curl_.Set(CURLOPT_NOBODY, 1L);
   Outcome outcome = Perform();
   if (!outcome.ok()) return outcome;
@@ -191,7 +191,7 @@ Outcome Connection::Folder(const std::string& path) {
   if (!IsSftp()) return Run({"CWD " + path});
   std::string err;
   if (!Prepare(path.back() == '/' ? path : path + "/", &err)) return Unprepared(err);
-  curl_.SetQuestion();
+  curl_.SetPrompt();
   bool began = false;
   curl_.Set(CURLOPT_WRITEFUNCTION, &EndAtOnce);
   curl_.Set(CURLOPT_WRITEDATA, &began);
@@ -203,7 +203,7 @@ Outcome Connection::Folder(const std::string& path) {
 Outcome Connection::List(const std::string& folder, LeftoverPicker* picker) {
   std::string err;
   if (!Prepare(folder, &err)) return Unprepared(err);
-  curl_.SetQuestion();
+  curl_.SetPrompt();
   curl_.Set(CURLOPT_DIRLISTONLY, 1L);
   // Without the option many servers leave names out that begin with a dot.
   if (!IsSftp()) curl_.Set(CURLOPT_CUSTOMREQUEST, "NLST -a");
@@ -215,7 +215,7 @@ Outcome Connection::List(const std::string& folder, LeftoverPicker* picker) {
 Outcome Connection::Download(const std::string& path, std::uint64_t offset, Flow* flow) {
   std::string err;
   if (!Prepare(path, &err)) return Unprepared(err);
-  curl_.SetDownload();
+  curl_.SetPrompt();
   curl_.Set(CURLOPT_WRITEFUNCTION, &OnData);
   curl_.Set(CURLOPT_WRITEDATA, flow);
   curl_.Set(CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(offset));

@@ -20,8 +20,7 @@ constexpr std::chrono::seconds kUploadStallTimeout{30};  // but not in its middl
 // After it has not answered in time.
 constexpr long kSilentTimeout = 5;
 constexpr long kHurriedSilentTimeout = 2;
-constexpr long kDownloadStallTimeout = 20;
-constexpr long kAnswerTimeout = 20;
+constexpr long kPromptTimeout = 20;
 constexpr long kSlowTimeout = 3600;  // a large file copied on the server
 constexpr long kBufferSize = 512L << 10;
 constexpr int kTick = 200;  // milliseconds; how late a stop may be noticed
@@ -98,8 +97,8 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, int co
   uploaded_ = nullptr;
   server_ = url.substr(0, url.find('/', url.find("://") + 3));
   const bool silent = Silent().Has(server_);
-  const long stall = slow ? kSlowTimeout : kStallTimeout;
-  const long most = silent ? kSilentTimeout : connect_timeout;
+  const long most = silent ? kSilentTimeout : kSlowTimeout;
+  quiet_limit_ = std::min(most, slow ? kSlowTimeout : kStallTimeout);
   Set(CURLOPT_URL, url.c_str());
   Set(CURLOPT_PROTOCOLS_STR, protocols);
   Set(CURLOPT_PATH_AS_IS, 1L);
@@ -109,11 +108,9 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, int co
   Set(CURLOPT_BUFFERSIZE, kBufferSize);
   Set(CURLOPT_UPLOAD_BUFFERSIZE, kBufferSize);
   Set(CURLOPT_WRITEFUNCTION, &DropData);
-  Set(CURLOPT_CONNECTTIMEOUT,
-      std::min(most, static_cast<long>(connect_timeout)));  // with the login
+  Set(CURLOPT_CONNECTTIMEOUT, std::min<long>(most, connect_timeout));  // with the login
   Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-  quiet_limit_ = std::chrono::seconds(silent ? kSilentTimeout : stall);
-  Set(CURLOPT_LOW_SPEED_TIME, silent ? kSilentTimeout : stall);
+  Set(CURLOPT_LOW_SPEED_TIME, quiet_limit_);
   Set(CURLOPT_TCP_KEEPALIVE, 1L);
   const long hurried = silent ? kHurriedSilentTimeout : kHurriedTimeout;
   Set(CURLOPT_TIMEOUT, hurry_ ? hurried : 0L);
@@ -129,12 +126,9 @@ void CurlHandle::SetTls(const std::string& ca_file) {
   if (!ca_file.empty()) Set(CURLOPT_CAINFO, ca_file.c_str());
 }
 
-void CurlHandle::SetDownload() {
-  if (!Silent().Has(server_)) Set(CURLOPT_LOW_SPEED_TIME, kDownloadStallTimeout);
-}
-
-void CurlHandle::SetQuestion() {
-  quiet_limit_ = std::min(quiet_limit_, std::chrono::seconds(kAnswerTimeout));
+void CurlHandle::SetPrompt() {
+  quiet_limit_ = std::min(quiet_limit_, kPromptTimeout);
+  Set(CURLOPT_LOW_SPEED_TIME, quiet_limit_);
 }
 
 void CurlHandle::SetUpload(Flow* flow) {
@@ -161,7 +155,7 @@ CURLcode CurlHandle::Drive() {
   // connection. What passes in our own functions does not count.
   std::chrono::steady_clock::duration quiet{};
   while (curl_multi_perform(driver_.get(), &running) == CURLM_OK && running > 0) {
-    if (watch.IsStalled() || quiet >= quiet_limit_) {
+    if (watch.IsStalled() || quiet >= std::chrono::seconds(quiet_limit_)) {
       code = CURLE_OPERATION_TIMEDOUT;
       break;
     }

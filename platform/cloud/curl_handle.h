@@ -3,7 +3,6 @@
 
 #include <curl/curl.h>
 
-#include <chrono>
 #include <memory>
 #include <string>
 
@@ -71,10 +70,8 @@ class CurlHandle {
   // the system's.
   void SetTls(const std::string& ca_file);
   void SetUpload(Flow* flow);
-  // For a transfer that the server has only to send.
-  void SetDownload();
-  // For what the server can answer at once.
-  void SetQuestion();
+  // For what the server has only to send, or can answer at once.
+  void SetPrompt();
   // False when an option was not taken since SetCommon. It might have been the one
   // that checks the server.
   [[nodiscard]] bool AreOptionsTaken() const { return options_taken_; }
@@ -93,7 +90,7 @@ class CurlHandle {
 
   bool options_taken_ = true;
   bool hurry_ = false;
-  std::chrono::seconds quiet_limit_{};  // how long nothing may come or go
+  long quiet_limit_ = 0;  // seconds in which nothing comes or goes
   int patience_ = 0;
   const Flow* uploaded_ = nullptr;
   std::string server_;  // of the last request

@@ -94,7 +94,7 @@ void HttpClient::PrepareBody(const HttpRequest& request) {
     curl_.Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
     curl_.Set(CURLOPT_POSTFIELDS, request.body.empty() ? "" : request.body.data());
   }
-  if (request.method == "GET" || request.method == "PROPFIND") curl_.SetDownload();
+  if (request.method == "GET" || request.method == "PROPFIND") curl_.SetPrompt();
   curl_.Set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
 }
 

@@ -1,7 +1,5 @@
 #include "answers.h"
 
-#include <cerrno>
-
 #include "core/error.h"
 #include "failure.h"
 #include "vfs/mounts.h"

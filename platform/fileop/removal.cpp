@@ -93,10 +93,13 @@ int RemovalBatch::Flush(const OnFailure& on_failure) {
     return Report(failure);
   }
   // A source must be seen to be what was copied by a look that is younger than the copy.
-  for (const Record& record : records) {
-    if (vfs::AwaitFresh(record.origin->path)) break;
-  }
   const Origin* origin = nullptr;
+  for (const Record& record : records) {
+    if (record.origin.get() == origin) continue;
+    origin = record.origin.get();
+    if (vfs::AwaitFresh(origin->path)) break;
+  }
+  origin = nullptr;
   core::UniqueFd folder;
   for (const Record& record : records) {
     if (record.origin.get() != origin) {

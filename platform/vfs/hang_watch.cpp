@@ -16,9 +16,6 @@ namespace {
 
 // Fewer bytes are the helper's own attempts to be heard, and the questions of those who wait.
 constexpr std::uint64_t kSignOfLife = 64U << 10U;
-// A mount that fails sooner holds nobody up.
-constexpr std::chrono::seconds kQuick{1};
-
 constexpr int kEndMilliseconds = 1000;
 
 // Bytes that a process has read and written; 0 when that cannot be told.
@@ -56,7 +53,7 @@ bool HangWatch::Answer(Clock::time_point now, std::uint64_t moved) {
   int status = 0;
   if (EndsWithin(question_, 0, &status)) {
     const bool lost =
-        WIFEXITED(status) && now - since_ > kQuick && MayMeanServerLost(WEXITSTATUS(status));
+        WIFEXITED(status) && now - since_ > kQuickFailure && MayMeanServerLost(WEXITSTATUS(status));
     question_ = 0;
     BeginAnew(now, moved);
     return lost;

@@ -21,8 +21,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A probe that fails sooner costs whoever asks next no time either.
-constexpr std::chrono::seconds kQuick{1};
 constexpr std::chrono::seconds kEndPatience{2};
 constexpr std::chrono::milliseconds kPause{5};
 
@@ -49,7 +47,7 @@ bool Ask(const MountInfo& mount) {
   const auto began = Clock::now();
   if (!MayMeanServerLost(Probe(mount.mount_path, PatienceWith(mount.name)))) return true;
   // Only of a mount that is the server's own is there such a pipe.
-  if (Clock::now() - began > kQuick) EndHelperOf(mount.name);
+  if (Clock::now() - began > kQuickFailure) EndHelperOf(mount.name);
   return false;
 }
 

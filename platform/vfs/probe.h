@@ -3,9 +3,13 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 
 namespace vfs {
+
+// A mount that fails a probe sooner holds nobody up: not now, and not whoever asks next.
+inline constexpr std::chrono::seconds kQuickFailure{1};
 
 // Makes what is mounted there ask its server; 0 or an errno.
 int LookInto(const std::string& folder);

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <functional>
+#include <map>
 #include <thread>
 
 #include "core/error.h"
@@ -16,8 +18,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-constexpr int kNoMoreConnections = 40;
+using testing::Not;
 
 int ConnectTo(int port) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -62,61 +63,65 @@ class RefusalTest : public TransferTest {
   }
 };
 
-TEST_F(RefusalTest, AHostKeyThatIsNotKnownIsRefused) {
-  if (!StartServer("sftp")) GTEST_SKIP() << "no sshd can run here";
-  core::RemoteConfig remote = server_.remote();
-  remote.known_hosts = "";
-  EXPECT_THAT(Refused(remote), HasSubstr("known_hosts"));
-  remote.known_hosts = folder_ / "missing";
-  EXPECT_THAT(Refused(remote), HasSubstr("missing"));
-  remote.known_hosts = folder_ / "other_hosts";
-  WriteFile(remote.known_hosts, "");
-  Refused(remote);
-  const std::string key = ReadAll(server_.own() / "user_key.pub");
-  WriteFile(remote.known_hosts, "[127.0.0.1]:" + std::to_string(remote.port) + " " + key);
-  Refused(remote);
-}
-
-TEST_F(RefusalTest, ACertificateOfSomebodyElseIsRefused) {
-  if (!StartServer("ftps")) GTEST_SKIP() << "no vsftpd can run here";
-  core::RemoteConfig remote = server_.remote();
-  remote.ca_file = "";
-  Refused(remote);
-  remote = server_.remote();
-  remote.host = "localhost";
-  Refused(remote);
-}
-
-TEST_F(RefusalTest, AServerWithoutTlsGetsNoPassword) {
-  if (!StartServer("ftp")) GTEST_SKIP() << "no vsftpd can run here";
-  core::RemoteConfig remote = server_.remote();
-  remote.protocol = "ftps";
-  Refused(remote);
-}
-
-TEST_F(RefusalTest, AWrongPasswordIsToldAndNeverShown) {
-  if (!StartServer("ftp")) GTEST_SKIP() << "no vsftpd can run here";
-  core::RemoteConfig remote = server_.remote();
-  remote.password_file = folder_ / "wrong";
-  WriteFile(remote.password_file, "let me in\n");
-  EXPECT_THAT(Refused(remote), testing::Not(HasSubstr("let me")));
-  WriteFile(remote.password_file, "s3cret word\n", 0644);
-  EXPECT_THAT(Refused(remote), HasSubstr("only its owner"));
-  WriteFile(remote.password_file, "\n");
-  EXPECT_THAT(Refused(remote), HasSubstr("no password"));
-  remote.password_file = folder_ / "missing";
-  EXPECT_THAT(Refused(remote), HasSubstr("missing"));
-}
-
-TEST_F(RefusalTest, AWrongKeyOrPasswordOverSshIsRefused) {
-  if (!StartServer("sftp")) GTEST_SKIP() << "no sshd can run here";
-  core::RemoteConfig remote = server_.remote();
-  remote.key_file = server_.own() / "host_key";
-  Refused(remote);
-  remote.key_file = "";
-  remote.password_file = folder_ / "wrong";
-  WriteFile(remote.password_file, "let me in\n");
-  Refused(remote);
+TEST_F(RefusalTest, NobodyIsLetInByMistakeAndNoPasswordIsShown) {
+  using Remote = core::RemoteConfig;
+  struct Case {
+    std::function<void(Remote&)> change;
+    const char* words;
+  };
+  const auto file = [this](const char* name, const std::string& text, unsigned mode = 0600) {
+    WriteFile(folder_ / name, text, mode);
+    return folder_ / name;
+  };
+  const std::string missing = folder_ / "missing";
+  const auto wrong_password = [&](Remote& r) { r.password_file = file("wrong", "let me in\n"); };
+  const auto lost_password = [&](Remote& r) { r.password_file = missing; };
+  const auto other_name = [](Remote& r) { r.host = "localhost"; };  // not in the certificate
+  const std::map<std::string, std::vector<Case>> cases = {
+      {"sftp",
+       {{[](Remote& r) { r.known_hosts = ""; }, "known_hosts"},
+        {[&](Remote& r) { r.known_hosts = missing; }, "missing"},
+        {[&](Remote& r) { r.known_hosts = file("none", ""); }, ""},
+        {[&](Remote& r) {
+           const std::string key = ReadAll(server_.own() / "user_key.pub");
+           r.known_hosts = file("other", "[127.0.0.1]:" + std::to_string(r.port) + " " + key);
+         },
+         ""},
+        {[&](Remote& r) { r.key_file = server_.own() / "host_key"; }, ""},
+        {[&](Remote& r) { r.key_file = "", wrong_password(r); }, ""}}},
+      {"ftps", {{[](Remote& r) { r.ca_file = ""; }, ""}, {other_name, ""}}},
+      {"ftp",
+       {{[](Remote& r) { r.protocol = "ftps"; }, ""},  // no password without the TLS asked for
+        {wrong_password, ""},
+        {[&](Remote& r) { r.password_file = file("open", "let me in\n", 0644); }, "only its owner"},
+        {[&](Remote& r) { r.password_file = file("empty", "\n"); }, "no password"},
+        {lost_password, "missing"}}},
+      {"webdav",
+       {{wrong_password, "the password"},
+        {lost_password, "missing"},
+        {[](Remote& r) { r.ca_file = ""; }, "certificate"},
+        {other_name, ""}}}};
+  for (const auto& [protocol, changes] : cases) {
+    SCOPED_TRACE(protocol);
+    const bool tls = protocol == "webdav";
+    if (!StartServer(protocol,
+                     tls ? std::vector<std::string>{"--tls"} : std::vector<std::string>{}))
+      continue;
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+      SCOPED_TRACE(i);
+      core::RemoteConfig remote = server_.remote();
+      changes[i].change(remote);
+      Use(remote);
+      std::string err;
+      EXPECT_FALSE(cloud_->Connect(&err));
+      EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted) << err;
+      EXPECT_THAT(err, testing::AllOf(HasSubstr(changes[i].words), Not(HasSubstr("let me"))));
+      EXPECT_FALSE(Upload("file", "x"));
+      EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted) << err;
+      EXPECT_THAT(Names(), IsEmpty());
+    }
+    server_.Close();
+  }
 }
 
 TEST_F(RefusalTest, AnFtpServerThatTakesNoMoreConnectionsIsErrorForty) {

@@ -20,6 +20,8 @@ class ServerProgram {
   bool Start(const std::string& program, const std::vector<std::string>& options);
   // Ends it, mid-transfer or not, with no good-bye.
   void Stop();
+  // Ends it as its program does; another may be started.
+  void Close();
   // Breaks the connections that stand; the server goes on.
   void EndSessions() const;
   // Processes that serve connections.
@@ -32,7 +34,6 @@ class ServerProgram {
 
  private:
   bool ReadFacts(int fd);
-  void Close();
 
   pid_t program_ = -1;
   pid_t server_ = -1;

@@ -28,6 +28,8 @@ int ShallStop();
 long long GrantSome(unsigned long long bytes);
 
 constexpr std::size_t kBig = 10U << 20U;
+constexpr std::size_t kLarger = 3 * kBig;  // more than connections hold by themselves
+constexpr int kNoMoreConnections = 40;
 
 void WriteFile(const std::filesystem::path& path, const std::string& text, unsigned mode = 0600);
 std::string RandomText(std::size_t length);
@@ -41,24 +43,22 @@ class TransferTest : public testing::Test {
   TransferTest();
   ~TransferTest() override;
 
-  // Starts a server of the FTP family and opens it. False when it cannot run here.
-  bool StartServer(const std::string& protocol);
+  // Starts a server of "sftp", "ftp", "ftps" or "webdav" and opens it. False when it cannot run
+  // here.
+  bool StartServer(const std::string& protocol, std::vector<std::string> options = {});
   // Makes `remote` the configuration's one remote and opens it.
   void Use(core::RemoteConfig remote);
   [[nodiscard]] bool Upload(const std::string& name, const std::string& text);
   [[nodiscard]] bool Download(const std::string& name, std::uint64_t size, std::string* text);
   std::string Path(const std::string& name) const { return data_ / name; }
-  // Names in the served folder.
+  // Names in the served folder, without what a killed server may leave of its own.
   std::vector<std::string> Names() const;
-
-  // Opens a remote that must not be used, and says why it was refused.
-  std::string Refused(const core::RemoteConfig& remote);
-  // What must hold for every kind of server, on one that is open. `names` lists what
-  // it serves.
+  // Requests that a WebDAV server has logged, by the words of their lines. It logs them a
+  // moment after it has answered them, so `expected` many are waited for.
+  int Requests(const std::string& words, int expected) const;
+  // What must hold for every kind of server: both ways, every byte counted once, and the
+  // hooks asked all along.
   void ExpectWholeFiles(const std::vector<std::size_t>& sizes);
-  void ExpectAStopToLeaveTheOldFile(const std::function<std::vector<std::string>()>& names);
-  void ExpectALostServerToLeaveTheOldFile();
-  void ExpectAnUploadToRemoveWhatOthersHaveLeft();
 
   std::filesystem::path folder_;
   std::filesystem::path data_;

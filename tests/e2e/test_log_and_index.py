@@ -9,11 +9,11 @@ LOG_ON = '[copymove]\nfilebrowserxferlog = "yes"\n'
 
 
 def indexed(place):
-    """Paths in the index of volume "vol", from every table that has them."""
+    """Sizes by the paths, below the test's folder, in the index of volume "vol"."""
     file = place / "state" / "users" / getpass.getuser() / "search" / "vol.db"
     with sqlite3.connect(file) as db:
-        return {row[0].decode() if isinstance(row[0], bytes) else row[0]
-                for row in db.execute("SELECT path FROM files")}
+        return {(row[0].decode() if isinstance(row[0], bytes) else row[0]).removeprefix(f"{place}/"): row[1]
+                for row in db.execute("SELECT path, size FROM files")}
 
 
 def search_task(place, *locations):
@@ -49,14 +49,22 @@ def test_the_index_follows_files_within_its_locations(server, place):
     task = search_task(place, "/elsewhere", "/dst")
     run = server.client.run
     run(["/src/new", "/src/failed"], "/dst", overwrite=True, search_taskid=task)
-    assert indexed(place) == {str(place / "dst" / "new")}
+    assert indexed(place) == {"dst/new": 3}
     run(["/src/moved"], "/dst", remove_src=True, search_taskid=task)
-    assert indexed(place) == {str(place / "dst" / n) for n in ("new", "moved")}
-    # Out of its locations: a move takes the record away, a copy does not.
+    assert indexed(place) == {"dst/new": 3, "dst/moved": 5}
+    # What stood there is indexed anew only when it was replaced.
+    (place / "src" / "new").write_text("newer")
+    for overwrite, size in ((False, 3), (True, 5)):
+        run(["/src/new"], "/dst", overwrite=overwrite, search_taskid=task)
+        assert indexed(place) == {"dst/new": size, "dst/moved": 5}
+    # Out of its locations: a move takes the record away, a copy and a failed move do not.
     run(["/dst/new"], "/src", overwrite=True, search_taskid=task)
-    assert str(place / "dst" / "new") in indexed(place)
+    (place / "src" / "moved").mkdir()
+    run(["/dst/moved"], "/src", remove_src=True, overwrite=True, search_taskid=task)
+    assert indexed(place) == {"dst/new": 5, "dst/moved": 5}
+    (place / "src" / "moved").rmdir()
     run(["/dst/moved"], "/src", remove_src=True, search_taskid=task)
-    assert indexed(place) == {str(place / "dst" / "new")}
+    assert indexed(place) == {"dst/new": 5}
 
 
 def test_an_unknown_search_task_is_logged_and_the_copy_completes(server, place):

@@ -119,16 +119,4 @@ TEST_F(EnumerateTest, ConflictModesOfEntriesAndOfTheRequest) {
   }
 }
 
-TEST_F(EnumerateTest, NoSourcesAtAll) {
-  _totalAmount = 9;
-  overwrite = Parse(R"(["false"])");
-  mode = CONFLICT_SKIP;
-  Enumerate({});
-  EXPECT_EQ(mode, CONFLICT_OVERWRITE);
-  EXPECT_EQ(_totalAmount, 9U);
-  _accurateProgress = false;
-  Enumerate({});
-  EXPECT_EQ(_totalAmount, 0U);
-}
-
 }  // namespace

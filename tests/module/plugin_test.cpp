@@ -35,9 +35,6 @@ TEST(Plugin, LoadsServesItsTableAndUnloadsAgainAndAgain) {
     ASSERT_NE(plugin, nullptr) << dlerror();
     const APITableEntry* table = TableOf(plugin);
     EXPECT_EQ(table, dlsym(plugin, "gTable"));
-    int methods = 0;
-    for (const APITableEntry* row = table; row->api != nullptr; ++row) ++methods;
-    EXPECT_EQ(methods, 9);
 
     TAVO::APIRequestData data;
     data.method = "none";

@@ -70,12 +70,6 @@ TEST_F(ModuleTest, LastResultWins) {
   EXPECT_EQ(Delivered().data, Parse(R"([{"code":407,"path":"/docs/x"}])"));
 }
 
-TEST_F(ModuleTest, FileErrorKeepsOtherMembers) {
-  Json::Value entry = Parse(R"({"other":true,"code":"old"})");
-  Handler("status").ParseFileError("/p", 5, entry);
-  EXPECT_EQ(entry, Parse(R"({"other":true,"code":5,"path":"/p"})"));
-}
-
 TEST_F(ModuleTest, HandlerGivesUpItsTask) {
   TAVO::APIRequest request{TAVO::APIRequestData()};
   TAVO::APIResponse response;

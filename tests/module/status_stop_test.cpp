@@ -89,13 +89,6 @@ TEST_F(StatusStopTest, StatusAnswersWhatTheRecordHas) {
   }
 }
 
-TEST_F(StatusStopTest, StatusOfATaskThatIsNotThere) {
-  EXPECT_EQ(Serve("status", Parse("{}")).code, 400);
-  EXPECT_EQ(Serve("status", TaskId("Fennox_00")).code, 599);
-  EXPECT_EQ(Serve("status", Parse(R"({"taskid":12})")).code, 599);
-  EXPECT_EQ(Serve("status", Parse(R"({"taskid":["x"]})")).code, 599);
-}
-
 TEST_F(StatusStopTest, StopEndsTheWorkerAndItsRecord) {
   int worker_ready[2];
   ASSERT_EQ(pipe(worker_ready), 0);

@@ -286,32 +286,4 @@ TEST_F(WorkerTest, StartThatFailsLeavesNoTask) {
   }
 }
 
-TEST_F(WorkerTest, StartRunsItsTaskInTheBackground) {
-  delete std::exchange(_task, nullptr);
-  _srcPathInfos.clear();
-  scriptedAction = [](FennoxMVCPHandler&, EntryMap& entries, bool isDirMap) -> std::int64_t {
-    return isDirMap ? 0 : static_cast<std::int64_t>(entries.size());
-  };
-  const Outcome started =
-      Serve("start",
-            Parse(R"({"path":"/docs/a,/docs/b","dest_folder_path":"/backup","overwrite":false})"));
-  ASSERT_EQ(started.code, 0);
-  const std::string id = started.data["taskid"].asString();
-  EXPECT_EQ(id.rfind("Fennox_", 0), 0U);
-  EXPECT_EQ(started.data.size(), 1U);
-  EXPECT_EQ(_task, nullptr);
-  Outcome status;
-  Json::Value params;
-  params["taskid"] = id;
-  for (int i = 0; i < 3000 && !status.data["finished"].asBool(); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    status = Serve("status", params);
-    ASSERT_EQ(status.code, 0);
-  }
-  EXPECT_EQ(status.data["progress"], Json::Value(1.0));
-  EXPECT_EQ(status.data["skipstatus"], Parse(R"({"status":"all"})"));
-  EXPECT_EQ(status.data["dest_folder_path"], "/backup");
-  EXPECT_EQ(Serve("status", params).code, 599);
-}
-
 }  // namespace

@@ -108,6 +108,12 @@ TEST_F(CopyHookTest, WithoutAConnectionTheCopyItselfWillTell) {
   EXPECT_EQ(Read("dst/f"), "content");
 }
 
+TEST_F(CopyHookTest, APathIsWithinItselfAndItsFoldersOnly) {
+  for (const char* path : {"/a/b", "/a/b/c"}) EXPECT_TRUE(MVCPIsWithinPath(path, "/a/b")) << path;
+  for (const char* path : {"/a/bc", "/a", "/a/"}) EXPECT_FALSE(MVCPIsWithinPath(path, "/a/b"));
+  EXPECT_FALSE(MVCPIsWithinPath("/a/b", "/a/b/"));
+}
+
 TEST_F(CopyHookTest, SizesComeFromTheCacheOrFromTheDisk) {
   Write("dst/tree/a", "12345");
   _dirSizeCache["/was/here"] = 99;

@@ -43,36 +43,23 @@ class MoveThreadsTest : public EngineTest {
   MOVE_THREAD_INFO records_[2];
 };
 
-TEST_F(MoveThreadsTest, TheSecondThreadGetsTheLargerHalf) {
-  for (const char* name : {"a", "b", "c", "d", "e"}) {
-    Write(std::string("src/") + name, "four");
-    entries_[At(std::string("src/") + name)] = Entry("/s");
-  }
-  Run(kReport, false);
-  EXPECT_EQ(records_[0].entries.size(), 2U);
-  EXPECT_EQ(records_[0].entries.count(At("src/b")), 1U);
-  EXPECT_EQ(records_[1].entries.size(), 3U);
-  EXPECT_EQ(records_[0].index, 0);
-  EXPECT_EQ(records_[1].index, 1);
-  EXPECT_EQ(entries_.size(), 5U);
-  EXPECT_EQ(_processedBytes, 20U);
-  for (const char* name : {"a", "b", "c", "d", "e"}) {
-    EXPECT_EQ(Read(std::string("dst/") + name), "four");
-    EXPECT_FALSE(fs::exists(At(std::string("src/") + name)));
-  }
-  for (const MOVE_THREAD_INFO& record : records_) {
-    for (const auto& [path, entry] : record.entries) EXPECT_EQ(entry.result, 0) << path;
-  }
-}
-
-TEST_F(MoveThreadsTest, ManyEntriesAreCountedOnceEach) {
-  for (int i = 0; i < 400; ++i) {
-    Write("src/" + std::to_string(i), "xyz");
+TEST_F(MoveThreadsTest, TheSecondThreadGetsTheLargerHalfAndEachEntryCountsOnce) {
+  for (int i = 100; i < 501; ++i) {
+    Write("src/" + std::to_string(i), "four");
     entries_[At("src/" + std::to_string(i))] = Entry("/s");
   }
   Run(kReport, false);
-  EXPECT_EQ(_processedBytes, 1200U);
+  EXPECT_EQ(records_[0].entries.size(), 200U);
+  EXPECT_EQ(records_[0].entries.count(At("src/299")), 1U);
+  EXPECT_EQ(records_[1].entries.size(), 201U);
+  EXPECT_EQ(records_[0].index, 0);
+  EXPECT_EQ(records_[1].index, 1);
+  EXPECT_EQ(_processedBytes, 4U * 401U);
   EXPECT_TRUE(fs::is_empty(At("src")));
+  EXPECT_EQ(Read("dst/100") + Read("dst/500"), "fourfour");
+  for (const MOVE_THREAD_INFO& record : records_) {
+    for (const auto& [path, entry] : record.entries) EXPECT_EQ(entry.result, 0) << path;
+  }
 }
 
 TEST_F(MoveThreadsTest, AFileConflictFollowsTheEntryThenTheRequest) {
@@ -83,6 +70,7 @@ TEST_F(MoveThreadsTest, AFileConflictFollowsTheEntryThenTheRequest) {
   const Row rows[] = {
       {1, kReplace, 0, 0, "old"}, {1, kReport, 0, 0, "old"},     {3, kKeep, 0, 0, "new"},
       {0, kKeep, 0, 0, "old"},    {0, kReport, -1, 1003, "old"}, {0, kReplace, 0, 0, "new"},
+      {2, kReport, 0, 0, "both"},  // under a free name
   };
   for (const Row& row : rows) {
     SCOPED_TRACE("mode " + std::to_string(row.mode) + " policy " + std::to_string(row.policy));
@@ -91,22 +79,13 @@ TEST_F(MoveThreadsTest, AFileConflictFollowsTheEntryThenTheRequest) {
     const ENTRY_STAT entry = MoveOne(At("src/f"), row.mode, row.policy, false);
     EXPECT_EQ(entry.result, row.result);
     EXPECT_EQ(entry.error, row.error);
-    EXPECT_TRUE(entry.destExists);
-    EXPECT_EQ(records_[1].existCount, 1U);
-    EXPECT_EQ(Read("dst/f"), row.kept);
-    EXPECT_EQ(fs::exists(At("src/f")), std::string(row.kept) == "old");
+    const std::string kept = row.kept;
+    EXPECT_EQ(entry.destExists, kept != "both");
+    EXPECT_EQ(records_[1].existCount, kept == "both" ? 0U : 1U);
+    EXPECT_EQ(Read("dst/f"), kept == "new" ? "new" : "old");
+    EXPECT_EQ(fs::exists(At("src/f")), kept == "old");
+    EXPECT_EQ(std::distance(fs::directory_iterator(At("dst")), {}), kept == "both" ? 2 : 1);
   }
-}
-
-TEST_F(MoveThreadsTest, RenameModeMovesUnderAFreeName) {
-  Write("src/f", "new");
-  Write("dst/f", "old");
-  const ENTRY_STAT entry = MoveOne(At("src/f"), CONFLICT_RENAME, kReport, false);
-  EXPECT_EQ(entry.result, 0);
-  EXPECT_FALSE(entry.destExists);
-  EXPECT_EQ(Read("dst/f"), "old");
-  EXPECT_FALSE(fs::exists(At("src/f")));
-  EXPECT_EQ(std::distance(fs::directory_iterator(At("dst")), fs::directory_iterator()), 2);
 }
 
 TEST_F(MoveThreadsTest, FailedFileRenames) {
@@ -163,16 +142,6 @@ TEST_F(MoveThreadsTest, EveryReasonOfAFailedRenameHasItsAnswer) {
           "TAVO.Fennox.CopyMove:" + std::to_string(row.logged) + " rename "));
     }
   }
-}
-
-TEST_F(MoveThreadsTest, AMoveToAnotherVolumeIsLeftToTheCopy) {
-  const std::string other = OtherVolume();
-  if (other.empty()) GTEST_SKIP() << "needs a second file system";
-  Write("src/f", "x");
-  EXPECT_EQ(MoveOne(At("src/f"), 0, kReport, false, other).result, -2);
-  Folder("src/d");
-  EXPECT_EQ(MoveOne(At("src/d"), 0, kReport, true, other).result, -2);
-  EXPECT_TRUE(fs::is_empty(other));
 }
 
 TEST_F(MoveThreadsTest, AnEntryNeverMovesIntoItself) {

@@ -63,7 +63,7 @@ TEST_F(SearchLookUpTest, TheDestinationIsInScopeBelowALocation) {
   EXPECT_NE(Find("/a/b").index, nullptr);
   EXPECT_TRUE(Find("/a/b").destInScope);
   EXPECT_TRUE(Find("/a/b/c").destInScope);
-  EXPECT_FALSE(Find("/a/bc").destInScope);
+  for (const char* path : {"/a/bc", "/a", "/a/b2/c"}) EXPECT_FALSE(Find(path).destInScope) << path;
   EXPECT_NE(Find("/a/bc").index, nullptr);
 }
 

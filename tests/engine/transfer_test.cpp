@@ -65,20 +65,25 @@ class TransferTest : public EngineTest {
     fs::resize_file(At("src/" + name), static_cast<std::uintmax_t>(size));
   }
 
-  // Calls the data hook as the copier does.
+  // Calls the data hook as the copier does, on descriptors or on none.
   int Move(const std::string& name, long size = -1) {
-    const std::string src = At("src/" + name);
-    const std::string dst = At("dst/" + name);
-    int in = open(src.c_str(), O_RDONLY);
-    int out = open(dst.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (size < 0) size = static_cast<long>(fs::file_size(src));
+    in_.reset(open(At("src/" + name).c_str(), O_RDONLY));
+    out_.reset(open(At("dst/" + name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644));
+    if (size < 0) size = static_cast<long>(fs::file_size(At("src/" + name)));
     errno = 0;
-    const int result =
-        MVCPReadWriteData(src.c_str(), dst.c_str(), &in, &out, size, nullptr, nullptr, nullptr);
-    const core::UniqueFd closeIn(in);
-    const core::UniqueFd closeOut(out);
+    return Call(name, size);
+  }
+  int Call(const std::string& name, long size) {
+    int in = in_.release();
+    int out = out_.release();
+    const int result = MVCPReadWriteData(At("src/" + name).c_str(), At("dst/" + name).c_str(), &in,
+                                         &out, size, nullptr, nullptr, nullptr);
+    in_.reset(in);
+    out_.reset(out);
     return result;
   }
+
+  core::UniqueFd in_, out_;
 };
 
 TEST_F(TransferTest, TheProtocolsAndTheSizePickTheWay) {
@@ -143,15 +148,10 @@ TEST_F(TransferTest, ASourceThatNeedsTheCloudHasNoWayToAPlainMount) {
 TEST_F(TransferTest, ADownloadReplacesWhatAFailedCopyThroughTheMountLeft) {
   Sides("ftp", "");
   Source("f", "content");
-  const std::string src = At("src/f");
-  const std::string dst = At("dst/f");
-  int in = open(src.c_str(), O_WRONLY);  // reading fails
-  int out = open(dst.c_str(), O_RDWR | O_CREAT, 0644);
-  ASSERT_EQ(write(out, "left behind", 11), 11);
-  EXPECT_EQ(MVCPReadWriteData(src.c_str(), dst.c_str(), &in, &out, 7, nullptr, nullptr, nullptr),
-            0);
-  const core::UniqueFd closeIn(in);
-  const core::UniqueFd closeOut(out);
+  in_.reset(open(At("src/f").c_str(), O_WRONLY));  // reading fails
+  out_.reset(open(At("dst/f").c_str(), O_RDWR | O_CREAT, 0644));
+  ASSERT_EQ(write(out_.get(), "left behind", 11), 11);
+  EXPECT_EQ(Call("f", 7), 0);
   EXPECT_EQ(OnlyCall(), "download");
   EXPECT_EQ(Read("dst/f"), "content");
 }
@@ -288,23 +288,19 @@ TEST_F(TransferTest, AFallbackThatCannotOpenItsFileSaysWhy) {
     const std::string src = At("src/in/f");
     const std::string dst = At("dst/in/f");
     const std::string lost = *row.from != '\0' ? src : dst;
-    int in = open(src.c_str(), O_RDONLY);
-    int out = open(dst.c_str(), O_WRONLY | O_CREAT, 0644);
+    in_.reset(open(src.c_str(), O_RDONLY));
+    out_.reset(open(dst.c_str(), O_WRONLY | O_CREAT, 0644));
     fs::remove_all(fs::path(lost).parent_path());
     if (row.socket) {
       fs::create_directory(fs::path(lost).parent_path());
       ASSERT_EQ(mknod(lost.c_str(), S_IFSOCK | 0644, 0), 0);
     }
-    EXPECT_EQ(
-        MVCPReadWriteData(src.c_str(), dst.c_str(), &in, &out, kBorder, nullptr, nullptr, nullptr),
-        -1);
+    EXPECT_EQ(Call("in/f", kBorder), -1);
     EXPECT_EQ(errno, row.socket ? ENXIO : ENOENT);
     EXPECT_EQ(VLIBCErrGet(), row.core);
     EXPECT_EQ(core::LastErrorPlace().line, row.line);
     EXPECT_EQ(Logged(row.logged), row.logged != 0 ? 1 : 0);
-    EXPECT_EQ(lost == src ? in : out, -1);
-    const core::UniqueFd closeIn(in);
-    const core::UniqueFd closeOut(out);
+    EXPECT_FALSE(lost == src ? in_.valid() : out_.valid());
     fs::remove_all(At("src/in"));
     fs::remove_all(At("dst/in"));
   }
@@ -364,18 +360,12 @@ TEST_F(TransferTest, ServersOfOneKindCopyAmongThemselves) {
 TEST_F(TransferTest, AMissingFileIsMarkedStaleOnceMoreLater) {
   Sides("sftp", "sftp");
   Source("f", "x");
-  const std::string src = At("src/f");
-  const std::string dst = At("dst/late");
-  makeAfterFirstMark = dst;
-  int in = -1;
-  int out = -1;
-  EXPECT_EQ(MVCPReadWriteData(src.c_str(), dst.c_str(), &in, &out, 1, nullptr, nullptr, nullptr),
-            0);
-  EXPECT_EQ(staleMarks, 2);
-  staleMarks = 0;
-  EXPECT_EQ(MVCPReadWriteData(src.c_str(), dst.c_str(), &in, &out, 1, nullptr, nullptr, nullptr),
-            0);
-  EXPECT_EQ(staleMarks, 1);
+  makeAfterFirstMark = At("dst/f");
+  for (const int marks : {2, 1}) {
+    staleMarks = 0;
+    EXPECT_EQ(Call("f", 1), 0);
+    EXPECT_EQ(staleMarks, marks);
+  }
 }
 
 TEST_F(TransferTest, CompanionsAreCopiedOrMovedByPath) {

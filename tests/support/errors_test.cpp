@@ -29,13 +29,6 @@ TEST(Errors, EachCodeHasANameAndATextOfItsOwnInBothLanguages) {
   }
 }
 
-TEST(Errors, ClientsKnowConflictsByTheseKeys) {
-  EXPECT_EQ(WfmParseErrorToKVXString(1003, 0), "error:error_select_conflict");
-  EXPECT_EQ(WfmParseErrorToKVXString(1004, 0), "error:error_overwrite_fail");
-  EXPECT_EQ(WfmParseErrorToKVXString(1006, 0), "error:mvcp_filename_illegal");
-  EXPECT_EQ(WfmParseErrorToKVXString(1007, 0), "error:mvcp_file_too_big");
-}
-
 TEST(Errors, ErrnoBecomesTheCodeThatTellsTheUserWhy) {
   const std::pair<int, int> rows[] = {
       {EPERM, 407},     {EACCES, 407}, {ENOENT, 460},     {EROFS, 461},     {ENAMETOOLONG, 462},

@@ -2,16 +2,17 @@ import collections
 import os
 import pathlib
 import random
-import signal
 import sys
 import time
 
 import pytest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
+TESTS = pathlib.Path(__file__).resolve().parents[1]
+sys.path[:0] = [str(TESTS / "e2e"), str(TESTS / "servers")]
 
 from places import place  # noqa: E402, F401: a fixture
 from server import Server  # noqa: E402
+from throwaway import descendants, kill  # noqa: E402
 from volumes import Volume  # noqa: E402
 
 SEED = 20240229
@@ -77,28 +78,6 @@ def make_volume(place):
         volume.remove()
 
 
-def parents():
-    """The parent of every process."""
-    found = {}
-    for pid in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            with open(f"/proc/{pid}/stat") as stat:
-                found[int(pid)] = int(stat.read().rpartition(")")[2].split()[1])
-        except (FileNotFoundError, ProcessLookupError):
-            pass
-    return found
-
-
-def descendants(pid):
-    parent_of, found = parents(), {pid}
-    grown = True
-    while grown:
-        more = {p for p, parent in parent_of.items() if parent in found} - found
-        found |= more
-        grown = bool(more)
-    return found - {pid}
-
-
 @pytest.fixture
 def make_server(place, make_volume):
     """Servers that end with the test, their workers with them."""
@@ -122,8 +101,5 @@ def make_server(place, make_volume):
         finally:
             # A worker outlives its server; its volumes are about to go.
             for pid in started:
-                try:
-                    os.kill(pid, signal.SIGKILL)
-                except ProcessLookupError:
-                    pass
+                kill(pid)
             time.sleep(0.05)

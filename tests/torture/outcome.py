@@ -3,7 +3,6 @@ import os
 import shutil
 import time
 
-from server import Answer
 from trees import describe, leftovers, make_tree
 
 DIED = 480
@@ -101,9 +100,7 @@ def brief(entry):
 
 def start(client, source, target, move):
     """The task's id and its worker."""
-    answer = client.start([source], target, remove_src=move, overwrite=True)
-    assert isinstance(answer, Answer)
-    task = answer.data["taskid"]
+    task = client.start([source], target, remove_src=move, overwrite=True).data["taskid"]
     record = client.wait_record(task, lambda r: r["finished"] or (r["data"] or {}).get("pid"))
     return task, record["data"]["pid"]
 
@@ -113,12 +110,52 @@ def finished(client, task, seconds=60):
     return client.wait_record(task, lambda r: r["finished"], seconds)
 
 
-def complete(client, tree, source, target, move, told=""):
-    """A second run, which must put everything right."""
-    if tree.source.exists():
-        data = client.run([source], target, remove_src=move, overwrite=True)
-        assert not data.get("errors"), f"{told}: {data['errors']}"
-    tree.check_done(move, told)
+class Round:
+    """A tree in the shares "src" and "dst", and the tasks that carry it."""
+
+    def __init__(self, client, shares, name, rng, move, *shape):
+        self.client, self.move, self.told = client, move, f"round {name}"
+        self.source, self.target = shares["src"] / f"a{name}", shares["dst"] / f"b{name}"
+        self.target.mkdir()
+        self.tree = Tree(self.source, self.target, rng, *shape)
+        self.paths = f"/src/a{name}/t", f"/dst/b{name}"
+
+    def start(self):
+        return start(self.client, *self.paths, self.move)
+
+    def end(self, task=None):
+        """The record of the task, of a new one without it, once it has ended; it is dropped."""
+        record = finished(self.client, task or self.start()[0])
+        self.client.wait(record["id"])
+        return record
+
+    def seconds(self):
+        """How long a task lives that nobody disturbs."""
+        begin = time.monotonic()
+        assert self.end()["progress"] == 1, self.told
+        taken = time.monotonic() - begin
+        self.tree.check_done(self.move, self.told)
+        self.tree.remove()
+        return taken
+
+    def check_nothing_lost(self):
+        self.tree.check_nothing_lost(self.move, self.told)
+
+    def check_after_cut(self, tally):
+        """No source is lost, and what was overwritten is old or new. New names may be empty: they
+        are not synced yet, and their sources are still there."""
+        self.tree.check_sources(self.move, self.told)
+        torn = self.tree.torn()
+        tally["unsynced new names"] += sum(name not in self.tree.old for name in torn)
+        assert [name for name in torn if name in self.tree.old] == [], self.told
+
+    def complete(self):
+        """A second run, which must put everything right."""
+        if self.tree.source.exists():
+            data = self.client.run([self.paths[0]], self.paths[1], remove_src=self.move, overwrite=True)
+            assert not data.get("errors"), f"{self.told}: {data['errors']}"
+        self.tree.check_done(self.move, self.told)
+        self.tree.remove()
 
 
 def pause_until(moment):

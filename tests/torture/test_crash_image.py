@@ -12,7 +12,7 @@ import time
 
 import pytest
 
-from outcome import Tree, complete, finished, pause_until, start
+from outcome import Round, pause_until
 from volumes import syncfs
 
 pytestmark = pytest.mark.root
@@ -70,43 +70,28 @@ def test_crash_image(make_volume, make_server, rounds, tally, source, target):
     shelf = make_volume("xfs", "shelf", 1024)
     volumes = [make_volume(source, "src", 96, shelf=shelf.folder),
                make_volume(target, "dst", 96, shelf=shelf.folder)]
-    client = make_server({"src": volumes[0].folder, "dst": volumes[1].folder}).client
+    shares = {"src": volumes[0].folder, "dst": volumes[1].folder}
+    client = make_server(shares).client
     span = None
     for number, rng in rounds(3):
-        for attempt in range(2 if span is None else 1):
-            told = f"round {number}"
-            name = f"{number}.{attempt}"
-            folders = [volume.folder / name for volume in volumes]
-            folders[1].mkdir()
-            tree = Tree(*folders, rng)
-            paths = f"/src/{name}/t", f"/dst/{name}"
-            for volume in volumes:
-                syncfs(volume.folder)
-            begin = time.monotonic()
-            task, pid = start(client, *paths, True)
-            if span is None:
-                assert finished(client, task)["progress"] == 1
-                span = time.monotonic() - begin
-                tree.check_done(True, told)
-                tree.remove()
-                continue
-            pause_until(begin + rng.uniform(0, span))
-            running = stop(pid)
-            tally["cut" if running else "cut after the end"] += 1
-            span *= 1.03 if running else 0.9
-            if rng.random() < 0.7:
-                # The worst that can be: what was removed is gone for good.
-                syncfs(volumes[0].folder)
-            copies = [clone(volume.image) for volume in volumes]
-            if running:
-                os.kill(pid, signal.SIGKILL)
-            finished(client, task)
-            client.wait(task)
-            for volume, copy in zip(volumes, copies):
-                crash(volume, copy)
-            tree.check_sources(True, told)
-            torn = tree.torn()
-            tally["unsynced new names"] += sum(name not in tree.old for name in torn)
-            assert [name for name in torn if name in tree.old] == [], told
-            complete(client, tree, *paths, True, told)
-            tree.remove()
+        span = span or Round(client, shares, f"{number}-calm", rng, True).seconds()
+        this = Round(client, shares, number, rng, True)
+        for volume in volumes:
+            syncfs(volume.folder)
+        begin = time.monotonic()
+        task, pid = this.start()
+        pause_until(begin + rng.uniform(0, span))
+        running = stop(pid)
+        tally["cut" if running else "cut after the end"] += 1
+        span *= 1.03 if running else 0.9
+        if rng.random() < 0.7:
+            # The worst that can be: what was removed is gone for good.
+            syncfs(volumes[0].folder)
+        copies = [clone(volume.image) for volume in volumes]
+        if running:
+            os.kill(pid, signal.SIGKILL)
+        this.end(task)
+        for volume, copy in zip(volumes, copies):
+            crash(volume, copy)
+        this.check_after_cut(tally)
+        this.complete()

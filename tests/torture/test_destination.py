@@ -5,7 +5,7 @@ import time
 
 import pytest
 
-from outcome import Tree, complete, finished, pause_until, start
+from outcome import Round, pause_until
 from volumes import libc, syncfs
 
 pytestmark = pytest.mark.root
@@ -30,26 +30,20 @@ def fill(folder, leave):
 @pytest.mark.parametrize("move", [False, True], ids=["copy", "move"])
 @pytest.mark.parametrize("kind", ["tmpfs", "ext4", "xfs"])
 def test_full(make_volume, make_server, rounds, tally, kind, move):
-    source = make_volume("folder", "src")
-    target = make_volume(kind, "dst", 48)
-    client = make_server({"src": source.folder, "dst": target.folder}).client
+    source, target = make_volume("folder", "src"), make_volume(kind, "dst", 48)
+    shares = {"src": source.folder, "dst": target.folder}
+    client = make_server(shares).client
     for number, rng in rounds(4):
-        told = f"round {number}"
-        tree = Tree(source.folder / str(number), target.folder / str(number), rng)
-        tree.parents[1].mkdir(exist_ok=True)
-        paths = f"/src/{number}/t", f"/dst/{number}"
+        this = Round(client, shares, number, rng, move)
         filler = fill(target.folder, rng.randrange(6 << 20))
-        record = finished(client, start(client, *paths, move)[0])
-        errors = record["data"].get("errors", [])
-        tree.check_nothing_lost(move, told)
-        tree.check_no_leftovers(told)
+        errors = this.end()["data"].get("errors", [])
+        this.check_nothing_lost()
+        this.tree.check_no_leftovers(this.told)
         tally["full" if errors else "fitted"] += 1
         if not errors:
-            tree.check_done(move, told)
-        client.wait(record["id"])
+            this.tree.check_done(move, this.told)
         filler.unlink()
-        complete(client, tree, *paths, move, told)
-        tree.remove()
+        this.complete()
 
 
 def stop_writes(volume, seconds=2):
@@ -80,24 +74,19 @@ def allow_writes(volume):
 def test_read_only(make_volume, make_server, rounds, tally, kind, move):
     source = make_volume("folder", "src")
     target = make_volume(kind, "dst", 96, ",errors=remount-ro" if kind == "ext4" else "")
-    client = make_server({"src": source.folder, "dst": target.folder}).client
+    shares = {"src": source.folder, "dst": target.folder}
+    client = make_server(shares).client
     span = 0.04
     for number, rng in rounds(3):
-        told = f"round {number}"
-        tree = Tree(source.folder / str(number), target.folder / str(number), rng)
-        tree.parents[1].mkdir(exist_ok=True)
+        this = Round(client, shares, number, rng, move)
         syncfs(target.folder)
-        paths = f"/src/{number}/t", f"/dst/{number}"
         begin = time.monotonic()
-        task, _ = start(client, *paths, move)
+        task, _ = this.start()
         pause_until(begin + rng.uniform(0, span))
         assert stop_writes(target)
-        record = finished(client, task)
-        errors = record["data"].get("errors", [])
+        errors = this.end(task)["data"].get("errors", [])
         span *= 1.2 if errors else 0.7
         tally["read-only" if errors else "too late"] += 1
-        tree.check_nothing_lost(move, told)
-        client.wait(task)
+        this.check_nothing_lost()
         allow_writes(target)
-        complete(client, tree, *paths, move, told)
-        tree.remove()
+        this.complete()

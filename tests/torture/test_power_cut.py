@@ -11,7 +11,7 @@ import time
 
 import pytest
 
-from outcome import Tree, complete, finished, pause_until, start
+from outcome import Round, pause_until
 from volumes import cut_power, syncfs
 
 pytestmark = pytest.mark.root
@@ -41,21 +41,20 @@ def neighbour(folder, rng):
         thread.join()
 
 
-def cut_while_moving(client, tree, paths, delay, victims, quiet, rng):
+def cut_while_moving(this, delay, victims, quiet, rng):
     """The record of a move whose volumes were cut off, in that order, after `delay`."""
     roots = [volume.root() for volume in victims]
     try:
         with contextlib.nullcontext() if quiet else neighbour(victims[-1].folder, rng):
             begin = time.monotonic()
-            task, _ = start(client, *paths, True)
+            task, _ = this.start()
             pause_until(begin + delay)
             for root in roots:
                 cut_power(root)
-            record = finished(client, task)
+            record = this.end(task)
     finally:
         for root in roots:
             os.close(root)
-    client.wait(task)
     for volume in victims:
         volume.remount()
     return record
@@ -65,38 +64,21 @@ def cut_while_moving(client, tree, paths, delay, victims, quiet, rng):
 @pytest.mark.parametrize("source,target", [("ext4", "xfs"), ("xfs", "ext4"), ("ext4", "ext4")])
 def test_power_cut(make_volume, make_server, rounds, tally, source, target, both):
     volumes = [make_volume(source, "src", 96), make_volume(target, "dst", 96)]
-    server = make_server({"src": volumes[0].folder, "dst": volumes[1].folder})
-    client = server.client
+    shares = {"src": volumes[0].folder, "dst": volumes[1].folder}
+    client = make_server(shares).client
     span = None
     for number, rng in rounds(2):
-        for attempt in range(2 if span is None else 1):
-            told = f"round {number}"
-            folders = [v.folder / f"{number}.{attempt}" for v in volumes]
-            folders[1].mkdir()
-            tree = Tree(*folders, rng)
-            paths = f"/src/{folders[0].name}/t", f"/dst/{folders[1].name}"
-            for volume in volumes:
-                syncfs(volume.folder)
-            if span is None:
-                begin = time.monotonic()
-                assert finished(client, start(client, *paths, True)[0])["progress"] == 1
-                span = time.monotonic() - begin
-                tree.check_done(True, told)
-                tree.remove()
-                continue
-            victims = rng.sample(volumes, 2) if both else [volumes[1]]
-            record = cut_while_moving(client, tree, paths, rng.uniform(0, span), victims,
-                                      rng.random() < 0.5, rng)
-            tree.check_sources(True, told)
-            late = not record["data"].get("errors")
-            span *= 0.9 if late else 1.03
-            tally["cut after the end" if late else "cut"] += 1
-            # Not yet synced, so some of these may be empty; their sources are still there.
-            torn = tree.torn()
-            tally["unsynced new names"] += sum(name not in tree.old for name in torn)
-            assert [name for name in torn if name in tree.old] == [], told
-            complete(client, tree, *paths, True, told)
-            tree.remove()
+        span = span or Round(client, shares, f"{number}-calm", rng, True).seconds()
+        this = Round(client, shares, number, rng, True)
+        for volume in volumes:
+            syncfs(volume.folder)
+        victims = rng.sample(volumes, 2) if both else [volumes[1]]
+        record = cut_while_moving(this, rng.uniform(0, span), victims, rng.random() < 0.5, rng)
+        late = not record["data"].get("errors")
+        span *= 0.9 if late else 1.03
+        tally["cut after the end" if late else "cut"] += 1
+        this.check_after_cut(tally)
+        this.complete()
 
 
 @pytest.mark.parametrize("kind", ["ext4", "xfs"])

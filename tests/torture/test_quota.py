@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from outcome import Tree, complete, finished, start
+from outcome import Round
 from server import Client
 from volumes import run, syncfs
 
@@ -76,26 +76,21 @@ def client_of(make_server, place, shares):
 @pytest.mark.parametrize("move", [False, True], ids=["copy", "move"])
 @pytest.mark.parametrize("quota", [OfTheUser, OfTheSubvolume], ids=["ext4", "btrfs"])
 def test_quota(make_volume, make_server, place, rounds, tally, quota, move):
-    source = make_volume("folder", "src")
+    shares = {"src": make_volume("folder", "src").folder}
     target = quota.make(make_volume)
-    client = client_of(make_server, place, {"src": source.folder, "dst": target.folder})
+    shares["dst"] = target.folder
+    client = client_of(make_server, place, shares)
     for number, rng in rounds(3):
-        told = f"round {number}"
-        tree = Tree(source.folder / str(number), target.folder / str(number), rng)
-        tree.parents[1].mkdir(exist_ok=True)
-        for parent in tree.parents:
-            give(parent, USER)
-        paths = f"/src/{number}/t", f"/dst/{number}"
+        this = Round(client, shares, number, rng, move)
+        for folder in (this.source, this.target):
+            give(folder, USER)
         quota.limit(target, rng.randrange(5 << 20))
-        record = finished(client, start(client, *paths, move)[0])
-        codes = {error["code"] for error in record["data"].get("errors", [])}
+        codes = {error["code"] for error in this.end()["data"].get("errors", [])}
         tally["used up" if codes else "fitted"] += 1
-        tree.check_nothing_lost(move, told)
-        client.wait(record["id"])
+        this.check_nothing_lost()
         if codes:
-            assert QUOTA_EXCEEDED in codes, f"{told}: {codes}"
+            assert QUOTA_EXCEEDED in codes, f"{this.told}: {codes}"
         else:
-            tree.check_done(move, told)
+            this.tree.check_done(move, this.told)
         quota.limit(target, None)
-        complete(client, tree, *paths, move, told)
-        tree.remove()
+        this.complete()

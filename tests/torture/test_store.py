@@ -6,7 +6,7 @@ import time
 
 import pytest
 
-from outcome import Tree, complete, start
+from outcome import Round
 from test_stop_and_kill import wait_gone
 
 SLOW = '[bandwidth]\ndefault = "6MB"\n'
@@ -100,27 +100,22 @@ CASES = [pytest.param(fault, move, id=f"{fault.__name__}-{'move' if move else 'c
 
 @pytest.mark.parametrize("fault,move", CASES)
 def test_store(make_volume, make_server, rounds, tally, fault, move):
-    source, target = make_volume("folder", "src"), make_volume("shm", "dst")
+    shares = {"src": make_volume("folder", "src").folder, "dst": make_volume("shm", "dst").folder}
     state = make_volume("tmpfs", "state", 8).folder if fault is full else None
-    server = make_server({"src": source.folder, "dst": target.folder}, SLOW, state)
-    client = server.client
+    server = make_server(shares, SLOW, state)
     for number, rng in rounds(1):
-        told = f"round {number}"
-        tree = Tree(source.folder / str(number), target.folder / str(number), rng, 100, 10)
-        tree.parents[1].mkdir(exist_ok=True)
-        paths = f"/src/{number}/t", f"/dst/{number}"
-        task, pid = start(client, *paths, move)
+        this = Round(server.client, shares, number, rng, move, 100, 10)
+        task, pid = this.start()
         time.sleep(rng.uniform(0, 0.6))
         with fault(server.state, rng):
             tally["late" if wait_gone(pid, 0) else "in mid-copy"] += 1
-            assert wait_gone(pid, 60), f"{told}: the worker hangs"
-        tree.check_nothing_lost(move, told)
-        tree.check_no_leftovers(told)
-        tally["end reported" if end_is_reported(client, task) else "record lost"] += 1
+            assert wait_gone(pid, 60), f"{this.told}: the worker hangs"
+        this.check_nothing_lost()
+        this.tree.check_no_leftovers(this.told)
+        tally["end reported" if end_is_reported(server.client, task) else "record lost"] += 1
         if fault in (garbage, truncated):
             # A store damaged under a running server stays as it is until somebody looks at it.
             remove_databases(server.state)
         elif fault in (locked, full):
-            assert tally["record lost"] == 0, told
-        complete(client, tree, *paths, move, told)
-        tree.remove()
+            assert tally["record lost"] == 0, this.told
+        this.complete()

@@ -7,6 +7,7 @@
 
 #include "core/error.h"
 #include "support/text.h"
+#include "webapi/behind_calls.h"
 #include "webapi/log.h"
 #include "webapi/module_calls.h"
 #include "webapi/module_state.h"
@@ -83,6 +84,7 @@ void ActionLoop::MakeCopyArgs() const {
   TAVOCopyArgsExSetGetReadSize(_copyArgs, MVCPTransferCallback);
   TAVOCopyArgsExSetReadWriteData(_copyArgs, MVCPReadWriteData);
   TAVOCopyArgsExSetStreams(_copyArgs, MVCPStreamsCallback);
+  TAVOCopyArgsExSetBehind(_copyArgs, kBehindHooks);
   TAVOCopyArgsExSetCopyFile(_copyArgs, MVCPCopyFileCallback);
   TAVOCopyArgsExSetCopyEA(_copyArgs, MVCPReadWriteDataCallback);
   TAVOCopyArgsExSetGetDirSize(_copyArgs, MVCPGetDirSizeCallback);

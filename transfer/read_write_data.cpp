@@ -1,19 +1,18 @@
 // The data hook: one file's bytes between any two places.
-#include <sys/xattr.h>
 #include <unistd.h>
 
-#include <cerrno>
-
+#include "cloud/behind.h"
 #include "core/error.h"
 #include "support/path_info.h"
+#include "transfer/cache_mark.h"
 #include "transfer/cloud_transfer.h"
 #include "transfer/ea_call.h"
 #include "transfer/fallback.h"
 #include "transfer/remote_params.h"
 #include "transfer/streams.h"
-#include "vfs/mounts.h"
 #include "webapi/log.h"
 #include "webapi/module_calls.h"
+#include "webapi/module_state.h"
 
 namespace Fennox {
 namespace {
@@ -22,19 +21,14 @@ int CopyDescriptors(const TransferJob& job) {
   return TAVOCopyFileFdEx(*job.srcFd, *job.dstFd, job.size, job.progress, job.cancel, job.args);
 }
 
-// Tells the remote mount that its cached view of the new file is stale.
-void MarkCacheStale(const char* path) {
-  constexpr char kName[] = "tavo::cacheclean";
-  if (setxattr(vfs::ShortPath(path).c_str(), kName, "", 0, 0) != 0 && errno == ENOENT) {
-    sleep(1);
-    (void)setxattr(path, kName, "", 0, 0);
-  }
+bool IsStillOnItsWay(const TransferJob& job) {
+  return job.dest.isVfs && TAVOCloud::Behind::LastOf(_destCloud) != 0;
 }
 
 int TransferRemote(TransferJob& job) {
   switch (RunCloudTransfer(job)) {
     case CloudResult::kDone:
-      if (!job.eaCall) MarkCacheStale(job.dst);
+      if (!job.eaCall && !IsStillOnItsWay(job)) MarkCacheStale(job.dst);
       return 0;
     case CloudResult::kRefused:
       return -1;

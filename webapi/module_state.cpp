@@ -41,5 +41,6 @@ TAVOCloud::Cloud* _destCloud = nullptr;
 
 std::string _streamedPath;
 bool _streamRefused = false;
+bool _mountTakesNoMarks = false;
 
 }  // namespace Fennox

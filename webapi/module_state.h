@@ -70,5 +70,7 @@ extern TAVOCloud::Cloud* _destCloud;
 // whether its server then had no connection left for that.
 extern std::string _streamedPath;
 extern bool _streamRefused;
+// Whether the destination's mount has said that it takes no mark of a stale cache.
+extern bool _mountTakesNoMarks;
 
 }  // namespace Fennox

@@ -12,6 +12,7 @@
 #include "core/user_list.h"
 #include "dropbox.h"
 #include "ftp_family.h"
+#include "server_cloud.h"
 #include "vfs/mounts.h"
 #include "vfs/vfs.h"
 #include "webdav.h"
@@ -60,10 +61,12 @@ bool Cloud::UploadFile(Cloud* cloud, const std::string& remotePath, int fd, std:
     VLIBCErrSetEx(core::kErrBadArgument, __FILE__, __LINE__);
     return false;
   }
-  if (!cloud->Upload(cloud->GetServerPathBySharePath(remotePath), fd, size, progress, cancel,
-                     readSize)) {
-    return false;
+  const std::string path = cloud->GetServerPathBySharePath(remotePath);
+  auto* server = dynamic_cast<ServerCloud*>(cloud);
+  if (server != nullptr && server->LeaveBehind(path, fd, size, progress, cancel, readSize)) {
+    return true;
   }
+  if (!cloud->Upload(path, fd, size, progress, cancel, readSize)) return false;
   vfs::AwaitUploaded(remotePath, size);
   return true;
 }

@@ -2,9 +2,12 @@
 
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <ctime>
+#include <deque>
 #include <string_view>
 #include <utility>
 
@@ -32,22 +35,60 @@ std::size_t OnNames(char* data, std::size_t /*one*/, std::size_t length, void* p
   return length;
 }
 
-struct SizeReply {
+// The commands that come before a rename, in their order.
+struct Replies {
+  enum class Of { kTarget, kSize, kTime, kRename };
+
   std::uint64_t wanted;
-  bool right;
+  std::deque<Of> awaited;
+  bool right = false;
+  bool taken = false;
+  bool takes_times = true;
+
+  // False ends the request.
+  bool Take(Of command, std::string_view text) {
+    const bool told = text.starts_with("213 ");
+    switch (command) {
+      case Of::kTarget:
+        taken = told;
+        return !taken;
+      case Of::kSize: {
+        std::uint64_t size = 0;
+        const auto parsed = std::from_chars(text.data() + 4, text.data() + text.size(), size);
+        right = told && parsed.ec == std::errc() && size == wanted;
+        return right;
+      }
+      case Of::kTime:
+        takes_times = told;
+        return true;
+      case Of::kRename:
+        return right;
+    }
+    return false;
+  }
 };
 
-// Ends the request unless the wanted size is told before a rename begins.
+// The last line of each reply, "CODE words", belongs to the next command that waits for one. What
+// comes before them, of a login, is left out: it never begins with a "213", "350" or "5".
 std::size_t OnReply(char* line, std::size_t /*one*/, std::size_t length, void* user) {
-  auto* reply = static_cast<SizeReply*>(user);
+  auto* replies = static_cast<Replies*>(user);
   const std::string_view text(line, length);
-  if (text.substr(0, 4) == "213 ") {
-    std::uint64_t told = 0;
-    const auto parsed = std::from_chars(text.data() + 4, text.data() + text.size(), told);
-    reply->right = parsed.ec == std::errc() && told == reply->wanted;
-    return reply->right ? length : 0;
-  }
-  return text.substr(0, 3) == "350" && !reply->right ? 0 : length;
+  const bool whole = text.size() > 4 && text[3] == ' ';
+  const bool counts = whole && (text.starts_with("213") || text.starts_with("350") ||
+                                (text[0] >= '4' && text[0] <= '5'));
+  if (!counts || replies->awaited.empty()) return length;
+  const Replies::Of command = replies->awaited.front();
+  replies->awaited.pop_front();
+  return replies->Take(command, text.substr(0, text.find_last_not_of("\r\n") + 1)) ? length : 0;
+}
+
+std::string TimeText(std::uint32_t seconds, const char* format) {
+  const std::time_t when = seconds;
+  std::tm parts{};
+  std::array<char, 32> text{};
+  (void)gmtime_r(&when, &parts);
+  (void)std::strftime(text.data(), text.size(), format, &parts);
+  return text.data();
 }
 
 // FTP paths begin at the login folder unless their first slash is encoded; on
@@ -156,15 +197,36 @@ Outcome Connection::Run(const std::vector<std::string>& commands) {
   return Prepare("/", &err) ? RunPrepared(commands) : Unprepared(err);
 }
 
-Outcome Connection::RenameWhole(const std::string& from, const std::string& to, std::uint64_t size,
-                                bool* whole) {
+Outcome Connection::RenameDated(const std::string& from, const std::string& to,
+                                std::uint32_t changed) {
+  return Run({"*mtime " + Quoted(TimeText(changed, "%Y%m%d %H:%M:%S GMT")) + " " + Quoted(from),
+              "rename " + Quoted(from) + " " + Quoted(to)});
+}
+
+Outcome Connection::RenameWhole(const std::string& from, const std::string& to,
+                                const FileFacts& facts, bool* whole) {
+  using Of = Replies::Of;
   std::string err;
   if (!Prepare("/", &err)) return Unprepared(err);
-  SizeReply reply{size, false};
+  Replies replies{facts.size, {}};
+  std::vector<std::string> commands;
+  const auto add = [&](Of of, std::string command) {
+    replies.awaited.push_back(of);
+    commands.push_back(std::move(command));
+  };
+  if (facts.only_new) add(Of::kTarget, "*SIZE " + to);
+  add(Of::kSize, "SIZE " + from);
+  if (takes_times_ && facts.changed != 0) {
+    add(Of::kTime, "*MFMT " + TimeText(facts.changed, "%Y%m%d%H%M%S") + " " + from);
+  }
+  add(Of::kRename, "RNFR " + from);
+  commands.push_back("RNTO " + to);
   curl_.Set(CURLOPT_HEADERFUNCTION, &OnReply);
-  curl_.Set(CURLOPT_HEADERDATA, &reply);
-  Outcome outcome = RunPrepared({"SIZE " + from, "RNFR " + from, "RNTO " + to});
-  *whole = reply.right;
+  curl_.Set(CURLOPT_HEADERDATA, &replies);
+  Outcome outcome = RunPrepared(commands);
+  *whole = replies.right || replies.taken;
+  takes_times_ = takes_times_ && replies.takes_times;
+  if (replies.taken) outcome.code = CURLE_REMOTE_FILE_EXISTS;
   return outcome;
 }
 

@@ -13,6 +13,13 @@
 
 namespace TAVOCloud {
 
+// What is known of a file that was sent.
+struct FileFacts {
+  std::uint64_t size;
+  std::uint32_t changed = 0;  // seconds since 1970; 0: the server's own time stays
+  bool only_new = false;      // it may replace nothing
+};
+
 // Not for several threads at a time. Every path is absolute on the server and
 // sendable (see IsSendablePath).
 class Connection {
@@ -40,9 +47,11 @@ class Connection {
   Outcome List(const std::string& folder, LeftoverPicker* picker);
   // Runs commands in order, up to the first that fails.
   Outcome Run(const std::vector<std::string>& commands);
-  // FTP only: renames a file that has `size` bytes, in one go. A failure says
-  // nothing of the file; with *whole it had the size.
-  Outcome RenameWhole(const std::string& from, const std::string& to, std::uint64_t size,
+  // SFTP only: gives a file its time, if the server takes it, and its name.
+  Outcome RenameDated(const std::string& from, const std::string& to, std::uint32_t changed);
+  // FTP only: renames a file that has its size, in one go. A failure says nothing of the
+  // file; with *whole it had the size. CURLE_REMOTE_FILE_EXISTS: the name is taken.
+  Outcome RenameWhole(const std::string& from, const std::string& to, const FileFacts& facts,
                       bool* whole);
 
  private:
@@ -56,6 +65,7 @@ class Connection {
   core::RemoteConfig remote_;
   std::string password_;
   bool have_password_ = false;
+  bool takes_times_ = true;  // as far as the server has not said otherwise
   SecretFile key_;
   CurlHandle curl_;
 };

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <limits>
 #include <thread>
 
 namespace TAVOCloud {
@@ -29,6 +30,22 @@ mode_t Flow::Permissions() const {
   constexpr mode_t kAnyFile = 0644;
   struct stat st {};
   return fstat(fd_, &st) == 0 && S_ISREG(st.st_mode) ? st.st_mode & 0777 : kAnyFile;
+}
+
+std::uint32_t Flow::ChangeTime() const {
+  struct stat st {};
+  const bool fits = fstat(fd_, &st) == 0 && st.st_mtime > 0 &&
+                    st.st_mtime <= std::numeric_limits<std::uint32_t>::max();
+  return fits ? static_cast<std::uint32_t>(st.st_mtime) : 0;
+}
+
+bool Flow::AwaitGrants() {
+  for (std::uint64_t left = size_; left > 0; left -= std::min(left, granted_)) {
+    granted_ = 0;
+    if (IsCancelled() || !WaitForGrant(left)) return false;
+  }
+  granted_ = 0;
+  return !IsCancelled();
 }
 
 bool Flow::Fail(int error) {

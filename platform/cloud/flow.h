@@ -33,6 +33,12 @@ class Flow {
   // Permissions of the file behind the descriptor; those of any file when it is none.
   [[nodiscard]] mode_t Permissions() const;
 
+  // Waits until all of `size` may be moved. False when stopped.
+  [[nodiscard]] bool AwaitGrants();
+
+  // When the file behind the descriptor was changed, in seconds since 1970; 0: not known.
+  std::uint32_t ChangeTime() const;
+
   std::uint64_t size() const { return size_; }
   std::uint64_t moved() const { return moved_; }
   // errno of the failure on this side: ECANCELED after a stop, 0 without one.

@@ -11,6 +11,10 @@ namespace TAVOCloud {
 FtpFamily::FtpFamily(const core::RemoteConfig& remote, const std::string& serverId)
     : ServerCloud(serverId, "ftp_family.cpp"), connection_(remote) {}
 
+std::unique_ptr<ServerCloud> FtpFamily::Another() const {
+  return std::make_unique<FtpFamily>(connection_.remote(), serverId_);
+}
+
 bool FtpFamily::Fail(const Outcome& outcome) {
   return Fail(Explain(outcome, connection_.IsSftp()), outcome.words);
 }

@@ -1,6 +1,7 @@
 // Servers of the FTP family: FTP, FTPS and SFTP.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,10 @@ class FtpFamily final : public ServerCloud {
               CancelFn cancel, ReadSizeFn readSize) override;
   bool CopyOnServer(const std::string& from, const std::string& to) override;
 
+ protected:
+  std::unique_ptr<ServerCloud> Another() const override;
+  int MostConnections() const override { return connection_.remote().max_connections; }
+
  private:
   enum class Next { kDone, kFailed, kAgain };
 
@@ -49,6 +54,7 @@ class FtpFamily final : public ServerCloud {
   bool Send(const std::string& temporary, Flow* flow);
   bool FindRestart(const std::string& temporary, Flow* flow, std::uint64_t* offset);
   bool Confirm(const std::string& path, const Flow& flow);
+  Outcome RunPublish(const std::string& temporary, const std::string& target, const Flow& flow);
   bool Publish(const std::string& temporary, const std::string& target, Flow* flow);
   bool SettleRename(const Outcome& outcome, const std::string& temporary, const std::string& target,
                     const Flow& flow);

@@ -81,24 +81,43 @@ bool FtpFamily::SettleRename(const Outcome& outcome, const std::string& temporar
     }
     return Confirm(target, flow);
   }
+  if (sends_new_files() && outcome.code == CURLE_REMOTE_FILE_EXISTS) {
+    return Fail(EEXIST, core::kErrExists);
+  }
   if (!connection_.Size(target, &size).ok() || connection_.Folder(target).ok()) {
     return Fail(outcome);
   }
+  if (sends_new_files()) return Fail(EEXIST, core::kErrExists);
   return Replace(temporary, target);
+}
+
+Outcome FtpFamily::RunPublish(const std::string& temporary, const std::string& target,
+                              const Flow& flow) {
+  if (!sends_new_files()) return RunRename(temporary, target);
+  if (connection_.IsSftp()) {
+    return connection_.RenameDated(temporary, target, flow.ChangeTime());
+  }
+  std::uint64_t size = 0;
+  if (!connection_.Size(target, &size).ok()) return RunRename(temporary, target);
+  Outcome taken;
+  taken.code = CURLE_REMOTE_FILE_EXISTS;
+  return taken;
 }
 
 bool FtpFamily::Publish(const std::string& temporary, const std::string& target, Flow* flow) {
   bool whole = false;
   Outcome outcome;
   if (!connection_.IsSftp()) {
-    outcome = connection_.RenameWhole(temporary, target, flow->size(), &whole);
+    const FileFacts facts{flow->size(), sends_new_files() ? flow->ChangeTime() : 0,
+                          sends_new_files()};
+    outcome = connection_.RenameWhole(temporary, target, facts, &whole);
   }
   if (!whole) {
     connection_.Watch(flow);
     whole = Confirm(temporary, *flow);
     connection_.Watch(nullptr);
     if (!whole) return false;
-    outcome = RunRename(temporary, target);
+    outcome = RunPublish(temporary, target, *flow);
   }
   return outcome.ok() || SettleRename(outcome, temporary, target, *flow);
 }

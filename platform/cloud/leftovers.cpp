@@ -93,6 +93,7 @@ void LeftoverPicker::Take(std::string_view text) {
 }
 
 bool SeenFolders::Add(const std::string& folder) {
+  const std::lock_guard<std::mutex> lock(mutex_);
   if (folders_.size() >= kMostFolders && folders_.count(folder) == 0) folders_.clear();
   return folders_.insert(folder).second;
 }

@@ -1,6 +1,7 @@
 // Names of what is not complete yet on a server, and what ended processes have left.
 #pragma once
 
+#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
@@ -33,10 +34,11 @@ class LeftoverPicker {
 // The folders that have been seen, or rather the latest of very many.
 class SeenFolders {
  public:
-  // True when it was not known; it is now.
+  // True when it was not known; it is now. For any thread.
   bool Add(const std::string& folder);
 
  private:
+  std::mutex mutex_;
   std::set<std::string> folders_;
 };
 

@@ -1,13 +1,23 @@
 #include "server_cloud.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <utility>
 
+#include "cloud/behind.h"
 #include "core/error.h"
 #include "server_path.h"
 
 namespace TAVOCloud {
+namespace {
+
+constexpr int kMostBehind = 3;  // connections
+
+}  // namespace
 
 ServerCloud::ServerCloud(const std::string& serverId, const char* source) : source_(source) {
   serverId_ = serverId;
@@ -36,8 +46,46 @@ bool ServerCloud::CheckPath(const std::string& path) {
 
 void ServerCloud::RemoveLeftoversBeside(const std::string& path) {
   const std::string folder = FolderOf(path);
-  if (!seen_.Add(folder)) return;
+  if (!seen_->Add(folder)) return;
   for (const std::string& name : LeftoversIn(folder)) RemoveLeftover(folder + name);
+}
+
+void ServerCloud::LetNextStayBehind() {
+  may_stay_behind_ = true;
+  last_behind_ = 0;
+  if (crew_ != nullptr) return;
+  // The mount needs a connection, and so does this object.
+  const int most = MostConnections();
+  const int spare = most == 0 ? kMostBehind : std::clamp(most - 2, 0, kMostBehind);
+  const auto make = [this] {
+    std::unique_ptr<ServerCloud> another = Another();
+    if (another != nullptr) {
+      another->sends_new_files_ = true;
+      another->seen_ = seen_;
+    }
+    return another;
+  };
+  crew_ = std::make_unique<UploadCrew>(make, static_cast<std::size_t>(spare));
+}
+
+bool ServerCloud::LeaveBehind(const std::string& path, int fd, std::uint64_t size,
+                              ProgressFn progress, CancelFn cancel, ReadSizeFn readSize) {
+  last_behind_ = 0;
+  struct stat st {};
+  sends_new_files_ = std::exchange(may_stay_behind_, false);
+  const bool may = sends_new_files_ && size <= Behind::kLargest && crew_->IsOpen() &&
+                   fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+  if (!may) return false;
+  Flow pace(-1, size, nullptr, cancel, readSize);
+  core::UniqueFd own(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+  if (!own || !pace.AwaitGrants()) return false;
+  last_behind_ = crew_->Post({path, std::move(own), size, progress, cancel});
+  return last_behind_ != 0;
+}
+
+bool ServerCloud::AwaitBehind(std::uint64_t number) {
+  if (crew_ == nullptr) return Fail(ECONNABORTED, core::kErrInputOutput);
+  return crew_->Await(number);
 }
 
 }  // namespace TAVOCloud

@@ -1,6 +1,8 @@
 // What the kinds of servers share.
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -8,11 +10,21 @@
 #include "failure.h"
 #include "flow.h"
 #include "leftovers.h"
+#include "upload_crew.h"
 
 namespace TAVOCloud {
 
 // Every Fail answers false, with errno and the last error set.
 class ServerCloud : public Cloud {
+ public:
+  // See cloud/behind.h.
+  void LetNextStayBehind();
+  std::uint64_t last_behind() const { return last_behind_; }
+  [[nodiscard]] bool AwaitBehind(std::uint64_t number);
+  // For UploadFile, before it sends the file itself: true when the file was left behind.
+  [[nodiscard]] bool LeaveBehind(const std::string& path, int fd, std::uint64_t size,
+                                 ProgressFn progress, CancelFn cancel, ReadSizeFn readSize);
+
  protected:
   // `source` names the kind in its log lines.
   ServerCloud(const std::string& serverId, const char* source);
@@ -24,6 +36,11 @@ class ServerCloud : public Cloud {
   bool FailLocally(const Flow& flow);
   // Carries no data, only the order to stop (see StopWhen).
   Flow StopOnly() const { return {-1, 0, nullptr, cancel_, nullptr}; }
+  // An object of the same kind for another connection; null when there is none.
+  virtual std::unique_ptr<ServerCloud> Another() const { return nullptr; }
+  virtual int MostConnections() const { return 1; }
+  // Whether uploads are of new files: they replace nothing, and bring their source's time along.
+  bool sends_new_files() const { return sends_new_files_; }
   // Begins an operation: whether the path may be sent at all.
   bool CheckPath(const std::string& path);
   // Removes, once for each folder, what uploads of ended processes have left beside the
@@ -36,7 +53,12 @@ class ServerCloud : public Cloud {
   virtual void RemoveLeftover(const std::string& path) = 0;
 
   const char* source_;
-  SeenFolders seen_;
+  // Shared with the objects of the crew.
+  std::shared_ptr<SeenFolders> seen_ = std::make_shared<SeenFolders>();
+  bool may_stay_behind_ = false;
+  bool sends_new_files_ = false;
+  std::uint64_t last_behind_ = 0;
+  std::unique_ptr<UploadCrew> crew_;
 };
 
 }  // namespace TAVOCloud

@@ -29,6 +29,10 @@ void Misunderstand(const char* words, WebDavAnswer* answer) {
 WebDav::WebDav(const core::RemoteConfig& remote, const std::string& serverId)
     : ServerCloud(serverId, "webdav.cpp"), session_(remote) {}
 
+std::unique_ptr<ServerCloud> WebDav::Another() const {
+  return std::make_unique<WebDav>(session_.remote(), serverId_);
+}
+
 bool WebDav::Fail(const WebDavAnswer& answer) {
   return Fail(ExplainWebDav(answer), WordsOf(answer));
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,10 @@ class WebDav final : public ServerCloud {
   bool Upload(const std::string& serverPath, int fd, std::uint64_t size, ProgressFn progress,
               CancelFn cancel, ReadSizeFn readSize) override;
   bool CopyOnServer(const std::string& from, const std::string& to) override;
+
+ protected:
+  std::unique_ptr<ServerCloud> Another() const override;
+  int MostConnections() const override { return session_.remote().max_connections; }
 
  private:
   enum class Taken { kRefuse, kReplace };

@@ -41,7 +41,7 @@ bool WebDav::Confirm(const std::string& path, std::uint64_t size) {
 // Replacing is only asked for when there is something to replace, and it is a file.
 WebDavAnswer WebDav::Place(const std::string& temporary, const std::string& target, bool* folder) {
   WebDavAnswer answer = Relocate("MOVE", temporary, target, Taken::kRefuse);
-  if (!answer.ok() || answer.response != kTaken) return answer;
+  if (!answer.ok() || answer.response != kTaken || sends_new_files()) return answer;
   DavEntry entry;
   WebDavAnswer look = LookOnce(target, &entry);
   if (!look.Succeeded() && look.response != kNotFound) return look;
@@ -62,6 +62,9 @@ bool WebDav::Publish(const std::string& temporary, const std::string& target, st
   });
   if (answer.Succeeded()) return true;
   if (folder) return Fail(EISDIR, core::kErrFileExpected);
+  if (sends_new_files() && answer.ok() && answer.response == kTaken) {
+    return Fail(EEXIST, core::kErrExists);
+  }
   if (lost && answer.ok() && answer.response == kNotFound) return Confirm(target, size);
   return Fail(answer);
 }

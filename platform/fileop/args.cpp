@@ -24,6 +24,10 @@ void TAVOCopyArgsExSetReadWriteData(_TAVOCOPYARGSEX* args, TAVOReadWriteHook hoo
 
 void TAVOCopyArgsExSetStreams(_TAVOCOPYARGSEX* args, TAVOStreamsHook hook) { args->streams = hook; }
 
+void TAVOCopyArgsExSetBehind(_TAVOCOPYARGSEX* args, const TAVOBEHINDHOOKS& hooks) {
+  args->behind = hooks;
+}
+
 void TAVOCopyArgsExSetCopyFile(_TAVOCOPYARGSEX* args, TAVOCopyFileHook hook) {
   args->copy_file = hook;
 }

@@ -10,6 +10,7 @@
 
 #include "companions.h"
 #include "ends.h"
+#include "fileop/behind.h"
 #include "fileop/copy.h"
 #include "folder.h"
 #include "removal.h"
@@ -21,6 +22,7 @@ struct _TAVOCOPYARGSEX {
   TAVOCopyFileHook copy_file = nullptr;
   TAVOCopyEAHook copy_ea = nullptr;
   TAVODirSizeHook dir_size = nullptr;
+  std::optional<TAVOBEHINDHOOKS> behind;
 
   // Single files moved across volumes whose sources still stand.
   fileop::RemovalBatch removals;

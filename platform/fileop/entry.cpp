@@ -83,7 +83,7 @@ int CarryRegular(Job& job) {
     return args->copy_file(job.src_path.c_str(), job.dst_path.c_str(), job.request.options,
                            job.from.fs_type, job.to.fs_type, 0, &job);
   });
-  job.src.reset();
+  if (job.outcome != Outcome::kBehind) job.src.reset();
   if (job.ahead != nullptr && job.outcome == Outcome::kNone) TakeOver(job);
   if (result < 0) return -1;
   if (job.outcome != Outcome::kNone) return 0;
@@ -130,7 +130,7 @@ int CarryEntry(Job& job, const EntryWays& ways) {
   }
   if (S_ISREG(job.st.st_mode) && !job.src && OpenRegular(job) < 0) return -1;
   if (CheckRemovable(job) < 0) return -1;
-  if (!job.to.unseen) {
+  if (!job.to.unseen && !job.name_is_free) {
     if (const auto result = SettleConflict(job)) return *result;
   }
   return CopyByType(job, ways.links);

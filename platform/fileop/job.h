@@ -19,6 +19,7 @@ class ReplaceBatch;
 enum class Outcome {
   kNone,     // nothing is at the destination
   kSkipped,  // what stood there stays, and so does the source
+  kBehind,   // on its way to its server
   kWaiting,  // complete, and will soon replace what stands there
   kCopied,
   kRenamed,  // the source is gone by that
@@ -46,6 +47,10 @@ struct Job {
   AheadFile* ahead = nullptr;  // what was read of the source before
   Finisher* finisher = nullptr;
   ReplaceBatch* replacements = nullptr;
+
+  bool may_stay_behind = false;   // the data hook may leave it on its way
+  bool name_is_free = false;      // nobody but this walk gives names in the folder
+  unsigned long long behind = 0;  // number of what it has left so
 
   std::string src_path{};  // as hooks are told
   std::string dst_path{};

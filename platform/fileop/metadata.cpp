@@ -123,17 +123,20 @@ int ApplyMetadata(const MetadataRules& rules, int src, const struct stat& st, Ta
   return 0;
 }
 
+bool NeedsTimesOnly(const MetadataRules& rules, const struct stat& st, const TargetFolder& folder) {
+  Owner wanted = WantedOwner(rules, st);
+  if (wanted.group == static_cast<gid_t>(-1)) wanted.group = folder.group;
+  const mode_t mode = st.st_mode & kPermissions;
+  return rules.keep && wanted == Owner{folder.owner, folder.group} &&
+         mode == (CreationMode(rules, st) & ~rules.mask) && !folder.default_acl;
+}
+
 int ApplyTimesOnly(const MetadataRules& rules, const struct stat& st, TargetFolder& folder,
                    const std::string& name, const struct stat& there) {
   folder.owner = there.st_uid;
   folder.group = there.st_gid;
   folder.owner_known = true;
-  Owner wanted = WantedOwner(rules, st);
-  if (wanted.group == static_cast<gid_t>(-1)) wanted.group = there.st_gid;
-  const mode_t mode = st.st_mode & kPermissions;
-  const bool same = wanted == Owner{there.st_uid, there.st_gid} &&
-                    mode == (CreationMode(rules, st) & ~rules.mask) && !folder.default_acl;
-  if (!rules.keep || !same) return 1;
+  if (!NeedsTimesOnly(rules, st, folder)) return 1;
   const timespec times[2] = {st.st_atim, st.st_mtim};
   if (::utimensat(folder.fd.get(), name.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0) return 0;
   return Fail(errno, Side::kDestination);

@@ -37,6 +37,10 @@ mode_t CreationMode(const MetadataRules& rules, const struct stat& st);
 [[nodiscard]] int ApplyMetadata(const MetadataRules& rules, int src, const struct stat& st,
                                 TargetFolder& folder, int dst);
 
+// Whether nothing but its times is to be set for the copy of `st` in a remote folder whose owner
+// is known.
+bool NeedsTimesOnly(const MetadataRules& rules, const struct stat& st, const TargetFolder& folder);
+
 // The same for the file `name` of a remote mount that was sent to its server and shows as
 // `there`, by as few questions as there can be: 1, and nothing done, when more than its times
 // is to be set. Such a server keeps no extended attributes. `folder`'s owner is known then.

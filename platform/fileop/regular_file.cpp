@@ -52,6 +52,16 @@ int MoveByHook(Job& job, const _TAVOCOPYARGSEX& hooks, PendingFile& file) {
   return job.src.valid() || job.from.remote ? 0 : OpenAgain(job);
 }
 
+int SizeBehind(int src, off_t* size) {
+  // Mounts remember attributes for a moment.
+  struct statx now;
+  if (::statx(src, "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_SIZE, &now) != 0) {
+    return Fail(errno, Side::kSource);
+  }
+  *size = static_cast<off_t>(now.stx_size);
+  return 0;
+}
+
 // Size of the source now. What was streamed from its server is closed, and looked at by name.
 int SizeOfSource(const Job& job, off_t* size) {
   if (!job.src) {
@@ -62,13 +72,7 @@ int SizeOfSource(const Job& job, off_t* size) {
     *size = st.st_size;
     return IdentityOf(st) == IdentityOf(job.st) ? 0 : Fail(ESTALE, Side::kSource);
   }
-  // Mounts remember attributes for a moment.
-  struct statx now;
-  if (::statx(job.src.get(), "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_SIZE, &now) != 0) {
-    return Fail(errno, Side::kSource);
-  }
-  *size = static_cast<off_t>(now.stx_size);
-  return 0;
+  return SizeBehind(job.src.get(), size);
 }
 
 // The copy must hold what its source holds at the end.
@@ -149,12 +153,31 @@ int Finish(Job& job, PendingFile& file) {
   return Publish(job, file);
 }
 
+// A file that needs no more than its data and its times.
+bool MayStayBehind(const Job& job, const _TAVOCOPYARGSEX& hooks) {
+  return job.may_stay_behind && hooks.behind && !job.replace && job.st.st_nlink == 1 &&
+         !job.from.remote && job.to.owner_known &&
+         NeedsTimesOnly(job.request.rules, job.st, job.to);
+}
+
 // The hook brings the file to its place, past the mount.
 int StreamRegular(Job& job, const _TAVOCOPYARGSEX& hooks) {
   int dst = -1;
+  const bool may_stay_behind = MayStayBehind(job, hooks);
+  if (may_stay_behind) {
+    hooks.behind->letNext();
+  } else if (job.name_is_free) {
+    job.name_is_free = false;
+    if (const auto settled = SettleConflict(job)) return *settled;
+  }
   const int result = CallDataHook(job, hooks, job.dst_path, &dst);
   const core::UniqueFd unasked(dst);
   if (result < 0) return -1;
+  job.behind = may_stay_behind ? hooks.behind->last() : 0;
+  if (job.behind != 0) {
+    job.outcome = Outcome::kBehind;
+    return 0;
+  }
   if (!job.src && OpenAgain(job) < 0) return -1;
   struct stat there;
   if (::fstatat(job.to.fd.get(), job.to_name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -207,6 +230,12 @@ int OpenRegular(Job& job) {
   if (S_ISREG(job.st.st_mode)) return 0;
   return S_ISDIR(job.st.st_mode) ? FailWith(core::kErrFileExpected, EISDIR, Side::kSource)
                                  : Fail(ESTALE, Side::kSource);
+}
+
+int CheckSourceSize(int src, off_t copied) {
+  off_t size = 0;
+  if (SizeBehind(src, &size) < 0) return -1;
+  return size == copied ? 0 : Fail(EIO, Side::kSource);
 }
 
 int CopyRegular(Job& job, const DataWay& way) {

@@ -1,6 +1,8 @@
 // Copying one regular file.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string_view>
 
 #include "job.h"
@@ -17,6 +19,9 @@ namespace fileop {
 
 // The source's whole content, when it was read before its turn; else empty.
 std::string_view AheadData(const Job& job);
+
+// Whether the source behind `src` still has as many bytes. -1 with the last error set.
+[[nodiscard]] int CheckSourceSize(int src, off_t copied);
 
 // How the data gets across.
 struct DataWay {

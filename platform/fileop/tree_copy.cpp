@@ -9,6 +9,7 @@
 #include "core/error.h"
 #include "metadata.h"
 #include "pending_file.h"
+#include "regular_file.h"
 #include "temp_name.h"
 
 namespace fileop {
@@ -136,6 +137,7 @@ void TreeCopy::ListingEnded(Level& level, int error) {
 }
 
 void TreeCopy::EndOfListing(Level& level) {
+  AwaitArrivals(level, 0);
   FlushReplacements(level);
   Publish(level);
   if (level.lost || level.in_folders || !level.has_folders) {
@@ -156,6 +158,7 @@ void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
   job.free_names = !level.fresh;
   job.finisher = &finisher_;
   if (!level.fresh && replacements_.Prepare(level.to) == 0) job.replacements = &replacements_;
+  PrepareToStayBehind(level, job);
   if (entry.type == DT_REG) job.st.st_mode = S_IFREG;
   if (entry.file != nullptr) {
     entry.file->Await();
@@ -166,7 +169,18 @@ void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
       job.ahead = entry.file.get();
     }
   }
-  if (CarryEntry(job, {level.rename, &links_}) < 0) {
+  int carried = CarryEntry(job, {level.rename, &links_});
+  if (carried < 0 && job.may_stay_behind && LatestFailure().err == EEXIST) {
+    job.may_stay_behind = job.name_is_free = false;
+    carried = CarryEntry(job, {level.rename, &links_});
+  }
+  if (level.to.remote && level.to.owner_known) {
+    remote_owner_.id = level.to.id;
+    remote_owner_.owner_known = true;
+    remote_owner_.owner = level.to.owner;
+    remote_owner_.group = level.to.group;
+  }
+  if (carried < 0) {
     level.kept = true;
     Note(LatestFailure());
     return;
@@ -174,8 +188,53 @@ void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
   AfterFile(level, job);
 }
 
+// Several small files are on their way to a server at once. In a folder that this walk has made,
+// the server is asked for each name when the file is about to get it, not before.
+void TreeCopy::PrepareToStayBehind(Level& level, Job& job) {
+  if (!level.to.remote || request_.args == nullptr || !request_.args->behind) return;
+  const bool may_be_renamed = job.free_names && request_.options->newName != nullptr;
+  if (may_be_renamed || arrivals_.MayCollide(job.to_name)) AwaitArrivals(level, 0);
+  if (!level.to.owner_known && level.to.id.dev == remote_owner_.id.dev) {
+    level.to.owner_known = remote_owner_.owner_known;
+    level.to.owner = remote_owner_.owner;
+    level.to.group = remote_owner_.group;
+  }
+  job.may_stay_behind = !may_be_renamed;
+  job.name_is_free = level.fresh && job.may_stay_behind && level.to.owner_known;
+}
+
+void TreeCopy::AwaitArrivals(Level& level, std::size_t leave) {
+  if (request_.args == nullptr || !request_.args->behind) return;
+  arrivals_.Await(*request_.args->behind, leave, [&](Arrivals::Sent& sent, bool arrived) {
+    if (!arrived) {
+      CarryAgain(level, sent);
+    } else if (CheckSourceSize(sent.src.get(), sent.st.st_size) < 0) {
+      level.kept = true;
+      Note(LatestFailure());
+    } else if (request_.removes) {
+      StageRemoval(level, sent.name, sent.st);
+      if (removals_.Full()) FlushRemovals();
+    }
+  });
+}
+
+// What did not arrive is carried in the ordinary way, which also tells why it fails.
+void TreeCopy::CarryAgain(Level& level, const Arrivals::Sent& sent) {
+  const Failure why = LatestFailure();
+  const bool lost =
+      stopped_ || request_.cancelled() || IsServerLost(why, root_from_->path, root_to_->path);
+  Job job{request_, level.from, sent.name, level.to, sent.to_name};
+  if (!lost && CarryEntry(job, {false, &links_}) == 0) {
+    AfterFile(level, job);
+    return;
+  }
+  level.kept = true;
+  Note(lost ? why : LatestFailure());
+}
+
 // Waits for what other hands do for the folder.
 void TreeCopy::Settle(Level& level) {
+  AwaitArrivals(level, 0);
   for (const Finisher::Failed& failed : finisher_.Settle()) {
     Note(failed.failure);
     level.kept = true;
@@ -199,6 +258,10 @@ void TreeCopy::AfterFile(Level& level, Job& job) {
   switch (job.outcome) {
     case Outcome::kRenamed:
       ReportRename(job.src_path, job.dst_path);
+      return;
+    case Outcome::kBehind:
+      arrivals_.Add(job);
+      if (arrivals_.Full()) AwaitArrivals(level, Arrivals::kMost - 1);
       return;
     case Outcome::kWaiting:
       if (replacements_.Full()) FlushReplacements(level);

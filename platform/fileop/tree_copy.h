@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "arrivals.h"
 #include "entry.h"
 #include "finisher.h"
 #include "hard_links.h"
@@ -48,7 +49,10 @@ class TreeCopy {
   void FolderStep(Level& level);
   void ListingEnded(Level& level, int error);
   void CarryFile(Level& level, const Lookahead::Entry& entry);
+  void PrepareToStayBehind(Level& level, Job& job);
   void Settle(Level& level);
+  void AwaitArrivals(Level& level, std::size_t leave);
+  void CarryAgain(Level& level, const Arrivals::Sent& sent);
   void FlushReplacements(Level& level);
   void AfterFile(Level& level, Job& job);
   void EndOfListing(Level& level);
@@ -83,10 +87,12 @@ class TreeCopy {
   Helper helper_;
   Lookahead lookahead_{&helper_};
   Finisher finisher_{&helper_};
+  Arrivals arrivals_;          // of the folder whose files are on
   ReplaceBatch replacements_;  // of the folder whose files are on
   RemovalBatch removals_;
   Failure first_;
   bool stopped_ = false;
+  TargetFolder remote_owner_;  // of the remote mount that has got a file last: who owns its files
   Outcome top_outcome_ = Outcome::kNone;
   std::int64_t last_tick_ = 0;
 };

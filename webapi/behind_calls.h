@@ -1,0 +1,11 @@
+// The hooks by which the data hook may leave small files behind.
+#pragma once
+
+#include "fileop/behind.h"
+
+namespace Fennox {
+
+// They speak for the destination's server.
+extern const TAVOBEHINDHOOKS kBehindHooks;
+
+}  // namespace Fennox

@@ -38,7 +38,10 @@ int ShallStop() {
 }  // namespace
 
 UploadCrew::~UploadCrew() {
-  given_up_ = true;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    given_up_ = true;
+  }
   posted_.notify_all();
   for (std::thread& thread : threads_) thread.join();
 }
@@ -81,33 +84,29 @@ bool UploadCrew::Await(std::uint64_t number) {
   return true;
 }
 
-// Signals are for the calling thread, whose waits they have to interrupt.
+// Signals are for the calling thread, whose waits they have to interrupt. The object is made here
+// and not by the new thread, which may begin when the owner of `make_` is about to end.
 void UploadCrew::StartThread() {
+  std::unique_ptr<Cloud> cloud = make_();
+  if (cloud == nullptr) {
+    most_ = threads_.size();
+    return;
+  }
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
   try {
-    threads_.emplace_back([this] { Loop(); });
+    threads_.emplace_back([this, own = std::move(cloud)] { Serve(*own); });
   } catch (const std::system_error&) {
     most_ = threads_.size();
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-void UploadCrew::Loop() {
-  pthread_setname_np(pthread_self(), "cloud-upload");
-  const std::unique_ptr<Cloud> cloud = make_();
-  if (cloud != nullptr) {
-    Serve(*cloud);
-    return;
-  }
-  const std::lock_guard<std::mutex> lock(mutex_);
-  Close(ENOMEM, core::kErrSystem);
-}
-
 // A closed crew gives its connections back: the mount may need them.
 void UploadCrew::Serve(Cloud& cloud) {
+  pthread_setname_np(pthread_self(), "cloud-upload");
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
     ++idle_;

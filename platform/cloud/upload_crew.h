@@ -55,7 +55,6 @@ class UploadCrew {
 
   bool NeedsThread() const { return idle_ < queue_.size() && threads_.size() < most_; }
   void StartThread();
-  void Loop();
   void Serve(Cloud& cloud);
   void Send(Cloud& cloud, Task& task);
   void End(Task& task, int system, int core);

@@ -16,9 +16,10 @@ class Behind {
   // Larger files are never left behind.
   static constexpr std::uint64_t kLargest = 1U << 20U;
 
-  // The next UploadFile on `cloud` is of a file that replaces nothing, and may return true as soon as the file was handed on. Its
-  // descriptor is duplicated, so nobody may read it meanwhile; `readSize` grants all of it
-  // first, `cancel` is asked by other threads, `progress` is told by Await.
+  // The next UploadFile on `cloud` is of a file that replaces nothing, and may return true as soon
+  // as the file was handed on. Its descriptor is duplicated, so nobody may read it meanwhile;
+  // `readSize` grants all of it first, `cancel` is asked by other threads, `progress` is told by
+  // Await.
   static void LetNext(Cloud* cloud);
   // The number of the file that the UploadFile after LetNext has left behind; 0: none.
   static std::uint64_t LastOf(const Cloud* cloud);

@@ -27,6 +27,14 @@ def pam_login(place, min_uid=1, more=""):
             + more)
 
 
+def token_of(place, user):
+    """A bearer token of a system user, and the [[token]] table that knows it."""
+    file, token = place / f"{user}.token", f"{user:x<32}".replace("-", "y")
+    file.write_text(token + "\n")
+    file.chmod(0o600)
+    return token, f'[[token]]\nuser = "{user}"\nfile = "{file}"\n'
+
+
 @contextlib.contextmanager
 def system_user(password):
     """A new system account with a password, removed afterwards."""

@@ -147,12 +147,22 @@ class Server:
         return False
 
 
+def children(pid):
+    return [int(child) for child in pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
+
+
+def environment(server, **more):
+    """What programs need to reach the server as its user."""
+    return dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}", FENNOX_TOKEN=server.token or "", **more)
+
+
+def fennox(server, *arguments, **options):
+    return subprocess.run([BUILD / "fennox", *arguments], env=options.pop("env", None) or environment(server),
+                          text=True, capture_output=True, timeout=120, **options)
+
+
 def command_line_alone(server, home):
     """fennox as somebody runs it who has not logged in, with settings of its own in `home`."""
-    def run(*arguments, **options):
-        environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}",
-                           XDG_CONFIG_HOME=str(home))
-        environment.pop("FENNOX_TOKEN", None)
-        return subprocess.run([BUILD / "fennox", *arguments], env=environment, text=True,
-                              capture_output=True, timeout=120, **options)
-    return run
+    alone = environment(server, XDG_CONFIG_HOME=str(home))
+    del alone["FENNOX_TOKEN"]
+    return lambda *arguments, **options: fennox(server, *arguments, env=alone, **options)

@@ -1,12 +1,11 @@
 """The server's answers, held against the description of the API that it serves."""
 import json
-import os
 import re
 import subprocess
 
 import pytest
 
-from server import ROOT
+from server import ROOT, environment
 
 jsonschema = pytest.importorskip("jsonschema")
 
@@ -89,9 +88,7 @@ def test_examples_of_the_documentation_work(make_server, place, language, comman
     (place / "photos" / "2026" / "a.jpg").write_bytes(b"picture")
     text = (ROOT / "docs" / "api.md").read_text(encoding="utf-8")
     example = re.search(rf"```{language}\n(.*?)```", text, re.DOTALL)[1]
-    environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}",
-                       FENNOX_TOKEN=server.token)
-    done = subprocess.run([*command, example], env=environment, capture_output=True, text=True,
+    done = subprocess.run([*command, example], env=environment(server), capture_output=True, text=True,
                           timeout=60, check=True)
     assert "finished" in done.stdout and "1003" not in done.stdout, done.stderr
     assert (place / "backup" / "2026" / "a.jpg").read_bytes() == b"picture"

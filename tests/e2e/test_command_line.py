@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-from server import BUILD, ROOT, command_line_alone
+from server import BUILD, ROOT, command_line_alone, environment, fennox
 from trees import assert_same, describe, make_tree
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "servers"))
@@ -18,11 +18,8 @@ from sftp import SftpServer  # noqa: E402
 from throwaway import NotHere  # noqa: E402
 
 
-def fennox(server, *arguments, **options):
-    environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}",
-                       FENNOX_TOKEN=server.token)
-    return subprocess.run([BUILD / "fennox", *arguments], env=environment, text=True,
-                          capture_output=True, timeout=120, **options)
+def big_file(place, megabytes):
+    (place / "src" / "big").write_bytes(os.urandom(megabytes << 20))
 
 
 def test_copy_and_move_show_their_end_in_the_exit_status(server, place):
@@ -42,8 +39,7 @@ def test_copy_and_move_show_their_end_in_the_exit_status(server, place):
 
 def test_detached_tasks_are_followed_listed_and_stopped(make_server, place):
     server = make_server(config='[bandwidth]\ndefault = "8MB"\n')
-    with open(place / "src" / "big", "wb") as big:
-        big.write(os.urandom(48 << 20))
+    big_file(place, 48)
     started = fennox(server, "copy", "--detach", "/src/big", "/dst")
     task = started.stdout.strip()
     assert started.returncode == 0 and task.startswith("Fennox_")
@@ -59,11 +55,8 @@ def test_detached_tasks_are_followed_listed_and_stopped(make_server, place):
 
 def test_interrupting_the_command_stops_the_task(make_server, place):
     server = make_server(config='[bandwidth]\ndefault = "8MB"\n')
-    with open(place / "src" / "big", "wb") as big:
-        big.write(os.urandom(48 << 20))
-    environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}",
-                       FENNOX_TOKEN=server.token)
-    running = subprocess.Popen([BUILD / "fennox", "copy", "/src/big", "/dst"], env=environment,
+    big_file(place, 48)
+    running = subprocess.Popen([BUILD / "fennox", "copy", "/src/big", "/dst"], env=environment(server),
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     while not server.client.host("tasks").data:
         time.sleep(0.02)
@@ -111,8 +104,7 @@ def test_refusals_are_json_too_and_keep_their_exit_status(server, place, tmp_pat
 
 
 def test_no_server_and_bad_usage_are_refused(server):
-    broken = subprocess.run([BUILD / "fennox", "list"], text=True, capture_output=True,
-                            env=dict(os.environ, FENNOX_URL="http://127.0.0.1:9", FENNOX_TOKEN="x"))
+    broken = fennox(server, "list", env=dict(os.environ, FENNOX_URL="http://127.0.0.1:9", FENNOX_TOKEN="x"))
     assert broken.returncode == 2 and broken.stderr
     assert fennox(server, "copy", "/src/x").returncode == 2
     assert fennox(server, "copy", "--skip", "--overwrite", "/src/x", "/dst").returncode == 2
@@ -138,12 +130,9 @@ def test_watch_and_log_show_all_tasks_and_what_they_did(make_server, place):
 
 def test_an_interrupted_watch_leaves_the_tasks_alone(make_server, place):
     server = make_server(config='[bandwidth]\ndefault = "8MB"\n')
-    with open(place / "src" / "big", "wb") as big:
-        big.write(os.urandom(24 << 20))
+    big_file(place, 24)
     task = fennox(server, "copy", "--detach", "/src/big", "/dst").stdout.strip()
-    environment = dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}",
-                       FENNOX_TOKEN=server.token)
-    watching = subprocess.Popen([BUILD / "fennox", "watch"], env=environment, text=True,
+    watching = subprocess.Popen([BUILD / "fennox", "watch"], env=environment(server), text=True,
                                 stdout=subprocess.PIPE)
     assert task in watching.stdout.readline()
     watching.send_signal(signal.SIGINT)
@@ -177,8 +166,7 @@ def test_paths_on_a_remote_server_are_completed_in_the_shell(make_server, place)
             done = subprocess.run(
                 ["bash", "-c", f'. {completion}; compopt() {{ :; }}; COMP_WORDS=(fennox "$@"); COMP_CWORD=$#; _fennox; '
                  'printf "%s\\n" "${COMPREPLY[@]}"', "-", *words], text=True, capture_output=True, timeout=60,
-                env=dict(os.environ, FENNOX_URL=f"http://127.0.0.1:{server.port}", FENNOX_TOKEN=server.token,
-                         PATH=f"{BUILD}:{os.environ['PATH']}"))
+                env=environment(server) | {"PATH": f"{BUILD}:{os.environ['PATH']}"})
             return done.stdout.splitlines()
 
         assert complete("ls", "sf") == ["sftp://nas/"]

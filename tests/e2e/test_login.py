@@ -9,7 +9,7 @@ import subprocess
 import pytest
 
 from accounts import ALICE, BOB, PASSWORDS, may_add_users, pam_login, system_user
-from server import BUILD, Client, command_line_alone
+from server import BUILD, Client, children, command_line_alone
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to check passwords")
 
@@ -169,18 +169,13 @@ def status_of(pid):
     return dict(line.split(":\t", 1) for line in text.splitlines())
 
 
-def children_of(pid):
-    listed = subprocess.run(["ps", "-o", "pid=", "--ppid", str(pid)], capture_output=True, text=True)
-    return [int(word) for word in listed.stdout.split()]
-
-
 def test_the_front_has_no_root_and_only_the_launcher_does(pam_server, place):
     front = status_of(pam_server.process.pid)
     assert "0" not in front["Uid"].split() + front["Gid"].split(), front
     assert front["Groups"].split() == [] and front["NoNewPrivs"] == "1"
     for name in ("CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb"):
         assert int(front[name], 16) == 0, name
-    launchers = children_of(pam_server.process.pid)
+    launchers = children(pam_server.process.pid)
     assert [status_of(pid)["Uid"].split()[0] for pid in launchers] == ["0"]
     folder = place / "state" / "front"
     assert folder.owner() == "nobody" and folder.stat().st_mode & 0o777 == 0o700

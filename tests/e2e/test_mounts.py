@@ -10,7 +10,8 @@ import time
 
 import pytest
 
-from server import BUILD, Client
+from accounts import ALICE as USER, token_of
+from server import Client, children, fennox
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "servers"))
 from ftp import FtpServer  # noqa: E402
@@ -18,7 +19,6 @@ from sftp import SftpServer  # noqa: E402
 from throwaway import NotHere  # noqa: E402
 from webdav import WebdavServer  # noqa: E402
 
-USER = "games"  # an account that every Debian has
 
 
 def fuse():
@@ -193,22 +193,15 @@ def test_what_is_wrong_is_said_in_words(closing, make_server, serve, place):
     for name, (change, _) in cases.items():
         config += far_server.remote(name, "auto", **{"connect_timeout": 5, **change})
     server = make_server(config=config)
-    environment = {"FENNOX_URL": f"http://127.0.0.1:{server.port}", "FENNOX_TOKEN": server.token,
-                   "PATH": os.environ["PATH"]}
-
-    def fennox(*arguments):
-        return subprocess.run([str(BUILD / "fennox"), "remote", *arguments], env=environment,
-                              capture_output=True, text=True, check=False)
-
     for name, (_, problem) in cases.items():
-        answer = fennox("check", name)
+        answer = fennox(server, "remote", "check", name)
         assert answer.returncode == (1 if problem else 0), answer
         assert answer.stdout.startswith(f"{name}: {problem or 'ready'}"), answer
     for name, code in (("refused", 2109), ("stranger", 2115)):
         answer = server.client.host("list", path=f"sftp://{name}/")
         assert answer.code == code, server.log_text()
-    assert fennox("check", "unknown").returncode == 2
-    lines = fennox("list").stdout.splitlines()
+    assert fennox(server, "remote", "check", "unknown").returncode == 2
+    lines = fennox(server, "remote", "list").stdout.splitlines()
     assert len(lines) == len(cases) and lines[0].split() == ["good", "mounted", "sftp://good/"]
     paths = {share["path"] for share in server.client.host("shares").data if share["remote"]}
     assert paths == {f"sftp://{name}/" for name in cases}
@@ -222,23 +215,15 @@ def test_a_server_with_an_untrusted_certificate_is_not_mounted(closing, make_ser
     assert server.wait_log("(certificate not trusted)")
 
 
-def children(pid):
-    found = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
-    return [int(child) for child in found]
-
-
 @pytest.mark.skipif(os.geteuid() != 0, reason="needs root to become other users")
 @pytest.mark.parametrize("kind", [SftpServer, FtpServer], ids=["sftp", "ftp"])
 def test_a_user_uses_what_only_the_server_can_log_in_to(closing, make_server, serve, place, far, kind):
     far_server = serve(kind)
-    token = place / "token"
-    token.write_text("g" * 32)
-    token.chmod(0o600)
-    server = make_server(config=f'[[token]]\nuser = "{USER}"\nfile = "{token}"\n'
-                         + far_server.remote("nas", "auto", users=[USER])
+    token, table = token_of(place, USER)
+    server = make_server(config=table + far_server.remote("nas", "auto", users=[USER])
                          + far_server.remote("closed", "auto", users=["root"]))
     far_server.own.chmod(0o711)
-    client = Client(server.port, "g" * 32)
+    client = Client(server.port, token)
     base = f"{far_server.protocol}://nas/"
     (place / "dst").chmod(0o777)
     (place / "src" / "big").write_bytes(os.urandom(11 << 20))

@@ -15,10 +15,10 @@ import urllib.request
 
 import pytest
 
-from server import API, BUILD, Client
+from server import API, BUILD, Client, environment, fennox
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "servers"))
-from throwaway import make_certificate  # noqa: E402
+from throwaway import free_port, make_certificate  # noqa: E402
 
 CONFIG_LIMITS = "[limits]\nheader_seconds = 2\nbody_seconds = 2\n"
 
@@ -203,12 +203,12 @@ def test_with_a_certificate_only_tls_is_spoken_and_the_cookie_stays_on_it(make_s
         ask(ssl.create_default_context())
     assert b"HTTP/1.1 200" not in raw(server.port, b"GET /health HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
 
-    def fennox(**more):
-        environment = dict(os.environ, FENNOX_URL=f"https://127.0.0.1:{server.port}", FENNOX_TOKEN=server.token, **more)
-        return subprocess.run([BUILD / "fennox", "list"], env=environment, text=True, capture_output=True, timeout=60)
+    def listed(trusted):
+        return fennox(server, "list", env=environment(server, SSL_CERT_FILE=str(trusted)) | {
+            "FENNOX_URL": f"https://127.0.0.1:{server.port}"})
 
-    assert fennox(SSL_CERT_FILE=str(place / "server.pem")).returncode == 0
-    distrusting = fennox(SSL_CERT_FILE="/dev/null")
+    assert listed(place / "server.pem").returncode == 0
+    distrusting = listed("/dev/null")
     assert distrusting.returncode == 2 and "certificate" in distrusting.stderr
 
 
@@ -261,12 +261,6 @@ def test_no_path_leads_out_of_a_share(server, place):
         assert b"HTTP/1.1 404" in raw(
             server.port, f"GET {path} HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n"
                          f"Authorization: Bearer {server.token}\r\n\r\n".encode()), path
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 SAMPLE = re.compile(r'([a-z_]+)(?:\{([a-z]+)="([^"\\]+)"\})? (\d+(?:\.\d+)?(?:e[+-]\d+)?)')
@@ -357,7 +351,6 @@ def test_metrics_count_tasks_and_name_nobody(make_server, place):
 
 
 def test_metrics_are_for_this_machine_alone(tmp_path):
-    from server import BUILD
     for address in ("0.0.0.0:9105", "192.0.2.1:9105", "[::]:9105"):
         file = tmp_path / "fennox.toml"
         file.write_text(f'[server]\nstate = "{tmp_path}/state"\nmetrics = "{address}"\n')

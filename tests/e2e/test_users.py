@@ -4,21 +4,16 @@ import pwd
 
 import pytest
 
+from accounts import ALICE, BOB, token_of
 from server import Client
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="needs root to become other users")
 
-ALICE, BOB = "games", "www-data"  # two accounts that every Debian has
-
 
 @pytest.fixture
 def clients(make_server, place):
-    config = ""
-    for user in (ALICE, BOB):
-        file = place / f"{user}.token"
-        file.write_text(f"{user:x<32}".replace("-", "y") + "\n")
-        file.chmod(0o600)
-        config += f'[[token]]\nuser = "{user}"\nfile = "{file}"\n'
+    issued = {user: token_of(place, user) for user in (ALICE, BOB)}
+    config = "".join(table for _, table in issued.values())
     config += f'''
 [[share]]
 name = "readonly"
@@ -46,8 +41,7 @@ restrict = ["no-download"]
     (place / "keep").chmod(0o777)
     server = make_server(config=config)
     (place / "dst").chmod(0o777)
-    tokens = {u: (place / f"{u}.token").read_text().strip() for u in (ALICE, BOB)}
-    yield {user: Client(server.port, token) for user, token in tokens.items()}
+    yield {user: Client(server.port, token) for user, (token, _) in issued.items()}
 
 
 def own(path, user, mode):

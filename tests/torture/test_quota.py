@@ -5,13 +5,13 @@ import subprocess
 
 import pytest
 
+from accounts import ALICE as USER, token_of
 from outcome import Round
 from server import Client
 from volumes import run, syncfs
 
 pytestmark = pytest.mark.root
 
-USER = "games"  # an account that every Debian has
 QUOTA_EXCEEDED = 415
 
 
@@ -65,21 +65,14 @@ def give(root, user):
             os.chown(path, record.pw_uid, record.pw_gid, follow_symlinks=False)
 
 
-def client_of(make_server, place, shares):
-    token = place / "token"
-    token.write_text(f"{USER:x<32}\n")
-    token.chmod(0o600)
-    server = make_server(shares, f'[[token]]\nuser = "{USER}"\nfile = "{token}"\n')
-    return Client(server.port, f"{USER:x<32}")
-
-
 @pytest.mark.parametrize("move", [False, True], ids=["copy", "move"])
 @pytest.mark.parametrize("quota", [OfTheUser, OfTheSubvolume], ids=["ext4", "btrfs"])
 def test_quota(make_volume, make_server, place, rounds, tally, quota, move):
     shares = {"src": make_volume("folder", "src").folder}
     target = quota.make(make_volume)
     shares["dst"] = target.folder
-    client = client_of(make_server, place, shares)
+    token, table = token_of(place, USER)
+    client = Client(make_server(shares, table).port, token)
     for number, rng in rounds(3):
         this = Round(client, shares, number, rng, move)
         for folder in (this.source, this.target):

@@ -1,7 +1,11 @@
 #include "curl_handle.h"
 
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
@@ -48,6 +52,14 @@ class SilentServers {
   std::mutex mutex_;
   std::set<std::string> servers_;
 };
+
+// Closes a connection, having noted whether its server has done so.
+int CloseSocket(void* hung_up, curl_socket_t socket) {
+  char byte = 0;
+  const ssize_t got = recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  *static_cast<bool*>(hung_up) = got == 0 || (got < 0 && errno != EAGAIN);
+  return close(socket);
+}
 
 SilentServers& Silent() {
   static SilentServers silent;
@@ -112,6 +124,8 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, int co
   Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
   Set(CURLOPT_LOW_SPEED_TIME, quiet_limit_);
   Set(CURLOPT_TCP_KEEPALIVE, 1L);
+  Set(CURLOPT_CLOSESOCKETFUNCTION, &CloseSocket);
+  Set(CURLOPT_CLOSESOCKETDATA, &hung_up_);
   const long hurried = silent ? kHurriedSilentTimeout : kHurriedTimeout;
   Set(CURLOPT_TIMEOUT, hurry_ ? hurried : 0L);
   Set(CURLOPT_NOPROGRESS, watched_ == nullptr ? 1L : 0L);
@@ -178,7 +192,9 @@ void CurlHandle::Perform(Outcome* outcome) {
   const NoBrokenPipeSignal guard;
   std::array<char, CURL_ERROR_SIZE> buffer{};
   Set(CURLOPT_ERRORBUFFER, buffer.data());
+  hung_up_ = false;
   outcome->code = Drive();
+  outcome->hung_up = hung_up_;
   // A hurried request says nothing: it asks for much in little time.
   const bool silent = outcome->code == CURLE_OPERATION_TIMEDOUT;
   if ((silent && !hurry_) || outcome->ok()) Silent().Note(server_, silent);

@@ -51,6 +51,8 @@ bool IsLost(const Outcome& outcome, bool sftp) {
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSH:
       return true;
+    case CURLE_LOGIN_DENIED:  // the library says so, too, when the connection ends in a login
+      return sftp && outcome.hung_up;
     case CURLE_QUOTE_ERROR:  // without an answer of the server
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_FTP_WEIRD_PASV_REPLY:

@@ -49,6 +49,19 @@ class RefusalTest : public TransferTest {
     return {};
   }
 
+  // Ends the server's sessions once one of them asks `program` whom to let in.
+  void EndSessionsThatAsk(const std::string& program) const {
+    for (int i = 0; i < 3000; ++i) {
+      for (const pid_t pid : server_.Sessions()) {
+        if (ReadAll("/proc/" + std::to_string(pid) + "/comm") == program + "\n") {
+          return server_.EndSessions();
+        }
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ADD_FAILURE() << "no login";
+  }
+
   // A server of this program that serves one connection only.
   void ExpectErrorForty(const std::string& program, const std::string& limit) {
     if (!server_.Start(program, {"--root", folder_, limit})) {
@@ -148,6 +161,22 @@ TEST_F(RefusalTest, OnlyListedUsersGetAConnectionAndOnlyToWhatExists) {
   EXPECT_EQ(VLIBCErrGet(), core::kErrNotPermitted);
   EXPECT_EQ(Utils::CreateCloudByURI(geteuid(), "ftp://server2/", 1), nullptr);
   EXPECT_EQ(VLIBCErrGet(), core::kErrNotFound);
+}
+
+TEST_F(RefusalTest, AConnectionThatEndsInTheLoginIsNoRefusal) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root's server asks a program whom to let in";
+  if (!server_.Start("sftp.py",
+                     {"--root", folder_, "--option", "AuthorizedKeysCommand /usr/bin/sleep 99",
+                      "--option", "AuthorizedKeysCommandUser root"})) {
+    GTEST_SKIP() << "no SSH server can run here";
+  }
+  core::RemoteConfig remote = server_.remote();
+  remote.key_file = server_.own() / "host_key";  // one that the server has to ask about
+  Use(remote);
+  std::thread breaker([this] { EndSessionsThatAsk("sleep"); });
+  EXPECT_FALSE(cloud_->Connect(nullptr));
+  breaker.join();
+  EXPECT_EQ(VLIBCErrGet(), core::kErrHostDown);
 }
 
 }  // namespace

@@ -1,23 +1,28 @@
-// The system calls that a copy of a tree cannot do without, and nothing else: no
-// hooks, no progress, no names that come last, no check of what was read. What a
-// copy engine takes beyond this is its own.
+// The system calls that a copy of a tree, or a move of a folder's entries, cannot do
+// without, and nothing else: no hooks, no progress, no names that come last, no check of
+// what was read. What an engine takes beyond this is its own.
 //
 //   copy_floor SOURCE NEW_FOLDER [THREADS [WAY]]
+//   copy_floor rename SOURCE FOLDER
 //
 // WAY is how a file gets its name: "final" (made under it), "rename" (made under
-// another), "link" (made without one). Prints the milliseconds taken.
+// another), "link" (made without one). The second form moves the entries of SOURCE. Prints
+// the milliseconds taken.
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <linux/limits.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -107,6 +112,58 @@ void List(const std::string& from, const std::string& to, std::vector<Batch>* ba
   for (const std::string& name : folders) List(from + "/" + name, to + "/" + name, batches);
 }
 
+std::vector<std::string> NamesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// What the request asks of each entry before any of them is touched: on which mount it
+// lies, and whether its name is taken.
+void CheckEntries(const std::vector<std::string>& names, const std::string& from,
+                  const std::string& to) {
+  for (const std::string& name : names) {
+    struct statx stx {};
+    constexpr int kFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
+    const std::string source = from + "/" + name;
+    if (statx(AT_FDCWD, source.c_str(), kFlags, STATX_TYPE | STATX_MNT_ID, &stx) != 0) Stop(source);
+    if (access((to + "/" + name).c_str(), F_OK) == 0) Stop(name);
+  }
+}
+
+// What the worker has to do: tell files from folders, then for each look whether the name
+// is taken meanwhile, look at what is to be moved, and rename.
+void MoveEntries(const std::vector<std::string>& names, const std::string& from,
+                 const std::string& to) {
+  struct stat st {};
+  for (const std::string& name : names) {
+    if (lstat((from + "/" + name).c_str(), &st) != 0) Stop(name);
+  }
+  const int source = open(from.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int target = open(to.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  for (const std::string& name : names) {
+    if (access((to + "/" + name).c_str(), F_OK) == 0) Stop(name);
+    if (fstatat(source, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+        renameat2(source, name.c_str(), target, name.c_str(), RENAME_NOREPLACE) != 0) {
+      Stop(name);
+    }
+  }
+  close(source);
+  close(target);
+}
+
+double MoveFloor(const std::string& from, const std::string& to) {
+  const std::vector<std::string> names = NamesIn(from);
+  const auto begin = std::chrono::steady_clock::now();
+  CheckEntries(names, from, to);
+  MoveEntries(names, from, to);
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin)
+      .count();
+}
+
 Way WayOf(const std::string& name) {
   if (name == "rename") return Way::kRename;
   return name == "link" ? Way::kLink : Way::kFinal;
@@ -116,8 +173,14 @@ Way WayOf(const std::string& name) {
 
 int main(int count, char** arguments) {
   if (count < 3) {
-    std::fprintf(stderr, "usage: copy_floor SOURCE NEW_FOLDER [THREADS [final|rename|link]]\n");
+    std::fprintf(stderr,
+                 "usage: copy_floor SOURCE NEW_FOLDER [THREADS [final|rename|link]]\n"
+                 "       copy_floor rename SOURCE FOLDER\n");
     return 2;
+  }
+  if (count == 4 && std::string_view(arguments[1]) == "rename") {
+    std::printf("%.1f\n", MoveFloor(arguments[2], arguments[3]));
+    return 0;
   }
   const int threads = count > 3 ? std::atoi(arguments[3]) : 1;
   const Way way = WayOf(count > 4 ? arguments[4] : "final");

@@ -64,7 +64,7 @@ class Client:
                 watch()
             time.sleep(pause)
             # The questions of a long task must not take the processor from it.
-            pause = min(pause * 1.2, 0.02)
+            pause = min(pause * 1.2, 0.005)
         if status["progress"] != 1 or status.get("errors"):
             raise Refused(f"the task failed: {str(status)[:500]}")
         return status

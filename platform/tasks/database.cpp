@@ -181,14 +181,15 @@ Database::~Database() {
   errno = savedErrno_;
 }
 
-int Database::WaitForOthers(void* self, int attempt) {
+int Database::WaitForOthers(void* self, int /*attempt*/) {
   const auto* database = static_cast<Database*>(self);
-  if (std::chrono::steady_clock::now() >= database->deadline_) return 0;
-  // A write takes a tenth of a millisecond.
-  constexpr int kShortest = 100;
-  constexpr int kLongest = 20'000;
-  std::this_thread::sleep_for(
-      std::chrono::microseconds(std::min(kShortest << std::min(attempt, 8), kLongest)));
+  const auto now = std::chrono::steady_clock::now();
+  if (now >= database->deadline_) return 0;
+  // A write takes a tenth of a millisecond, and one of a long request some milliseconds.
+  using Microseconds = std::chrono::microseconds;
+  const auto waited =
+      std::chrono::duration_cast<Microseconds>(now - (database->deadline_ - kBusyTimeout));
+  std::this_thread::sleep_for(std::clamp(waited / 8, Microseconds(100), Microseconds(20'000)));
   return 1;
 }
 

@@ -23,20 +23,22 @@ bool MayComeBack(const KVX::Task& task) {
 
 bool WaitUntil(KVX::Task* task, int seconds, const std::function<bool()>& ready) {
   if (task == nullptr) return false;
-  constexpr std::chrono::microseconds kLongestPause{100'000};
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  std::chrono::microseconds pause{250};
+  using Microseconds = std::chrono::microseconds;
+  const auto begin = std::chrono::steady_clock::now();
+  const auto deadline = begin + std::chrono::seconds(seconds);
   for (;;) {
     if (task->reload()) {
       if (ready()) return true;
     } else if (!MayComeBack(*task)) {
       return false;
     }
-    const auto left =
-        std::chrono::ceil<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+    const auto now = std::chrono::steady_clock::now();
+    const auto left = std::chrono::ceil<Microseconds>(deadline - now);
     if (left.count() <= 0) return false;
-    std::this_thread::sleep_for(std::min(pause, left));
-    pause = std::min(pause * 2, kLongestPause);
+    // What is waited for is noticed late by an eighth of the wait at most.
+    const auto eighth = std::chrono::duration_cast<Microseconds>(now - begin) / 8;
+    std::this_thread::sleep_for(
+        std::min(left, std::clamp(eighth, Microseconds(250), Microseconds(100'000))));
   }
 }
 

@@ -15,7 +15,7 @@ SLOW_PEERS = (RSYNC, RCLONE)
 TREE_TARGETS = {("ext4", False, False): 0.70, ("xfs", False, False): 0.75,
                 ("ext4", True, False): 0.55, ("xfs", True, False): 0.55,
                 ("ext4", True, True): 0.50, ("xfs", True, True): 0.50}
-RCLONE_TARGET, RSYNC_TARGET = 8, 1.8
+RCLONE_TARGET, RSYNC_TARGET, FLOOR_TARGET = 8, 1.8, 1.15
 
 
 def programs(arguments, names):
@@ -161,6 +161,8 @@ def run_tree(arguments):
     if (arguments.fs, arguments.cold) == ("ext4", False):
         if arguments.two_fs:
             check_times_faster(result, group, what, RSYNC, RSYNC_TARGET)
+        elif peers.FLOOR in names:  # below which nobody can get
+            check_ratio(result, group, what, FLOOR_TARGET, peers.FLOOR)
         else:
             check_times_faster(result, group, what, RCLONE, RCLONE_TARGET)
     return result
@@ -173,6 +175,7 @@ def run_large(arguments):
                            {group: large(arguments, names)}, names)
     if not arguments.cold:
         check_ratio(result, group, described(arguments, group), 1.0)
+        check_ratio(result, group, described(arguments, group), FLOOR_TARGET, peers.FLOOR)
     return result
 
 
@@ -198,10 +201,11 @@ def run_sparse(arguments):
         # cp -a leaves blocks in the holes of a file on XFS.
         data.compare_sparse(source / data.SPARSE, dest / data.SPARSE, blocks=program == OURS)
 
-    names = programs(arguments, [CP])
+    names = programs(arguments, [CP, peers.FLOOR])
     group = (f"{data.SPARSE_SIZE >> 30} GiB file with {data.SPARSE_DATA >> 20} MiB of data, "
              "as many blocks as the source")
     result = report.result("sparse", parameters(arguments),
                            {group: measure(arguments, "sparse", 2 << 30, fill, names, check)}, names)
     check_ratio(result, group, described(arguments, group), 1.0)
+    check_ratio(result, group, described(arguments, group), FLOOR_TARGET, peers.FLOOR)
     return result

@@ -11,10 +11,9 @@ import tempfile
 import time
 import urllib.parse
 
-import peers
+from peers import BUILD
 from volumes import undisturbed
 
-BUILD = pathlib.Path(os.environ.get("FENNOX_BUILD", peers.ROOT / "build" / "release"))
 API = "/webapi/TAVO.Fennox.CopyMove?version=3&method="
 
 

@@ -17,7 +17,7 @@ bool EndWorker() {
     return false;
   }
   if (_task->isFinished()) return true;
-  const Json::Value data = _task->getProperty("data");
+  const Json::Value& data = _task->loadedProperty("data");
   if (!data.isObject()) {
     LogError(2098, "Failed to get json data");
     return false;

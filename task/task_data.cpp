@@ -7,10 +7,11 @@
 namespace Fennox {
 namespace {
 
-// Anything but an object is as good as lost.
+// Anything but an object is as good as lost. Long lists of sources stay in the record:
+// the worker has its own.
 bool ReadData(Json::Value& data) {
   _task->reload();
-  data = _task->getProperty("data");
+  data = _task->loadedProperty("data");
   return data.isObject();
 }
 

@@ -60,7 +60,7 @@ void WorkerRun::Run() {
   (void)std::signal(SIGTERM, MVCPSignalHandler);
   (void)std::atexit(MVCPRemoveTask);
   (void)WaitForTaskDataReady(_task, "data", kRecordWaitSeconds);
-  _taskDataSnapshot = _task->getProperty("data");
+  _taskDataSnapshot = _task->loadedProperty("data");
   if (Stopped()) return;
 
   if (start_.TouchesRemoteMount() && !WaitForTurn()) return;

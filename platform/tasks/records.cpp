@@ -5,6 +5,7 @@
 
 #include "core/process.h"
 #include "json_text.h"
+#include "long_lists.h"
 #include "totals.h"
 
 namespace tasks::internal {
@@ -154,6 +155,10 @@ Result LoadRecord(const std::string& user, const std::string& id, Json::Value* p
     ended = query.Integer(2) != 0;
     if (query.IsNull(0)) continue;
     const std::string name = query.Bytes(0);
+    if (name == kLongLists) {
+      stored[name].clear();
+      continue;
+    }
     std::string text = query.Bytes(1);
     const auto known = stored_before.find(name);
     if (known != stored_before.end() && known->second == text && before.isMember(name)) {
@@ -169,6 +174,17 @@ Result LoadRecord(const std::string& user, const std::string& id, Json::Value* p
   *texts = std::move(stored);
   *finished = ended;
   return Result::kDone;
+}
+
+Result LoadLongLists(const std::string& user, const std::string& id, Json::Value* data) {
+  Database database;
+  if (const Result opened = database.Open(user); opened != Result::kDone) return opened;
+  Statement query(database,
+                  "SELECT p.value FROM tasks t JOIN properties p ON p.task = t.seq "
+                  "WHERE t.id = ? AND p.name = ?");
+  query.Bind(id).Bind(std::string(kLongLists));
+  if (query.Next()) PutLongLists(query.Bytes(0), data);
+  return query.result();
 }
 
 Result AskFinished(const std::string& user, const std::string& id, bool* finished) {
@@ -200,6 +216,8 @@ Result RestoreData(const std::string& user, const std::string& id, const Json::V
   if (result != Result::kDone || !stored.isNull()) return result;
   Json::Value values(Json::objectValue);
   values["data"] = data;
+  Json::Value lists = TakeLongLists(&values["data"]);
+  if (!lists.isNull()) values[kLongLists].swap(lists);
   result = WriteProperties(database, row, values);
   return result == Result::kDone ? database.Commit() : result;
 }

@@ -32,9 +32,14 @@ using StoredTexts = std::map<std::string, std::string>;
 // The properties, an object, and whether the record is finished, as of one moment.
 // On failure *properties is an empty object and *finished false. *texts are the
 // stored texts of *properties, of the load before and then of this one: what is
-// stored as it was need not be parsed again.
+// stored as it was need not be parsed again. Long lists (long_lists.h) are left out; their
+// name is among *texts when there are any.
 [[nodiscard]] Result LoadRecord(const std::string& user, const std::string& id,
                                 Json::Value* properties, bool* finished, StoredTexts* texts);
+
+// Puts the record's long lists into `data`.
+[[nodiscard]] Result LoadLongLists(const std::string& user, const std::string& id,
+                                   Json::Value* data);
 
 [[nodiscard]] Result AskFinished(const std::string& user, const std::string& id, bool* finished);
 

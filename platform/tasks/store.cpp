@@ -9,14 +9,16 @@
 #include "core/config.h"
 #include "database.h"
 #include "json_text.h"
+#include "long_lists.h"
 
 namespace tasks {
 namespace {
 
 constexpr const char* kColumns =
-    "SELECT t.id, t.finished, t.created, d.value, p.value FROM tasks t "
+    "SELECT t.id, t.finished, t.created, d.value, p.value, l.value FROM tasks t "
     "LEFT JOIN properties d ON d.task = t.seq AND d.name = 'data' "
-    "LEFT JOIN properties p ON p.task = t.seq AND p.name = 'progress' ";
+    "LEFT JOIN properties p ON p.task = t.seq AND p.name = 'progress' "
+    "LEFT JOIN properties l ON l.task = t.seq AND l.name = ? ";
 
 Record RecordOf(const internal::Statement& row) {
   Record record;
@@ -24,6 +26,7 @@ Record RecordOf(const internal::Statement& row) {
   record.finished = row.Integer(1) != 0;
   record.created = row.Integer(2);
   if (!row.IsNull(3)) record.data = internal::TextToJson(row.Bytes(3));
+  if (!row.IsNull(5)) internal::PutLongLists(row.Bytes(5), &record.data);
   const Json::Value progress = internal::TextToJson(row.Bytes(4));
   if (progress.isNumeric()) record.progress = progress.asDouble();
   return record;
@@ -36,6 +39,7 @@ std::vector<Record> List(const std::string& user) {
   internal::Database database;
   if (database.Open(user) != internal::Result::kDone) return records;
   internal::Statement query(database, std::string(kColumns) + "ORDER BY t.seq");
+  query.Bind(std::string(internal::kLongLists));
   while (query.Next()) records.push_back(RecordOf(query));
   return records;
 }
@@ -44,7 +48,7 @@ bool Read(const std::string& user, const std::string& id, Record* out) {
   internal::Database database;
   if (database.Open(user) != internal::Result::kDone) return false;
   internal::Statement query(database, std::string(kColumns) + "WHERE t.id = ?");
-  query.Bind(id);
+  query.Bind(std::string(internal::kLongLists)).Bind(id);
   if (!query.Next()) return false;
   *out = RecordOf(query);
   return true;

@@ -5,8 +5,10 @@
 #include <array>
 #include <cerrno>
 #include <cstdarg>
+#include <string_view>
 #include <utility>
 
+#include "long_lists.h"
 #include "notifications.h"
 #include "records.h"
 
@@ -82,7 +84,13 @@ bool Task::reload() {
          Result::kDone;
 }
 
-Json::Value Task::getProperty(const char* name) const { return loadedProperty(name); }
+Json::Value Task::getProperty(const char* name) const {
+  Json::Value value = loadedProperty(name);
+  const bool apart = name != nullptr && std::string_view(name) == "data" &&
+                     texts_.contains(tasks::internal::kLongLists);
+  if (!apart || tasks::internal::LoadLongLists(user_, id_, &value) == Result::kDone) return value;
+  return {};
+}
 
 const Json::Value& Task::loadedProperty(const char* name) const {
   return name == nullptr ? Json::Value::nullSingleton() : properties_[name];
@@ -105,13 +113,14 @@ void Task::beginUpdate() {
 
 bool Task::setProperty(const char* name, Json::Value value) {
   if (name == nullptr) return false;
-  if (updating_) {
-    pending_[name] = std::move(value);
-    return true;
+  const bool alone = !updating_;
+  if (alone) beginUpdate();
+  if (std::string_view(name) == "data") {
+    Json::Value lists = tasks::internal::TakeLongLists(&value);
+    if (!lists.isNull()) pending_[tasks::internal::kLongLists].swap(lists);
   }
-  beginUpdate();
   pending_[name] = std::move(value);
-  return endUpdate();
+  return !alone || endUpdate();
 }
 
 void Task::setTransferredBytes(std::uint64_t bytes) {
@@ -139,6 +148,10 @@ bool Task::writePending(bool finish) {
     return false;
   }
   for (auto& [name, text] : written) {
+    if (name == tasks::internal::kLongLists) {
+      texts_[name].clear();
+      continue;
+    }
     properties_[name].swap(values[name]);
     texts_[name] = std::move(text);
   }

@@ -1,4 +1,5 @@
 #include <json/value.h>
+#include <json/writer.h>
 #include <sys/stat.h>
 
 #include <limits>
@@ -97,6 +98,42 @@ TEST_F(RecordTest, RecoveryReplacesOnlyDataThatIsLost) {
   EXPECT_TRUE(task->getProperty("data").isNull());
   EXPECT_TRUE(RecoverTaskData(task.get(), snapshot));
   EXPECT_EQ(task->getProperty("data")["path"], "snapshot");
+}
+
+TEST_F(RecordTest, LongListsAreWrittenOnceAndReadWithTheWhole) {
+  Json::Value data = DataWithPid(getpid());
+  for (int i = 0; i < 100; ++i) data["params"]["path"].append("/photos/" + std::to_string(i));
+  data["params"]["dest_folder_path"] = "/backup";
+  const auto whole = [&] {
+    tasks::Record record;
+    EXPECT_TRUE(tasks::Read("ann", "t", &record));
+    EXPECT_EQ(tasks::List("ann").at(0).data, record.data);
+    EXPECT_EQ(Get("ann", "t")->getProperty("data"), record.data);
+    return record.data;
+  };
+  const auto task = Make("ann", "t");
+  const auto save = [&] {
+    EXPECT_TRUE(task->reload());
+    return SaveTaskData(task.get(), task->loadedProperty("data"), 0.5F);
+  };
+  ASSERT_TRUE(task->setProperty("data", data));
+  EXPECT_FALSE(task->loadedProperty("data")["params"].isMember("path"));
+  EXPECT_EQ(whole(), data);
+  // An earlier server's record has them in "data", and is taken apart when next written.
+  const std::string inside = Json::writeString(Json::StreamWriterBuilder(), data);
+  Edit("ann",
+       "DELETE FROM properties WHERE name = 'data.params';"
+       "UPDATE properties SET value = '" +
+           inside + "' WHERE name = 'data'");
+  EXPECT_EQ(whole(), data);
+  EXPECT_TRUE(save());
+  EXPECT_EQ(whole(), data);
+
+  Edit("ann", "UPDATE properties SET value = '{\"path\":[]}' WHERE name = 'data.params'");
+  EXPECT_TRUE(save());
+  EXPECT_EQ(whole()["params"]["path"], Json::Value(Json::arrayValue));
+  Edit("ann", "UPDATE properties SET value = '{' WHERE name = 'data.params'");
+  EXPECT_TRUE(whole().isNull());
 }
 
 TEST_F(RecordTest, IdsAreLongRandomAndTakenOnlyOnce) {

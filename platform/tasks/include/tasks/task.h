@@ -43,10 +43,12 @@ class Task {
   bool reload();
 
   // The loaded value, null when the property is missing or its stored text is
-  // damaged.
+  // damaged. The "params" of "data" may hold lists of many thousands of values, which are
+  // kept apart: they are read anew for this.
   Json::Value getProperty(const char* name) const;
 
-  // The same without a copy; valid until the task is loaded or changed again.
+  // The same without a copy, and without those lists; valid until the task is loaded or
+  // changed again. "data" that is written without the lists leaves them as they are stored.
   const Json::Value& loadedProperty(const char* name) const;
   bool getBoolProperty(const char* name, bool fallback) const;
   double getDoubleProperty(const char* name, double fallback) const;

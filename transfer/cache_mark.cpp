@@ -13,7 +13,6 @@ namespace Fennox {
 
 void MarkCacheStale(const char* path) {
   constexpr char kName[] = "tavo::cacheclean";
-  if (_mountTakesNoMarks) return;
   const KeptError keep;
   if (setxattr(vfs::ShortPath(path).c_str(), kName, "", 0, 0) == 0) return;
   // Some mounts in user space answer EIO to what they do not know.

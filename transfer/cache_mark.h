@@ -3,7 +3,7 @@
 
 namespace Fennox {
 
-// For a new file on a mount. A mount that takes no such mark is asked once only.
+// For a new file on a mount. Notes when the mount takes no such marks.
 void MarkCacheStale(const char* path);
 
 }  // namespace Fennox

@@ -22,7 +22,7 @@ int CopyDescriptors(const TransferJob& job) {
 }
 
 bool IsStillOnItsWay(const TransferJob& job) {
-  return job.dest.isVfs && TAVOCloud::Behind::LastOf(_destCloud) != 0;
+  return TAVOCloud::Behind::LastOf(job.dest.isVfs ? _destCloud : _srcCloud) != 0;
 }
 
 int TransferRemote(TransferJob& job) {

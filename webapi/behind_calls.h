@@ -5,7 +5,7 @@
 
 namespace Fennox {
 
-// They speak for the destination's server.
+// They speak for the server at the one end that is remote.
 extern const TAVOBEHINDHOOKS kBehindHooks;
 
 }  // namespace Fennox

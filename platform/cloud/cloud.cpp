@@ -51,8 +51,13 @@ bool Cloud::DownloadFile(Cloud* cloud, const std::string& remotePath, int fd, st
     VLIBCErrSetEx(core::kErrBadArgument, __FILE__, __LINE__);
     return false;
   }
-  return cloud->Download(cloud->GetServerPathBySharePath(remotePath), fd, size, progress, cancel,
-                         readSize);
+  const std::string path = cloud->GetServerPathBySharePath(remotePath);
+  auto* server = dynamic_cast<ServerCloud*>(cloud);
+  if (server != nullptr &&
+      server->LeaveBehind({true, path, {}, size, progress, cancel}, fd, readSize)) {
+    return true;
+  }
+  return cloud->Download(path, fd, size, progress, cancel, readSize);
 }
 
 bool Cloud::UploadFile(Cloud* cloud, const std::string& remotePath, int fd, std::uint64_t size,
@@ -63,7 +68,8 @@ bool Cloud::UploadFile(Cloud* cloud, const std::string& remotePath, int fd, std:
   }
   const std::string path = cloud->GetServerPathBySharePath(remotePath);
   auto* server = dynamic_cast<ServerCloud*>(cloud);
-  if (server != nullptr && server->LeaveBehind(path, fd, size, progress, cancel, readSize)) {
+  if (server != nullptr &&
+      server->LeaveBehind({false, path, {}, size, progress, cancel}, fd, readSize)) {
     return true;
   }
   if (!cloud->Upload(path, fd, size, progress, cancel, readSize)) return false;

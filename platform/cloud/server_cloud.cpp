@@ -65,21 +65,20 @@ void ServerCloud::LetNextStayBehind() {
     }
     return another;
   };
-  crew_ = std::make_unique<UploadCrew>(make, static_cast<std::size_t>(spare));
+  crew_ = std::make_unique<Crew>(make, static_cast<std::size_t>(spare));
 }
 
-bool ServerCloud::LeaveBehind(const std::string& path, int fd, std::uint64_t size,
-                              ProgressFn progress, CancelFn cancel, ReadSizeFn readSize) {
+bool ServerCloud::LeaveBehind(Crew::File file, int fd, ReadSizeFn readSize) {
   last_behind_ = 0;
   struct stat st {};
   sends_new_files_ = std::exchange(may_stay_behind_, false);
-  const bool may = sends_new_files_ && size <= Behind::kLargest && crew_->IsOpen() &&
+  const bool may = sends_new_files_ && file.size <= Behind::kLargest && crew_->IsOpen() &&
                    fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
   if (!may) return false;
-  Flow pace(-1, size, nullptr, cancel, readSize);
-  core::UniqueFd own(fcntl(fd, F_DUPFD_CLOEXEC, 0));
-  if (!own || !pace.AwaitGrants()) return false;
-  last_behind_ = crew_->Post({path, std::move(own), size, progress, cancel});
+  Flow pace(-1, file.size, nullptr, file.cancel, readSize);
+  file.fd.reset(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+  if (!file.fd || !pace.AwaitGrants()) return false;
+  last_behind_ = crew_->Post(std::move(file));
   return last_behind_ != 0;
 }
 

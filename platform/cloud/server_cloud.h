@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "cloud/cloud.h"
+#include "crew.h"
 #include "failure.h"
 #include "flow.h"
 #include "leftovers.h"
-#include "upload_crew.h"
 
 namespace TAVOCloud {
 
@@ -21,9 +21,9 @@ class ServerCloud : public Cloud {
   void LetNextStayBehind();
   std::uint64_t last_behind() const { return last_behind_; }
   [[nodiscard]] bool AwaitBehind(std::uint64_t number);
-  // For UploadFile, before it sends the file itself: true when the file was left behind.
-  [[nodiscard]] bool LeaveBehind(const std::string& path, int fd, std::uint64_t size,
-                                 ProgressFn progress, CancelFn cancel, ReadSizeFn readSize);
+  // For UploadFile and DownloadFile, before they carry the file themselves: true when it was
+  // left behind. `file` has no descriptor of its own yet.
+  [[nodiscard]] bool LeaveBehind(Crew::File file, int fd, ReadSizeFn readSize);
 
  protected:
   // `source` names the kind in its log lines.
@@ -58,7 +58,7 @@ class ServerCloud : public Cloud {
   bool may_stay_behind_ = false;
   bool sends_new_files_ = false;
   std::uint64_t last_behind_ = 0;
-  std::unique_ptr<UploadCrew> crew_;
+  std::unique_ptr<Crew> crew_;
 };
 
 }  // namespace TAVOCloud

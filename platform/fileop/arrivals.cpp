@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "pending_file.h"
+
 namespace fileop {
 namespace {
 
@@ -25,19 +27,17 @@ std::string Folded(const std::string& name) {
 
 bool Arrivals::MayCollide(const std::string& name) const {
   const std::string folded = Folded(name);
-  return std::any_of(files_.begin(), files_.end(),
-                     [&](const Sent& sent) { return Folded(sent.to_name) == folded; });
-}
-
-void Arrivals::Add(Job& job) {
-  files_.push_back({job.name, job.to_name, job.dst_path, std::move(job.src), job.st, job.behind});
+  return std::any_of(jobs_.begin(), jobs_.end(),
+                     [&](const auto& job) { return Folded(job->to_name) == folded; });
 }
 
 void Arrivals::Await(const TAVOBEHINDHOOKS& hooks, std::size_t leave, const OnEnd& on_end) {
-  while (files_.size() > leave) {
-    Sent sent = std::move(files_.front());
-    files_.pop_front();
-    on_end(sent, hooks.await(sent.dst_path.c_str(), sent.number) == 0);
+  while (jobs_.size() > leave) {
+    const std::unique_ptr<Job> job = std::move(jobs_.front());
+    jobs_.pop_front();
+    const int fetch = job->from.remote ? 1 : 0;
+    const std::string shown = fetch != 0 ? job->pending->ShownPath() : job->dst_path;
+    on_end(*job, hooks.await(fetch, shown.c_str(), job->behind) == 0);
   }
 }
 

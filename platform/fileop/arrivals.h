@@ -1,13 +1,11 @@
-// Files of one folder that are still on their way to its server.
+// Files of one folder that are still on their way.
 #pragma once
-
-#include <sys/stat.h>
 
 #include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 
-#include "core/unique_fd.h"
 #include "fileop/behind.h"
 #include "job.h"
 
@@ -15,23 +13,15 @@ namespace fileop {
 
 class Arrivals {
  public:
-  struct Sent {
-    std::string name;  // in the source folder
-    std::string to_name;
-    std::string dst_path;
-    core::UniqueFd src;
-    struct stat st;  // of the source, before anything was read
-    unsigned long long number;
-  };
   // Hears how a file ended; not arrived: it has to be copied again.
-  using OnEnd = std::function<void(Sent& sent, bool arrived)>;
+  using OnEnd = std::function<void(Job& job, bool arrived)>;
 
-  // A name that the server might take for that of a file on its way.
+  // A name that some server might take for that of a file on its way.
   bool MayCollide(const std::string& name) const;
 
   // Takes a job over that the data hook has left behind.
-  void Add(Job& job);
-  bool Full() const { return files_.size() >= kMost; }
+  void Add(Job& job) { jobs_.push_back(std::make_unique<Job>(std::move(job))); }
+  bool Full() const { return jobs_.size() >= kMost; }
 
   // Waits for the files in the order they came until at most `leave` are on their way.
   void Await(const TAVOBEHINDHOOKS& hooks, std::size_t leave, const OnEnd& on_end);
@@ -39,7 +29,7 @@ class Arrivals {
   static constexpr std::size_t kMost = 16;
 
  private:
-  std::deque<Sent> files_;
+  std::deque<std::unique_ptr<Job>> jobs_;
 };
 
 }  // namespace fileop

@@ -128,7 +128,7 @@ int CarryEntry(Job& job, const EntryWays& ways) {
     const int looked = ::fstatat(job.from.fd.get(), job.name.c_str(), &job.st, AT_SYMLINK_NOFOLLOW);
     if (looked != 0) return Fail(errno, Side::kSource);
   }
-  if (S_ISREG(job.st.st_mode) && !job.src && OpenRegular(job) < 0) return -1;
+  if (S_ISREG(job.st.st_mode) && !job.src && !job.unopened && OpenRegular(job) < 0) return -1;
   if (CheckRemovable(job) < 0) return -1;
   if (!job.to.unseen && !job.name_is_free) {
     if (const auto result = SettleConflict(job)) return *result;

@@ -46,8 +46,8 @@ bool Helper::Post(const std::shared_ptr<Work>& work) {
 }
 
 void Helper::Wake() {
-  const bool all = slow();
-  if (all) (void)Start(kMostThreads);
+  const bool all = slow() || wide_ > 1;
+  if (all) (void)Start(wide_ > 0 ? wide_ : kMostThreads);
   bool asleep = false;
   {
     const std::lock_guard<std::mutex> lock(mutex_);

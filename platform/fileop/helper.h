@@ -50,6 +50,9 @@ class Helper {
   // Returns when all posted work is done; lends a hand meanwhile.
   void Drain();
 
+  // As many threads as `most` from now on, whatever the device: reads wait for a server.
+  void Widen(std::size_t most) { wide_ = most; }
+
   // Whether the latest read had to wait for the device. Any thread may tell.
   void TellSlow(bool slow) { slow_.store(slow, std::memory_order_relaxed); }
   bool slow() const { return slow_.load(std::memory_order_relaxed); }
@@ -72,6 +75,7 @@ class Helper {
   std::size_t sleeping_ = 0;
   bool stop_ = false;
   bool failed_ = false;
+  std::size_t wide_ = 0;  // for the calling thread
   std::atomic<bool> slow_{false};
   std::vector<std::thread> threads_;
 };

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <memory>
 #include <string>
 
 #include "core/error.h"
@@ -14,6 +15,7 @@ namespace fileop {
 
 class AheadFile;
 class Finisher;
+class PendingFile;
 class ReplaceBatch;
 
 enum class Outcome {
@@ -48,9 +50,11 @@ struct Job {
   Finisher* finisher = nullptr;
   ReplaceBatch* replacements = nullptr;
 
-  bool may_stay_behind = false;   // the data hook may leave it on its way
-  bool name_is_free = false;      // nobody but this walk gives names in the folder
-  unsigned long long behind = 0;  // number of what it has left so
+  bool may_stay_behind = false;            // the data hook may leave it on its way
+  bool name_is_free = false;               // nobody but this walk gives names in the folder
+  bool unopened = false;                   // the data hook fetches the source, and `st` is known
+  unsigned long long behind = 0;           // number of what it has left so
+  std::shared_ptr<PendingFile> pending{};  // the copy of what is fetched so
 
   std::string src_path{};  // as hooks are told
   std::string dst_path{};

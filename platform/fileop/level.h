@@ -10,6 +10,7 @@
 
 #include "dir_stream.h"
 #include "folder.h"
+#include "lookahead.h"
 #include "removal.h"
 
 namespace fileop {
@@ -26,8 +27,10 @@ struct Level {
   bool rename = false;      // source and destination are one volume
   bool in_folders = false;  // files are done, folders are on
   bool has_folders = false;
-  bool kept = false;                     // something below stays at the source
-  bool lost = false;                     // the destination folder could not get its name
+  bool kept = false;         // something below stays at the source
+  bool lost = false;         // the destination folder could not get its name
+  bool ahead_known = false;  // `ahead` is
+  AheadPlace::How ahead = AheadPlace::How::kNot;
   bool open = false;                     // holds its descriptors
   std::shared_ptr<const Origin> origin;  // of a move
   // Sources copied into a folder that has no final name yet.

@@ -1,6 +1,7 @@
 #include "lookahead.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -58,7 +59,36 @@ void AheadFile::Await() {
   state_.wait(kClaimed, std::memory_order_acquire);
 }
 
+// A mount may have a connection for each open file, so none stays open. What is read is given on
+// as a file of its own.
+void AheadFile::OpenRemote() {
+  if (place_.how == AheadPlace::How::kLook) {
+    looked = ::fstatat(place_.from, name_.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+    return;
+  }
+  const core::UniqueFd there(OpenQuietly(place_.from, name_.c_str()));
+  const bool small = there.valid() && ::fstat(there.get(), &st) == 0 && S_ISREG(st.st_mode) &&
+                     st.st_size > 0 && st.st_size <= Lookahead::kLargestRead;
+  if (!small) return;
+  // One byte more than there should be: a short answer proves the end.
+  std::vector<char> content(static_cast<std::size_t>(st.st_size) + 1);
+  std::size_t size = 0;
+  for (ssize_t got = 1; got > 0 && size < content.size(); size += static_cast<std::size_t>(got)) {
+    got = ::read(there.get(), content.data() + size, content.size() - size);
+    if (got < 0) return;
+  }
+  core::UniqueFd held(::memfd_create("fileop-ahead", MFD_CLOEXEC));
+  if (size + 1 != content.size() || ::pwrite(held.get(), content.data(), size, 0) != st.st_size) {
+    return;
+  }
+  fd = std::move(held);
+}
+
 void AheadFile::Open() {
+  if (place_.how != AheadPlace::How::kOpen) {
+    OpenRemote();
+    return;
+  }
   fd.reset(OpenQuietly(place_.from, name_.c_str()));
   if (fd.valid() && ::fstat(fd.get(), &st) != 0) fd.reset();
   if (fd.valid() && S_ISREG(st.st_mode) && st.st_size > 0) {
@@ -125,11 +155,13 @@ bool Lookahead::List(const AheadPlace& place, DirStream* stream, bool* folders) 
 }
 
 void Lookahead::Fill(const AheadPlace& place, DirStream* stream, bool* folders) {
-  while (entries_.size() < kEntries) {
+  const bool remote = place.how == AheadPlace::How::kRead || place.how == AheadPlace::How::kLook;
+  while (entries_.size() < (remote ? kRemoteEntries : kEntries)) {
     if (next_ == listed_.size() && !List(place, stream, folders)) break;
     Listed& found = listed_[next_++];
     Entry entry{std::move(found.name), found.type, nullptr};
-    if (place.to != nullptr && found.type == DT_REG && passed_ >= kAlone) {
+    if (place.how != AheadPlace::How::kNot && found.type == DT_REG &&
+        (remote || passed_ >= kAlone)) {
       entry.file = std::make_shared<AheadFile>(helper_, place, entry.name);
       if (!helper_->Post(entry.file)) entry.file.reset();
     }

@@ -21,8 +21,9 @@ namespace fileop {
 // Where files are opened ahead, and where their copies will stand.
 struct AheadPlace {
   int from = -1;
-  const TargetFolder* to = nullptr;
+  const TargetFolder* to = nullptr;  // null for a remote source
   const MetadataRules* rules = nullptr;
+  enum class How { kNot, kOpen, kRead, kLook } how = How::kNot;  // kRead and kLook: remote
 };
 
 // One file that will be asked for. Whoever claims it first opens it.
@@ -38,10 +39,12 @@ class AheadFile : public Work {
   void Await();
 
   // The result, once it is there. An invalid descriptor says nothing but that the
-  // file is to be opened again.
+  // file is to be opened again; of a remote source, as large as is read ahead at most, it holds
+  // the content only, and the file on its mount is closed.
   core::UniqueFd fd;
   struct stat st {};
-  bool whole = false;  // was read to its end
+  bool whole = false;   // was read to its end
+  bool looked = false;  // `st` is known, though the file was not opened
   std::string_view content() const { return {data_.get(), static_cast<std::size_t>(st.st_size)}; }
   // The copy, still empty, when it goes into a folder that nobody sees; it is
   // removed unless it is taken.
@@ -51,6 +54,7 @@ class AheadFile : public Work {
   enum State : int { kWaiting, kClaimed, kDone };
 
   void Open();
+  void OpenRemote();
   void ReadWhole();
   void MakeTarget();
 
@@ -76,7 +80,6 @@ class Lookahead {
 
   // The next entry that is not a folder; *folders is set when one was passed.
   // False at the listing's end (errno 0) and when it cannot be read.
-  // `place.to` is null when nothing is to be opened ahead.
   bool Next(const AheadPlace& place, DirStream* stream, Entry* entry, bool* folders);
 
   // Forgets the entries of a folder that is given up. The helper must be drained.
@@ -101,6 +104,7 @@ class Lookahead {
 
   static constexpr std::size_t kStretch = 1024;
   static constexpr std::size_t kEntries = 64;
+  static constexpr std::size_t kRemoteEntries = 16;  // each is a question to a server
 
   Helper* helper_;
   std::vector<Listed> listed_;

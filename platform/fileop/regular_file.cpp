@@ -40,15 +40,23 @@ int CallDataHook(Job& job, const _TAVOCOPYARGSEX& hooks, const std::string& show
   return result;
 }
 
+// A small file that the data hook fetches from its server.
+bool MayFetchBehind(const Job& job, const _TAVOCOPYARGSEX& hooks) {
+  return job.may_stay_behind && hooks.behind && job.from.remote && job.unopened;
+}
+
 int MoveByHook(Job& job, const _TAVOCOPYARGSEX& hooks, PendingFile& file) {
   int dst = file.Lend();
   if (dst < 0) return -1;
+  const bool may_stay_behind = MayFetchBehind(job, hooks);
+  if (may_stay_behind) hooks.behind->letNext(1);
   if (CallDataHook(job, hooks, file.ShownPath(), &dst) < 0) {
     const core::UniqueFd lent(dst);
     file.DropUnfinished(dst);
     return -1;
   }
   if (file.TakeBack(dst) < 0) return -1;
+  job.behind = may_stay_behind ? hooks.behind->last(1) : 0;
   return job.src.valid() || job.from.remote ? 0 : OpenAgain(job);
 }
 
@@ -106,7 +114,7 @@ int MoveData(Job& job, const DataWay& way, PendingFile& file) {
   }
   if (way.hooks == nullptr || way.hooks->read_write == nullptr) return MoveAllData(&data, &pacer);
   if (MoveByHook(job, *way.hooks, file) < 0) return -1;
-  return job.end_proven ? 0 : CheckSize(job, file);
+  return job.end_proven || job.behind != 0 ? 0 : CheckSize(job, file);
 }
 
 bool Streams(const Job& job, const DataWay& way) {
@@ -165,7 +173,7 @@ int StreamRegular(Job& job, const _TAVOCOPYARGSEX& hooks) {
   int dst = -1;
   const bool may_stay_behind = MayStayBehind(job, hooks);
   if (may_stay_behind) {
-    hooks.behind->letNext();
+    hooks.behind->letNext(0);
   } else if (job.name_is_free) {
     job.name_is_free = false;
     if (const auto settled = SettleConflict(job)) return *settled;
@@ -173,7 +181,7 @@ int StreamRegular(Job& job, const _TAVOCOPYARGSEX& hooks) {
   const int result = CallDataHook(job, hooks, job.dst_path, &dst);
   const core::UniqueFd unasked(dst);
   if (result < 0) return -1;
-  job.behind = may_stay_behind ? hooks.behind->last() : 0;
+  job.behind = may_stay_behind ? hooks.behind->last(0) : 0;
   if (job.behind != 0) {
     job.outcome = Outcome::kBehind;
     return 0;
@@ -232,14 +240,8 @@ int OpenRegular(Job& job) {
                                  : Fail(ESTALE, Side::kSource);
 }
 
-int CheckSourceSize(int src, off_t copied) {
-  off_t size = 0;
-  if (SizeBehind(src, &size) < 0) return -1;
-  return size == copied ? 0 : Fail(EIO, Side::kSource);
-}
-
 int CopyRegular(Job& job, const DataWay& way) {
-  if (!job.src && OpenRegular(job) < 0) return -1;
+  if (!job.src && !job.unopened && OpenRegular(job) < 0) return -1;
   if (Streams(job, way)) {
     const int result = StreamRegular(job, *way.hooks);
     if (result == 0 || job.request.cancelled()) return result;
@@ -254,8 +256,26 @@ int CopyRegular(Job& job, const DataWay& way) {
     if (file.Create(job.to, job.to_name, mode, job.replace) < 0) return -1;
   }
   if (MoveData(job, way, file) < 0) return -1;
+  if (job.behind != 0) {
+    job.pending = std::make_shared<PendingFile>(std::move(file));
+    job.outcome = Outcome::kBehind;
+    return 0;
+  }
   if (job.finisher != nullptr && job.finisher->Take(job, file) > 0) return 0;
   return Finish(job, file);
+}
+
+int FinishArrived(Job& job) {
+  if (job.pending != nullptr) {
+    // The server has said where the file ends.
+    struct stat st;
+    if (::fstat(job.pending->fd(), &st) != 0) return Fail(errno, Side::kDestination);
+    if (st.st_size != job.st.st_size) return Fail(EIO, Side::kSource);
+    return Finish(job, *job.pending);
+  }
+  if (CheckSize(job, job.st.st_size) < 0) return -1;
+  job.outcome = Outcome::kCopied;
+  return 0;
 }
 
 }  // namespace fileop

@@ -1,8 +1,6 @@
 // Copying one regular file.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string_view>
 
 #include "job.h"
@@ -20,9 +18,6 @@ namespace fileop {
 // The source's whole content, when it was read before its turn; else empty.
 std::string_view AheadData(const Job& job);
 
-// Whether the source behind `src` still has as many bytes. -1 with the last error set.
-[[nodiscard]] int CheckSourceSize(int src, off_t copied);
-
 // How the data gets across.
 struct DataWay {
   const _TAVOCOPYARGSEX* hooks = nullptr;  // read-size and data hooks, or null
@@ -32,5 +27,8 @@ struct DataWay {
 // Copies the file and gives the copy its final name. The name's conflicts have
 // been resolved before; one that comes up meanwhile is resolved again.
 [[nodiscard]] int CopyRegular(Job& job, const DataWay& way);
+
+// What is left to do for a file that was on its way when CopyRegular returned, and has arrived.
+[[nodiscard]] int FinishArrived(Job& job);
 
 }  // namespace fileop

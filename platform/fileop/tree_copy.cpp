@@ -4,6 +4,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "answers.h"
 #include "conflict.h"
 #include "core/error.h"
@@ -11,6 +13,7 @@
 #include "pending_file.h"
 #include "regular_file.h"
 #include "temp_name.h"
+#include "vfs/vfs.h"
 
 namespace fileop {
 namespace {
@@ -106,11 +109,31 @@ void TreeCopy::Step() {
   }
 }
 
+// What is sent to a server is not read here at all. A mount is asked by a few threads only: it may
+// have a connection for each.
+AheadPlace::How TreeCopy::HowAhead(const Level& level) {
+  using How = AheadPlace::How;
+  if (level.rename || level.to.remote) return How::kNot;
+  if (!level.from.remote) return How::kOpen;
+  vfs::MountInfo mount;
+  if (!vfs::FindByFullPath(level.from.path, &mount)) return How::kNot;
+  constexpr int kMost = 3;
+  const int most = mount.max_connections;
+  const int threads = most == 0 ? kMost : std::clamp(most - kMost, 0, kMost);
+  if (threads == 0 || request_.args == nullptr || !request_.args->behind) return How::kNot;
+  helper_.Widen(static_cast<std::size_t>(threads));
+  const TAVOBEHINDHOOKS& hooks = *request_.args->behind;
+  const bool fetches = hooks.fetches(level.from.path.c_str(), level.to.path.c_str(), 0) != 0;
+  return fetches ? How::kLook : How::kRead;
+}
+
 void TreeCopy::FileStep(Level& level) {
   Lookahead::Entry entry;
-  // A server may refuse that many open files, and what is streamed is not read here at all.
-  const bool ahead = !level.rename && !level.to.remote && !level.from.remote;
-  const AheadPlace place{level.from.fd.get(), ahead ? &level.to : nullptr, &request_.rules};
+  if (!level.ahead_known) {
+    level.ahead = HowAhead(level);
+    level.ahead_known = true;
+  }
+  const AheadPlace place{level.from.fd.get(), &level.to, &request_.rules, level.ahead};
   if (lookahead_.Next(place, &level.stream, &entry, &level.has_folders)) {
     CarryFile(level, entry);
     return;
@@ -167,6 +190,9 @@ void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
       job.src = std::move(entry.file->fd);
       job.st = entry.file->st;
       job.ahead = entry.file.get();
+    } else if (entry.file->looked && S_ISREG(entry.file->st.st_mode)) {
+      job.st = entry.file->st;
+      job.unopened = job.may_stay_behind = true;
     }
   }
   int carried = CarryEntry(job, {level.rename, &links_});
@@ -205,25 +231,26 @@ void TreeCopy::PrepareToStayBehind(Level& level, Job& job) {
 
 void TreeCopy::AwaitArrivals(Level& level, std::size_t leave) {
   if (request_.args == nullptr || !request_.args->behind) return;
-  arrivals_.Await(*request_.args->behind, leave, [&](Arrivals::Sent& sent, bool arrived) {
+  arrivals_.Await(*request_.args->behind, leave, [&](Job& job, bool arrived) {
     if (!arrived) {
-      CarryAgain(level, sent);
-    } else if (CheckSourceSize(sent.src.get(), sent.st.st_size) < 0) {
+      CarryAgain(level, job);
+    } else if (FinishArrived(job) < 0) {
       level.kept = true;
       Note(LatestFailure());
-    } else if (request_.removes) {
-      StageRemoval(level, sent.name, sent.st);
-      if (removals_.Full()) FlushRemovals();
+    } else {
+      AfterFile(level, job);
     }
   });
 }
 
 // What did not arrive is carried in the ordinary way, which also tells why it fails.
-void TreeCopy::CarryAgain(Level& level, const Arrivals::Sent& sent) {
+void TreeCopy::CarryAgain(Level& level, Job& sent) {
   const Failure why = LatestFailure();
   const bool lost =
       stopped_ || request_.cancelled() || IsServerLost(why, root_from_->path, root_to_->path);
   Job job{request_, level.from, sent.name, level.to, sent.to_name};
+  job.free_names = sent.free_names;
+  sent.pending.reset();
   if (!lost && CarryEntry(job, {false, &links_}) == 0) {
     AfterFile(level, job);
     return;

@@ -45,6 +45,7 @@ class TreeCopy {
   };
 
   void Step();
+  AheadPlace::How HowAhead(const Level& level);
   void FileStep(Level& level);
   void FolderStep(Level& level);
   void ListingEnded(Level& level, int error);
@@ -52,7 +53,7 @@ class TreeCopy {
   void PrepareToStayBehind(Level& level, Job& job);
   void Settle(Level& level);
   void AwaitArrivals(Level& level, std::size_t leave);
-  void CarryAgain(Level& level, const Arrivals::Sent& sent);
+  void CarryAgain(Level& level, Job& sent);
   void FlushReplacements(Level& level);
   void AfterFile(Level& level, Job& job);
   void EndOfListing(Level& level);

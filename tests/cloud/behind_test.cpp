@@ -75,6 +75,28 @@ TEST_P(BehindTest, ManyArriveWholeAndAreCountedWhenTheyHave) {
   EXPECT_FALSE(Behind::Await(cloud_.get(), sent.begin()->first)) << "it was asked for already";
 }
 
+TEST_P(BehindTest, ManyAreFetchedWhole) {
+  std::map<std::uint64_t, std::unique_ptr<core::UniqueFd>> fetched;
+  std::uint64_t all = 0;
+  for (const std::uint64_t size : {0, 1, 5000, 300'000, 1 << 20}) {
+    const std::string name = std::to_string(fetched.size());
+    WriteFile(Path(name), RandomText(size), 0644);
+    auto fd = std::make_unique<core::UniqueFd>(open(folder_.c_str(), O_TMPFILE | O_RDWR, 0600));
+    Behind::LetNext(cloud_.get());
+    ASSERT_TRUE(TAVOCloud::Cloud::DownloadFile(cloud_.get(), cloud_->GetServerID() + name,
+                                               fd->get(), size, &CountBytes, &ShallStop, nullptr));
+    fetched[Behind::LastOf(cloud_.get())] = std::move(fd);
+    all += size;
+  }
+  ASSERT_EQ(fetched.size(), 5U);
+  for (const auto& [number, fd] : fetched) {
+    ASSERT_TRUE(Behind::Await(cloud_.get(), number)) << std::hex << VLIBCErrGet();
+    const std::string text = ReadAll("/proc/self/fd/" + std::to_string(fd->get()));
+    EXPECT_TRUE(text == RandomText(text.size()));
+  }
+  EXPECT_EQ(watch.counted, all);
+}
+
 TEST_P(BehindTest, ATakenNameIsLeftAlone) {
   WriteFile(Path("file"), "old", 0644);
   EXPECT_FALSE(Behind::Await(cloud_.get(), Leave("file", "new")));

@@ -1,4 +1,4 @@
-// Small files that are still on their way to a server when UploadFile has returned.
+// Small files that are still on their way when UploadFile or DownloadFile has returned.
 #pragma once
 
 #include <cstdint>
@@ -16,16 +16,16 @@ class Behind {
   // Larger files are never left behind.
   static constexpr std::uint64_t kLargest = 1U << 20U;
 
-  // The next UploadFile on `cloud` is of a file that replaces nothing, and may return true as soon
-  // as the file was handed on. Its descriptor is duplicated, so nobody may read it meanwhile;
-  // `readSize` grants all of it first, `cancel` is asked by other threads, `progress` is told by
-  // Await.
+  // The next DownloadFile on `cloud`, or UploadFile of a file that replaces nothing, may return
+  // true as soon as the file was handed on. Its descriptor is duplicated, so nobody may move it
+  // meanwhile; `readSize` grants all of it first, `cancel` is asked by other threads, `progress`
+  // is told by Await.
   static void LetNext(Cloud* cloud);
-  // The number of the file that the UploadFile after LetNext has left behind; 0: none.
+  // The number of the file that the call after LetNext has left behind; 0: none.
   static std::uint64_t LastOf(const Cloud* cloud);
-  // Waits for that file, once. True when it is at its place, its size confirmed, with the time
-  // of its source where the protocol carries one. False with the last error set: kErrExists
-  // when the name was taken, which replaces nothing where the server can be told so.
+  // Waits for that file, once. True when all of it is there; what was uploaded is at its place,
+  // its size confirmed, with the time of its source where the protocol carries one. False with
+  // the last error set: kErrExists when the name was taken, by what stays there.
   [[nodiscard]] static bool Await(Cloud* cloud, std::uint64_t number);
 };
 

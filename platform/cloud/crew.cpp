@@ -1,4 +1,4 @@
-#include "upload_crew.h"
+#include "crew.h"
 
 #include <pthread.h>
 
@@ -19,7 +19,7 @@ std::uint64_t NextNumber() {
   return ++latest;
 }
 
-// What ends the upload that the calling thread is at.
+// What ends the transfer that the calling thread is at.
 struct Stop {
   CancelFn cancel = nullptr;
   const std::atomic<bool>* given_up = nullptr;
@@ -32,12 +32,13 @@ Stop& OwnStop() {
 
 int ShallStop() {
   const Stop& stop = OwnStop();
-  return *stop.given_up || (stop.cancel != nullptr && stop.cancel() != 0) ? 1 : 0;
+  const bool given_up = stop.given_up != nullptr && stop.given_up->load();
+  return given_up || (stop.cancel != nullptr && stop.cancel() != 0) ? 1 : 0;
 }
 
 }  // namespace
 
-UploadCrew::~UploadCrew() {
+Crew::~Crew() {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     given_up_ = true;
@@ -46,7 +47,7 @@ UploadCrew::~UploadCrew() {
   for (std::thread& thread : threads_) thread.join();
 }
 
-std::uint64_t UploadCrew::Post(File file) {
+std::uint64_t Crew::Post(File file) {
   const std::uint64_t number = NextNumber();
   const std::lock_guard<std::mutex> lock(mutex_);
   if (!IsOpen()) return 0;
@@ -63,7 +64,7 @@ std::uint64_t UploadCrew::Post(File file) {
   return number;
 }
 
-bool UploadCrew::Await(std::uint64_t number) {
+bool Crew::Await(std::uint64_t number) {
   std::unique_lock<std::mutex> lock(mutex_);
   const auto found = tasks_.find(number);
   if (found == tasks_.end()) {
@@ -86,7 +87,7 @@ bool UploadCrew::Await(std::uint64_t number) {
 
 // Signals are for the calling thread, whose waits they have to interrupt. The object is made here
 // and not by the new thread, which may begin when the owner of `make_` is about to end.
-void UploadCrew::StartThread() {
+void Crew::StartThread() {
   std::unique_ptr<Cloud> cloud = make_();
   if (cloud == nullptr) {
     most_ = threads_.size();
@@ -105,8 +106,8 @@ void UploadCrew::StartThread() {
 }
 
 // A closed crew gives its connections back: the mount may need them.
-void UploadCrew::Serve(Cloud& cloud) {
-  pthread_setname_np(pthread_self(), "cloud-upload");
+void Crew::Serve(Cloud& cloud) {
+  pthread_setname_np(pthread_self(), "cloud-crew");
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
     ++idle_;
@@ -121,10 +122,13 @@ void UploadCrew::Serve(Cloud& cloud) {
   }
 }
 
-void UploadCrew::Send(Cloud& cloud, Task& task) {
+void Crew::Send(Cloud& cloud, Task& task) {
   OwnStop() = {task.file.cancel, &given_up_};
+  const File& file = task.file;
   const bool sent =
-      cloud.Upload(task.file.path, task.file.fd.get(), task.file.size, nullptr, ShallStop, nullptr);
+      file.download
+          ? cloud.Download(file.path, file.fd.get(), file.size, nullptr, ShallStop, nullptr)
+          : cloud.Upload(file.path, file.fd.get(), file.size, nullptr, ShallStop, nullptr);
   const int system = errno;
   const int core = VLIBCErrGet();
   const std::lock_guard<std::mutex> lock(mutex_);
@@ -141,14 +145,14 @@ void UploadCrew::Send(Cloud& cloud, Task& task) {
 }
 
 // With the lock held, as is Close.
-void UploadCrew::End(Task& task, int system, int core) {
+void Crew::End(Task& task, int system, int core) {
   task.over = true;
   task.system = system;
   task.core = core;
   ended_.notify_all();
 }
 
-void UploadCrew::Close(int system, int core) {
+void Crew::Close(int system, int core) {
   closed_ = true;
   for (Task* task : std::exchange(queue_, {})) {
     End(*task, system, core != core::kErrNone ? core : core::kErrSystem);

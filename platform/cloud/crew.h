@@ -1,4 +1,4 @@
-// Threads that send small files over connections of their own.
+// Threads that carry small files over connections of their own.
 #pragma once
 
 #include <atomic>
@@ -20,9 +20,10 @@
 namespace TAVOCloud {
 
 // For one calling thread.
-class UploadCrew {
+class Crew {
  public:
   struct File {
+    bool download;
     std::string path;  // on the server
     core::UniqueFd fd;
     std::uint64_t size;
@@ -32,11 +33,11 @@ class UploadCrew {
   using Maker = std::function<std::unique_ptr<Cloud>()>;
 
   // At most `most` objects that `make` makes, each for one thread.
-  UploadCrew(Maker make, std::size_t most) : make_(std::move(make)), most_(most) {}
+  Crew(Maker make, std::size_t most) : make_(std::move(make)), most_(most) {}
   // Gives up what has not arrived.
-  ~UploadCrew();
-  UploadCrew(const UploadCrew&) = delete;
-  UploadCrew& operator=(const UploadCrew&) = delete;
+  ~Crew();
+  Crew(const Crew&) = delete;
+  Crew& operator=(const Crew&) = delete;
 
   // Whether files are taken: not once the server has refused a connection, or is lost.
   bool IsOpen() const { return most_ > 0 && !closed_; }

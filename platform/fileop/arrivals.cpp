@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "core/error.h"
+#include "failure.h"
 #include "pending_file.h"
 
 namespace fileop {
@@ -37,7 +39,11 @@ void Arrivals::Await(const TAVOBEHINDHOOKS& hooks, std::size_t leave, const OnEn
     jobs_.pop_front();
     const int fetch = job->from.remote ? 1 : 0;
     const std::string shown = fetch != 0 ? job->pending->ShownPath() : job->dst_path;
-    on_end(*job, hooks.await(fetch, shown.c_str(), job->behind) == 0);
+    const int before = VLIBCErrGet();
+    ClearFailure();
+    const bool arrived = hooks.await(fetch, shown.c_str(), job->behind) == 0;
+    if (arrived) RestoreCode(before);
+    on_end(*job, arrived);
   }
 }
 

@@ -17,6 +17,7 @@ constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 void TreeCopy::Publish(Level& level) {
   if (!level.to.unseen || level.lost) return;
   Settle(level);
+  if (!level.to.unseen || level.lost) return;  // what has arrived made it long enough
   lookahead_.DropTargets();
   TargetFolder& parent = ParentTo();
   const int dir = parent.fd.get();

@@ -4,26 +4,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <string>
+
+#include "tests/common/scratch.h"
 
 namespace cli {
 namespace {
 
 class TokenStoreTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string name = testing::TempDir() + "fennox-cli-XXXXXX";
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    home_ = name;
-    path_ = home_ + "/config/fennox/token";
-  }
-  void TearDown() override { std::filesystem::remove_all(home_); }
-
-  std::string home_;
-  std::string path_;
+  const TempFolder folder_;
+  const std::string home_ = folder_.path();
+  const std::string path_ = home_ + "/config/fennox/token";
   std::string token_;
   std::string error_;
 };

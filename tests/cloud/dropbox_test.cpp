@@ -63,7 +63,7 @@ class DropboxTest : public TransferTest {
     WriteFile(box_->own() / "faults.new", R"([{"endpoint": ")" + endpoint + "\", " + fault + "}]");
     std::filesystem::rename(box_->own() / "faults.new", box_->own() / "faults.json");
   }
-  std::string Log() const { return ReadAll(box_->own() / "access.log"); }
+  std::string Log() const { return ReadFile(box_->own() / "access.log"); }
   int Requests(const std::string& words) const {
     std::istringstream log(Log());
     int count = 0;
@@ -97,7 +97,7 @@ TEST_F(DropboxTest, NamesMeanWhatTheySay) {
     std::uint64_t size = 0;
     bool folder = true;
     ASSERT_TRUE(Upload(name, name)) << std::hex << VLIBCErrGet();
-    EXPECT_EQ(ReadAll(Path(name)), name);
+    EXPECT_EQ(ReadFile(Path(name)), name);
     EXPECT_TRUE(cloud_->Stat(place, &size, &folder));
     EXPECT_EQ(size, std::string(name).size());
     std::string copy;
@@ -144,24 +144,24 @@ TEST_F(DropboxTest, TakenNamesAreReplacedOrRefused) {
   EXPECT_TRUE(refused(cloud_->Remove("/none"), core::kErrNotFound));
   EXPECT_TRUE(refused(cloud_->Stat("/none", &size, &folder), core::kErrNotFound));
   EXPECT_TRUE(refused(cloud_->Stat("/one/", &size, &folder), core::kErrFolderExpected));
-  EXPECT_EQ(ReadAll(Path("two")), "old");
+  EXPECT_EQ(ReadFile(Path("two")), "old");
 
   cloud_->StopWhen([] { return 1; });
   EXPECT_FALSE(cloud_->CopyOnServer("/one", "/two"));
   EXPECT_EQ(errno, ECANCELED);
-  EXPECT_EQ(ReadAll(Path("two")), "old");
+  EXPECT_EQ(ReadFile(Path("two")), "old");
   cloud_->StopWhen(nullptr);
   ASSERT_TRUE(cloud_->CopyOnServer("/one", "/two")) << std::hex << VLIBCErrGet();
-  EXPECT_EQ(ReadAll(Path("two")), "1");
+  EXPECT_EQ(ReadFile(Path("two")), "1");
   ASSERT_TRUE(cloud_->Rename("/one", "/ONE")) << std::hex << VLIBCErrGet();
   EXPECT_THAT(Names(), ElementsAre("Dir", "ONE", "two")) << "no temporary file stays";
   ASSERT_TRUE(Upload("TWO", "new"));
-  EXPECT_EQ(ReadAll(Path("two")), "new");
+  EXPECT_EQ(ReadFile(Path("two")), "new");
   for (const char* path : {"/", "/DIR", "/dir/"}) {
     EXPECT_TRUE(cloud_->Stat(path, &size, &folder) && folder) << path;
   }
   ASSERT_TRUE(cloud_->CopyOnServer("/dir", "/copy"));
-  EXPECT_EQ(ReadAll(Path("copy/inside")), "kept");
+  EXPECT_EQ(ReadFile(Path("copy/inside")), "kept");
   EXPECT_TRUE(cloud_->Remove("/copy/inside") && cloud_->Remove("/copy"));
   EXPECT_TRUE(cloud_->IsIgnoredPath("/share/.dropbox.attr"));
   EXPECT_TRUE(cloud_->IsIgnoredPath("/share/.dropbox.cache/x"));
@@ -210,7 +210,7 @@ TEST_F(DropboxTest, AnUploadGoesOnWhereItStopped) {
     Order(one.endpoint, one.fault);
     const std::string text = RandomText(one.size);
     ASSERT_TRUE(Upload("file", text)) << std::hex << VLIBCErrGet() << "\n" << Log();
-    EXPECT_TRUE(ReadAll(Path("file")) == text);
+    EXPECT_TRUE(ReadFile(Path("file")) == text);
     EXPECT_EQ(watch.counted, text.size()) << "nothing is counted twice";
     EXPECT_THAT(Names(), ElementsAre("file"));
     EXPECT_THAT(Log(), HasSubstr(one.trace));
@@ -302,7 +302,7 @@ TEST_F(DropboxTest, WhatTheServiceRefusesIsToldByItsReason) {
   ASSERT_TRUE(Upload("file", "old"));
   EXPECT_FALSE(Upload("file", RandomText(kInParts)));
   EXPECT_EQ(VLIBCErrGet(), core::kErrNoSpace);
-  EXPECT_EQ(ReadAll(Path("file")), "old");
+  EXPECT_EQ(ReadFile(Path("file")), "old");
   EXPECT_THAT(Names(), ElementsAre("file"));
 }
 
@@ -326,7 +326,7 @@ TEST_F(DropboxTest, AStopEndsTheTransferAndLeavesTheOldFile) {
       cloud_.get(), "/file", fd.get(), kPart, &CountBytes,
       [] { return watch.counted == kPart ? 1 : 0; }, nullptr));
   EXPECT_EQ(errno, ECANCELED);
-  EXPECT_EQ(ReadAll(Path("file")), "old");
+  EXPECT_EQ(ReadFile(Path("file")), "old");
   EXPECT_THAT(Names(), ElementsAre("file", "large"));
 }
 
@@ -338,7 +338,7 @@ TEST_F(DropboxTest, TwoAccountsPassFilesOnByReferenceAndThroughThisMachine) {
   for (const char* round : {"new", "replaced"}) {
     EXPECT_TRUE(TAVOCloud::Dropbox::CopyFromRef(second.get(), "/file", "/There", cloud_.get()))
         << std::hex << VLIBCErrGet();
-    EXPECT_TRUE(ReadAll(there) == text) << round;
+    EXPECT_TRUE(ReadFile(there) == text) << round;
     WriteFile(there, "old");
   }
   EXPECT_EQ(Requests("files/download"), 0) << "no data came through here";
@@ -353,7 +353,7 @@ TEST_F(DropboxTest, TwoAccountsPassFilesOnByReferenceAndThroughThisMachine) {
                               "dropbox://second/there", kInParts, &CountBytes, &ShallStop,
                               &GrantSome))
       << std::hex << VLIBCErrGet();
-  EXPECT_TRUE(ReadAll(there) == text) << "a pipe cannot be read twice";
+  EXPECT_TRUE(ReadFile(there) == text) << "a pipe cannot be read twice";
   EXPECT_EQ(watch.counted, kInParts);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Second()), {}), 1);
 }
@@ -375,8 +375,7 @@ TEST_F(DropboxTest, NobodyIsLetInByMistake) {
        {std::pair{"[1", "is not a JSON object"}, std::pair{R"({"refresh_token": "t"})", "app_key"},
         std::pair{R"({"refresh_token": "s3cret", "app_key": "key0"})",
                   "refuses the refresh token"}}) {
-    WriteFile(remote.token_file, text);
-    chmod(remote.token_file.c_str(), 0600);
+    WriteFile(remote.token_file, text, 0600);
     EXPECT_THAT(refused(remote), testing::AllOf(HasSubstr(words), Not(HasSubstr("s3cret"))));
   }
   chmod(remote.token_file.c_str(), 0644);

@@ -45,7 +45,7 @@ TEST_P(EveryServerTest, NamesMeanWhatTheySay) {
     std::uint64_t size = 0;
     bool folder = true;
     ASSERT_TRUE(Upload(name, name));
-    EXPECT_EQ(ReadAll(Path(name)), name);
+    EXPECT_EQ(ReadFile(Path(name)), name);
     EXPECT_TRUE(cloud_->Stat(Path(name), &size, &folder));
     EXPECT_EQ(size, name.size());
     std::string copy;
@@ -83,7 +83,7 @@ TEST_P(EveryServerTest, AStopEndsTheTransferAndLeavesTheOldFile) {
   EXPECT_EQ(errno, ECANCELED);
   EXPECT_LT(watch.counted, kBig);
   EXPECT_THAT(Names(), ElementsAre("file")) << "no temporary file stays";
-  EXPECT_EQ(ReadAll(Path("file")), "old");
+  EXPECT_EQ(ReadFile(Path("file")), "old");
 
   watch.stop = false;
   ASSERT_TRUE(Upload("file", RandomText(kBig)));
@@ -101,7 +101,7 @@ TEST_P(EveryServerTest, ABrokenConnectionIsTakenUpWhereItStopped) {
   break_at_half();
   ASSERT_TRUE(Upload("file", text)) << std::hex << VLIBCErrGet();
   EXPECT_FALSE(watch.at_half) << "it was broken";
-  EXPECT_TRUE(ReadAll(Path("file")) == text);
+  EXPECT_TRUE(ReadFile(Path("file")) == text);
   EXPECT_EQ(watch.counted, kLarger) << "nothing is counted twice";
   EXPECT_THAT(Names(), ElementsAre("file"));
 
@@ -125,7 +125,7 @@ TEST_P(EveryServerTest, AnUploadRemovesWhatEndedProcessesLeft) {
   EXPECT_FALSE(std::filesystem::exists(gone));
   EXPECT_TRUE(std::filesystem::exists(living));
   EXPECT_TRUE(std::filesystem::exists(aside)) << "it may be the only copy";
-  EXPECT_EQ(ReadAll(Path("file")), "text");
+  EXPECT_EQ(ReadFile(Path("file")), "text");
 }
 
 TEST_P(EveryServerTest, AServerThatDiesLeavesTheOldFileAndIsToldFromOthers) {
@@ -133,7 +133,7 @@ TEST_P(EveryServerTest, AServerThatDiesLeavesTheOldFileAndIsToldFromOthers) {
   watch.at_half = [this] { server_.Stop(); };
   EXPECT_FALSE(Upload("file", RandomText(kBig)));
   EXPECT_EQ(VLIBCErrGet(), core::kErrHostDown);
-  EXPECT_EQ(ReadAll(Path("file")), "old") << "a target is whole or untouched";
+  EXPECT_EQ(ReadFile(Path("file")), "old") << "a target is whole or untouched";
   std::string copy;
   EXPECT_FALSE(Download("file", 3, &copy));
   EXPECT_EQ(VLIBCErrGet(), core::kErrHostDown);
@@ -153,7 +153,7 @@ TEST_P(EveryServerTest, ASourceThatChangedIsNotTakenForWhole) {
   EXPECT_FALSE(TAVOCloud::Cloud::UploadFile(cloud_.get(), cloud_->GetServerID() + "file",
                                             empty.get(), 100, nullptr, nullptr, nullptr));
   EXPECT_EQ(VLIBCErrGet(), core::kErrInputOutput);
-  EXPECT_EQ(ReadAll(Path("file")), "12345");
+  EXPECT_EQ(ReadFile(Path("file")), "12345");
   EXPECT_THAT(Names(), ElementsAre("file"));
 }
 

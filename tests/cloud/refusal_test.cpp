@@ -82,9 +82,8 @@ TEST_F(RefusalTest, NobodyIsLetInByMistakeAndNoPasswordIsShown) {
     std::function<void(Remote&)> change;
     const char* words;
   };
-  const auto file = [this](const char* name, const std::string& text, unsigned mode = 0600) {
-    WriteFile(folder_ / name, text, mode);
-    return folder_ / name;
+  const auto file = [this](const char* name, const std::string& text, mode_t mode = 0600) {
+    return WriteFile(folder_ / name, text, mode);
   };
   const std::string missing = folder_ / "missing";
   const auto wrong_password = [&](Remote& r) { r.password_file = file("wrong", "let me in\n"); };
@@ -96,7 +95,7 @@ TEST_F(RefusalTest, NobodyIsLetInByMistakeAndNoPasswordIsShown) {
         {[&](Remote& r) { r.known_hosts = missing; }, "missing"},
         {[&](Remote& r) { r.known_hosts = file("none", ""); }, ""},
         {[&](Remote& r) {
-           const std::string key = ReadAll(server_.own() / "user_key.pub");
+           const std::string key = ReadFile(server_.own() / "user_key.pub");
            r.known_hosts = file("other", "[127.0.0.1]:" + std::to_string(r.port) + " " + key);
          },
          ""},

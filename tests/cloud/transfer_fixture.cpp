@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdlib>
-#include <fstream>
 #include <random>
 #include <sstream>
 #include <thread>
@@ -42,16 +40,6 @@ std::string RandomText(std::size_t length) {
   return text;
 }
 
-void WriteFile(const std::filesystem::path& path, const std::string& text, unsigned mode) {
-  std::ofstream(path, std::ios::binary) << text;
-  std::filesystem::permissions(path, std::filesystem::perms(mode));
-}
-
-std::string ReadAll(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::string AbandonedUploadBeside(const std::string& path) {
   std::array<int, 2> ends{};
   if (pipe(ends.data()) != 0) return {};
@@ -70,9 +58,6 @@ std::string AbandonedUploadBeside(const std::string& path) {
 }
 
 TransferTest::TransferTest() {
-  std::string pattern = testing::TempDir() + "/cloud-test-XXXXXX";
-  folder_ = std::filesystem::canonical(mkdtemp(pattern.data()));
-  data_ = folder_ / "data";
   std::filesystem::create_directory(data_);
   watch = {};
 }
@@ -80,7 +65,6 @@ TransferTest::TransferTest() {
 TransferTest::~TransferTest() {
   cloud_.reset();
   core::SetConfig({});
-  std::filesystem::remove_all(folder_);
 }
 
 bool TransferTest::StartServer(const std::string& protocol, std::vector<std::string> options) {
@@ -124,7 +108,7 @@ bool TransferTest::Download(const std::string& name, std::uint64_t size, std::st
   watch.half = size / 2;
   const bool done = Cloud::DownloadFile(cloud_.get(), cloud_->GetServerID() + name, fd.get(), size,
                                         &CountBytes, &ShallStop, &GrantSome);
-  *text = ReadAll(copy);
+  *text = ReadFile(copy);
   return done;
 }
 
@@ -142,7 +126,7 @@ int TransferTest::Requests(const std::string& words, int expected) const {
   int count = 0;
   for (int round = 0; round < 500; ++round) {
     count = 0;
-    std::istringstream log(ReadAll(server_.own() / "access.log"));
+    std::istringstream log(ReadFile(server_.own() / "access.log"));
     for (std::string line; std::getline(log, line);) {
       count += line.find(words) != std::string::npos ? 1 : 0;
     }
@@ -157,7 +141,7 @@ void TransferTest::ExpectWholeFiles(const std::vector<std::size_t>& sizes) {
     const std::string text = RandomText(size);
     watch.asked = 0;
     ASSERT_TRUE(Upload("file", text)) << size << std::hex << " error " << VLIBCErrGet();
-    EXPECT_TRUE(ReadAll(Path("file")) == text) << size;
+    EXPECT_TRUE(ReadFile(Path("file")) == text) << size;
     EXPECT_EQ(watch.counted, size);
     EXPECT_THAT(Names(), ElementsAre("file"));
     EXPECT_GE(watch.asked, size / 100'000);

@@ -12,6 +12,7 @@
 
 #include "cloud/cloud.h"
 #include "server_program.h"
+#include "tests/common/scratch.h"
 
 // What the hooks saw of the transfers of this test.
 struct Watch {
@@ -31,9 +32,7 @@ constexpr std::size_t kBig = 10U << 20U;
 constexpr std::size_t kLarger = 3 * kBig;  // more than connections hold by themselves
 constexpr int kNoMoreConnections = 40;
 
-void WriteFile(const std::filesystem::path& path, const std::string& text, unsigned mode = 0600);
 std::string RandomText(std::size_t length);
-std::string ReadAll(const std::filesystem::path& path);
 
 // The path of an upload whose process has ended.
 std::string AbandonedUploadBeside(const std::string& path);
@@ -60,8 +59,9 @@ class TransferTest : public testing::Test {
   // hooks asked all along.
   void ExpectWholeFiles(const std::vector<std::size_t>& sizes);
 
-  std::filesystem::path folder_;
-  std::filesystem::path data_;
+  const TempFolder own_;
+  const std::filesystem::path folder_ = own_.path();
+  const std::filesystem::path data_ = folder_ / "data";
   ServerProgram server_;
   std::unique_ptr<TAVOCloud::Cloud> cloud_;
 };

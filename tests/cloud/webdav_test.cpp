@@ -42,17 +42,17 @@ TEST_F(WebDavTest, OnlyFilesAreReplacedAndOnlyWhereThatIsAsked) {
   if (!StartApache()) GTEST_SKIP() << kNoApache;
   ASSERT_TRUE(Upload("file", "one"));
   ASSERT_TRUE(cloud_->CopyOnServer(Path("file"), Path("copy")));
-  EXPECT_EQ(ReadAll(Path("copy")), "one");
+  EXPECT_EQ(ReadFile(Path("copy")), "one");
   EXPECT_EQ(Requests(" T", 0), 0) << "there was nothing to replace";
   ASSERT_TRUE(Upload("file", "two!"));
   ASSERT_TRUE(cloud_->CopyOnServer(Path("file"), Path("copy")));
-  EXPECT_EQ(ReadAll(Path("copy")), "two!");
+  EXPECT_EQ(ReadFile(Path("copy")), "two!");
   EXPECT_EQ(Requests(" T", 2), 2);
 
   ASSERT_TRUE(Upload("file", "three"));
   EXPECT_FALSE(cloud_->Rename(Path("file"), Path("copy")));
   EXPECT_EQ(VLIBCErrGet(), core::kErrExists);
-  EXPECT_EQ(ReadAll(Path("copy")), "two!");
+  EXPECT_EQ(ReadFile(Path("copy")), "two!");
 
   ASSERT_TRUE(cloud_->MakeFolder(Path("dir")));
   EXPECT_FALSE(cloud_->MakeFolder(Path("dir")));
@@ -64,7 +64,7 @@ TEST_F(WebDavTest, OnlyFilesAreReplacedAndOnlyWhereThatIsAsked) {
   EXPECT_EQ(VLIBCErrGet(), core::kErrFileExpected);
   EXPECT_FALSE(cloud_->Remove(Path("dir"))) << "it is not empty";
   EXPECT_EQ(VLIBCErrGet(), core::kErrExists);
-  EXPECT_EQ(ReadAll(Path("dir/inside")), "kept");
+  EXPECT_EQ(ReadFile(Path("dir/inside")), "kept");
   EXPECT_THAT(Names(), ElementsAre("copy", "dir", "file")) << "no temporary file stays";
 }
 
@@ -80,7 +80,7 @@ TEST_F(WebDavTest, FoldersAreCopiedOnTheServer) {
   ASSERT_TRUE(Upload("dir/file", "12345"));
   EXPECT_TRUE(cloud_->Stat(Path("dir/"), &size, &folder) && folder);
   ASSERT_TRUE(cloud_->CopyOnServer(Path("dir"), Path("dir2")));
-  EXPECT_EQ(ReadAll(Path("dir2/file")), "12345");
+  EXPECT_EQ(ReadFile(Path("dir2/file")), "12345");
   EXPECT_TRUE(cloud_->Remove(Path("dir2/file")) && cloud_->Remove(Path("dir2")));
   EXPECT_THAT(Names(), ElementsAre("dir"));
 }
@@ -207,7 +207,7 @@ TEST_F(WebDavTest, AFullDiskOfTheServerIsToldAndLeavesTheOldFile) {
   ASSERT_TRUE(Upload("file", "old"));
   EXPECT_FALSE(Upload("file", RandomText(kBig)));
   EXPECT_EQ(VLIBCErrGet(), core::kErrNoSpace);
-  EXPECT_EQ(ReadAll(Path("file")), "old");
+  EXPECT_EQ(ReadFile(Path("file")), "old");
   EXPECT_THAT(Names(), ElementsAre("file"));
 }
 

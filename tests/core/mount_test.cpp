@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -92,16 +91,12 @@ class RealMount : public Scratch {
 
   // Runs `body` in a child with mounts of its own; its result is the exit code.
   static int Apart(const std::function<int()>& body) {
-    const pid_t pid = fork();
-    if (pid == 0) {
+    return InChild([&] {
       if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0) {
-        _exit(kNoMounts);
+        return kNoMounts;
       }
-      _exit(body());
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+      return body();
+    });
   }
 
   static constexpr int kNoMounts = 99;

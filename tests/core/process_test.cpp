@@ -3,12 +3,10 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
 #include <string>
 
 #include "core/unique_fd.h"
@@ -44,25 +42,11 @@ void WriteReport(const std::string& file) {
   }
 }
 
-int Wait(pid_t pid) {
-  int status = 0;
-  EXPECT_EQ(waitpid(pid, &status, 0), pid);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // Every case forks from a child of the test, whose state it may spoil.
-class Detached : public Scratch {
- protected:
-  template <typename Body>
-  int Apart(Body body) {
-    const pid_t pid = fork();
-    if (pid == 0) _exit(body());
-    return Wait(pid);
-  }
-};
+using Detached = Scratch;
 
 TEST_F(Detached, KeepsNothingOfItsParent) {
-  const int result = Apart([&] {
+  const int result = InChild([&] {
     const core::UniqueFd low(open(path_.c_str(), O_RDONLY));
     const core::UniqueFd high(fcntl(low.get(), F_DUPFD, 700));
     for (const int number : {SIGTERM, SIGPIPE, SIGCHLD, SIGINT, SIGHUP}) signal(number, SIG_IGN);
@@ -79,7 +63,7 @@ TEST_F(Detached, KeepsNothingOfItsParent) {
     sigset_t after;
     sigprocmask(SIG_SETMASK, nullptr, &after);
     const bool kept = sigismember(&after, SIGUSR1) == 1 && fcntl(high.get(), F_GETFD) != -1;
-    return pid > 0 && kept ? Wait(pid) : 1;
+    return pid > 0 && kept ? StatusOf(pid) : 1;
   });
   EXPECT_EQ(result, 0);
   EXPECT_EQ(Content("report"),
@@ -89,7 +73,7 @@ TEST_F(Detached, KeepsNothingOfItsParent) {
 
 TEST_F(Detached, LogsToTheStandardErrorOfItsParentWhenAskedTo) {
   Write("stderr", "");
-  const int result = Apart([&] {
+  const int result = InChild([&] {
     const core::UniqueFd err(open(At("stderr").c_str(), O_WRONLY | O_APPEND));
     dup2(err.get(), STDERR_FILENO);
     core::OpenLog("some-daemon", true);
@@ -101,7 +85,7 @@ TEST_F(Detached, LogsToTheStandardErrorOfItsParentWhenAskedTo) {
       syslog(LOG_ERR, "after");
       _exit(core::LogToStderr() ? 0 : 1);
     }
-    return Wait(pid);
+    return StatusOf(pid);
   });
   EXPECT_EQ(result, 0);
   const std::string log = Content("stderr");
@@ -114,14 +98,14 @@ TEST_F(Detached, LogsToTheStandardErrorOfItsParentWhenAskedTo) {
 }
 
 TEST_F(Detached, IsForkedAlsoWhenTheParentHasNoStandardStreams) {
-  const int result = Apart([&] {
+  const int result = InChild([&] {
     for (const int fd : {0, 1, 2}) close(fd);
     const pid_t pid = VLIBCProcFork();
     if (pid == 0) {
       WriteReport(At("report"));
       _exit(0);
     }
-    return pid > 0 ? Wait(pid) : 1;
+    return pid > 0 ? StatusOf(pid) : 1;
   });
   EXPECT_EQ(result, 0);
   EXPECT_NE(Content("report").find("fds 0 1 2 \n0 /dev/null\n1 /dev/null\n2 /dev/null\n"),
@@ -163,7 +147,7 @@ TEST(ProcessStartTime, AZombieHasNone) {
   siginfo_t info;
   ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT), 0);
   EXPECT_FALSE(core::ProcessStartTime(pid));
-  Wait(pid);
+  StatusOf(pid);
 }
 
 }  // namespace

@@ -2,34 +2,20 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
+#include "tests/common/scratch.h"
 
 class Scratch : public ::testing::Test {
  protected:
-  explicit Scratch(const std::filesystem::path& below = std::filesystem::temp_directory_path()) {
-    std::string name = (below / "core-test-XXXXXX").string();
-    path_ = ::mkdtemp(name.data());
-  }
-  ~Scratch() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
+  explicit Scratch(const std::filesystem::path& below = std::filesystem::temp_directory_path())
+      : folder_(below) {}
 
-  std::string At(const std::string& name) const { return path_ + "/" + name; }
-
+  std::string At(const std::string& name) const { return folder_ / name; }
   void Write(const std::string& name, const std::string& content) const {
-    std::ofstream(At(name), std::ios::binary) << content;
+    WriteFile(At(name), content);
   }
+  std::string Content(const std::string& name) const { return ReadFile(At(name)); }
 
-  std::string Content(const std::string& name) const {
-    std::ifstream in(At(name), std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
-
-  std::string path_;
+  const TempFolder folder_;
+  const std::string path_ = folder_.path();
 };

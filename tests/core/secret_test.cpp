@@ -1,41 +1,14 @@
 #include "core/secret.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <functional>
+#include "scratch.h"
 
 namespace {
 
-class SecretTest : public testing::Test {
+class SecretTest : public Scratch {
  protected:
-  SecretTest() {
-    folder_ = testing::TempDir() + "/secret-XXXXXX";
-    EXPECT_NE(mkdtemp(folder_.data()), nullptr);
-  }
-  ~SecretTest() override { std::filesystem::remove_all(folder_); }
-
   std::string File(const std::string& name, const std::string& content, mode_t mode) {
-    const std::string path = folder_ + "/" + name;
-    std::ofstream(path) << content;
-    EXPECT_EQ(chmod(path.c_str(), mode), 0);
-    return path;
+    return WriteFile(At(name), content, mode);
   }
-
-  // What a child that has become another user answers.
-  static int AsNobody(const std::function<int()>& ask) {
-    const pid_t pid = fork();
-    if (pid == 0) _exit(setresgid(65534, 65534, 65534) || setresuid(65534, 65534, 65534) || ask());
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
-  std::string folder_;
 };
 
 TEST_F(SecretTest, OnlyAFileOfItsOwnerAloneIsRead) {
@@ -45,8 +18,8 @@ TEST_F(SecretTest, OnlyAFileOfItsOwnerAloneIsRead) {
   EXPECT_EQ(content, "word\n");
   for (const auto& [path, words] : {std::pair{File("open", "word", 0640), "only its owner"},
                                     {File("empty", "", 0600), "empty"},
-                                    {folder_ + "/none", "No such file"},
-                                    {folder_, "must be a file"}}) {
+                                    {At("none"), "No such file"},
+                                    {path_, "must be a file"}}) {
     EXPECT_FALSE(core::ReadSecretFile(path, &content, &err));
     EXPECT_NE(err.find(words), std::string::npos) << err;
   }

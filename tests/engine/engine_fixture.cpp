@@ -1,6 +1,5 @@
 #include "engine_fixture.h"
 
-#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <syslog.h>
@@ -24,8 +23,6 @@ namespace {
 
 std::mutex logMutex;
 std::vector<std::string> logLines;
-
-std::string CurrentUser() { return getpwuid(geteuid())->pw_name; }
 
 }  // namespace
 
@@ -97,33 +94,24 @@ void ResetModuleState() {
   _task = nullptr;
 }
 
-std::filesystem::path MakeFolder(const std::string& parent) {
-  std::string pattern = parent + "/fennox-engine-XXXXXX";
-  return mkdtemp(pattern.data()) != nullptr ? std::filesystem::canonical(pattern)
-                                            : std::filesystem::path();
-}
-
 }  // namespace
 
 void EngineTest::SetUp() {
-  root_ = MakeFolder(std::filesystem::temp_directory_path());
-  ASSERT_FALSE(root_.empty());
-  std::filesystem::permissions(root_, std::filesystem::perms(0755));
   core::Config config;
   config.server.state = At("state");
   Folder("state");
   core::SetConfig(config);
-  ASSERT_TRUE(core::EnsureUserStateFolder(CurrentUser(), geteuid(), getegid()));
+  ASSERT_TRUE(core::EnsureUserStateFolder(OwnName(), geteuid(), getegid()));
   ResetModuleState();
   fakeMounts.clear();
   cloudScript = CloudScript();
   cloudScript.root = At("server");
   staleMarks = renameFailure = 0;
   makeAfterFirstMark.clear();
-  KVX::TaskMgr registry(CurrentUser().c_str());
-  _task = std::make_unique<KVX::Task>(CurrentUser().c_str(),
-                                      registry.getUniqueTaskId("Fennox_").c_str())
-              .release();
+  KVX::TaskMgr registry(OwnName().c_str());
+  _task =
+      std::make_unique<KVX::Task>(OwnName().c_str(), registry.getUniqueTaskId("Fennox_").c_str())
+          .release();
   ASSERT_TRUE(_task->setProperty("data", Json::Value(Json::objectValue)));
   ASSERT_TRUE(WfmlibBwInit(false, false, geteuid(), "dest", 8388608));
   VLIBCErrSetEx(0, "test", 0);
@@ -136,8 +124,6 @@ void EngineTest::TearDown() {
   handler_.reset();
   WfmlibBwEnd();
   ResetModuleState();
-  std::filesystem::remove_all(root_);
-  if (!other_.empty()) std::filesystem::remove_all(other_);
 }
 
 void EngineTest::Folder(const std::string& rest) const {
@@ -146,15 +132,11 @@ void EngineTest::Folder(const std::string& rest) const {
 
 void EngineTest::Write(const std::string& rest, const std::string& content) const {
   std::filesystem::create_directories((root_ / rest).parent_path());
-  std::ofstream(root_ / rest, std::ios::binary) << content;
+  WriteFile(root_ / rest, content);
 }
 
 std::string EngineTest::Read(const std::string& rest) const {
-  std::ifstream in(root_ / rest, std::ios::binary);
-  if (!in) return "(none)";
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return std::filesystem::exists(root_ / rest) ? ReadFile(root_ / rest) : "(none)";
 }
 
 std::string EngineTest::OtherVolume() {
@@ -162,15 +144,15 @@ std::string EngineTest::OtherVolume() {
   struct stat there {};
   if (stat(root_.c_str(), &here) != 0 || stat("/dev/shm", &there) != 0) return "";
   if (here.st_dev == there.st_dev) return "";
-  if (other_.empty()) other_ = MakeFolder("/dev/shm");
-  return other_;
+  if (!other_) other_.emplace("/dev/shm");
+  return other_->path();
 }
 
 FennoxMVCPHandler& EngineTest::Handler(const Json::Value& params, const std::string& user) {
   TAVO::APIRequestData data;
   data.method = "start";
   data.version = 3;
-  data.loginUser = user.empty() ? CurrentUser() : user;
+  data.loginUser = user.empty() ? OwnName() : user;
   data.params = params;
   request_ = std::make_unique<TAVO::APIRequest>(data);
   response_ = std::make_unique<TAVO::APIResponse>();

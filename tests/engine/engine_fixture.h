@@ -6,9 +6,11 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "tests/common/scratch.h"
 #include "webapi/handler.h"
 
 // Lines sent to the system log since the test began.
@@ -43,8 +45,9 @@ class EngineTest : public ::testing::Test {
   std::vector<int> FailureCodes() const;
   std::string taskId() const;
 
-  std::filesystem::path root_;
-  std::filesystem::path other_;
+  const TempFolder folder_;
+  const std::filesystem::path root_ = folder_.path();
+  std::optional<TempFolder> other_;
 
  private:
   std::unique_ptr<TAVO::APIRequest> request_;

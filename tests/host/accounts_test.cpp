@@ -10,6 +10,7 @@
 #include "host/server/login_policy.h"
 #include "host/server/options.h"
 #include "temporary_state.h"
+#include "tests/common/scratch.h"
 
 namespace host {
 namespace {
@@ -25,10 +26,7 @@ class AccountsTest : public testing::Test {
   }
 
   std::string TokenFile(const char* name, const std::string& text, mode_t mode = 0600) {
-    const std::string file = folder_ + "/" + name;
-    std::ofstream(file) << text;
-    EXPECT_EQ(::chmod(file.c_str(), mode), 0);
-    return file;
+    return WriteFile(folder_ + "/" + name, text, mode);
   }
 
   static mode_t ModeOf(const std::string& path) {

@@ -1,8 +1,7 @@
 // Failures in the record and to the user.
-#include <sqlite3.h>
-
 #include "module_fixture.h"
 #include "tasks/store.h"
+#include "tests/common/sql.h"
 #include "webapi/module_state.h"
 
 using namespace Fennox;
@@ -88,14 +87,8 @@ TEST_F(ModuleTest, FailureOfALostRecord) {
 TEST_F(ModuleTest, FailureThatCannotBeWritten) {
   FennoxMVCPHandler& handler = Handler("start");
   NewTask(Parse("{}"));
-  sqlite3* store = nullptr;
-  ASSERT_EQ(sqlite3_open((root() / "state/users" / CurrentUser() / "tasks.db").c_str(), &store), 0);
-  EXPECT_EQ(sqlite3_exec(store,
-                         "CREATE TRIGGER full BEFORE INSERT ON properties "
-                         "BEGIN SELECT RAISE(ABORT, 'full'); END",
-                         nullptr, nullptr, nullptr),
-            SQLITE_OK);
-  sqlite3_close(store);
+  Sql(root() / "state/users" / CurrentUser() / "tasks.db",
+      "CREATE TRIGGER full BEFORE INSERT ON properties BEGIN SELECT RAISE(ABORT, 'full'); END");
   testing::internal::CaptureStderr();
   EXPECT_FALSE(handler.MVCPUpdateFailFile(ACTION_COPY, "/docs/a", WEBFM_CONFLICT, ""));
   EXPECT_NE(testing::internal::GetCapturedStderr().find(

@@ -1,8 +1,6 @@
 #include "module_fixture.h"
 
 #include <json/reader.h>
-#include <pwd.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -26,22 +24,9 @@ Json::Value Parse(const std::string& text) {
   return value;
 }
 
-std::string CurrentUser() { return getpwuid(geteuid())->pw_name; }
-
-void WriteFile(const std::filesystem::path& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string InChild(const std::function<void()>& body) {
+std::string SaidByChild(const std::function<void()>& body) {
   testing::internal::CaptureStderr();
-  const pid_t child = fork();
-  if (child == 0) {
-    body();
-    _exit(0);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(InChild([&] { return body(), 0; }), 0);
   return testing::internal::GetCapturedStderr();
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tasks/task.h"
+#include "tests/common/scratch.h"
 #include "webapi/handler.h"
 
 namespace Json {
@@ -25,12 +26,11 @@ struct Outcome {
 };
 
 Json::Value Parse(const std::string& text);
-std::string CurrentUser();
-void WriteFile(const std::filesystem::path& path, const std::string& content);
+inline std::string CurrentUser() { return OwnName(); }
 
 // Runs `body` in a child process and gives what it wrote to standard error,
 // which is where the system log goes, too.
-std::string InChild(const std::function<void()>& body);
+std::string SaidByChild(const std::function<void()>& body);
 
 // One server for all tests of the process; each test finds its folders empty.
 // Shares below root(): "docs" and "backup" may be written, "look" only read,

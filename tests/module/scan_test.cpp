@@ -92,7 +92,7 @@ TEST_F(ScanTest, FolderThatCannotBeEnteredCountsOnlyItself) {
   const std::pair<mode_t, int> cases[] = {{0000, 0xBE00}, {0444, 0xBE00}, {0111, 1}};
   for (const auto& [mode, code] : cases) {
     ASSERT_EQ(chmod((top / "closed").c_str(), mode), 0);
-    const std::string told = InChild([&] {
+    const std::string told = SaidByChild([&] {
       // Root may enter everything.
       if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(1);
       _lastWriteTime = time(nullptr);
@@ -133,7 +133,7 @@ TEST_F(ScanTest, StopEndsTheScanAfterTheNextEntry) {
 }
 
 TEST_F(ScanTest, LostWorkingDirectoryIsLogged) {
-  const std::string told = InChild([&] {
+  const std::string told = SaidByChild([&] {
     const auto gone = root() / "gone";
     std::filesystem::create_directory(gone);
     if (chdir(gone.c_str()) != 0) _exit(1);

@@ -169,7 +169,7 @@ TEST_F(ValidateTest, DestinationThatTheKernelRefuses) {
   ASSERT_EQ(chmod((Share("backup") / "closed").c_str(), 0555), 0);
   // Root may write everywhere, so the request is nobody's then.
   if (geteuid() == 0) login = "nobody";
-  const std::string told = InChild([&] {
+  const std::string told = SaidByChild([&] {
     const Outcome outcome =
         Serve("start", Parse(R"({"path":"/docs/a","dest_folder_path":"/backup/closed"})"));
     std::cerr << outcome.code << ' ' << outcome.data[0]["path"].asString() << ' '

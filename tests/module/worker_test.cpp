@@ -1,5 +1,4 @@
 // The worker from its start to its end.
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -12,6 +11,7 @@
 #include "task/start_context.h"
 #include "task/worker_callbacks.h"
 #include "tasks/store.h"
+#include "tests/common/sql.h"
 #include "webapi/module_calls.h"
 #include "webapi/module_state.h"
 
@@ -37,7 +37,7 @@ class WorkerTest : public ModuleTest {
   }
   // Runs the worker in a process of its own; what it logged.
   std::string Run(const ActionScript& script) {
-    return InChild([&] {
+    return SaidByChild([&] {
       scriptedAction = script;
       handler_->RunWorker(start_);
     });
@@ -184,15 +184,9 @@ TEST_F(WorkerTest, RunThatCannotGoOnIsLoggedAndLeavesItsRecord) {
       {"657 Failed to write progress.",
        [&] {
          start_.userName = CurrentUser();
-         sqlite3* store = nullptr;
-         const auto file = root() / "state/users" / CurrentUser() / "tasks.db";
-         ASSERT_EQ(sqlite3_open(file.c_str(), &store), SQLITE_OK);
-         EXPECT_EQ(sqlite3_exec(store,
-                                "CREATE TRIGGER fault BEFORE UPDATE OF finished ON tasks "
-                                "BEGIN SELECT RAISE(ABORT, 'fault'); END",
-                                nullptr, nullptr, nullptr),
-                   SQLITE_OK);
-         sqlite3_close(store);
+         Sql(root() / "state/users" / CurrentUser() / "tasks.db",
+             "CREATE TRIGGER fault BEFORE UPDATE OF finished ON tasks "
+             "BEGIN SELECT RAISE(ABORT, 'fault'); END");
        }},
   };
   for (const auto& [line, spoil] : cases) {

@@ -1,35 +1,22 @@
-// A folder of a test's own, a configuration that lives in it, and children that
-// may become somebody else.
+// A folder of a test's own, and a configuration that lives in it.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <string>
-#include <utility>
 
 #include "core/config.h"
+#include "tests/common/scratch.h"
 
 class Scratch : public testing::Test {
  protected:
-  Scratch() : root_(MakeFolder()) {
+  Scratch() {
     config_.server.state = root_ + "/state";
     // Other users pass through to their own part of it.
     MakeDir("state", 0711);
     Apply();
   }
-  ~Scratch() override {
-    core::SetConfig({});
-    std::error_code ignored;
-    std::filesystem::remove_all(root_, ignored);
-  }
+  ~Scratch() override { core::SetConfig({}); }
 
   void Apply() { core::SetConfig(config_); }
 
@@ -49,37 +36,10 @@ class Scratch : public testing::Test {
   }
 
   void Write(const std::string& rest, const std::string& content) const {
-    std::ofstream(At(rest), std::ios::binary) << content;
+    WriteFile(At(rest), content);
   }
 
-  std::string root_;
+  const TempFolder folder_;
+  const std::string root_ = folder_.path();
   core::Config config_;
-
- private:
-  static std::string MakeFolder() {
-    std::string name = "/tmp/support_test.XXXXXX";
-    EXPECT_NE(mkdtemp(name.data()), nullptr);
-    EXPECT_EQ(chmod(name.c_str(), 0755), 0);
-    return std::filesystem::canonical(name);
-  }
 };
-
-inline std::string OwnName() {
-  const struct passwd* record = getpwuid(geteuid());
-  return record ? record->pw_name : "";
-}
-
-// Starts a child that ends with the function's result.
-inline pid_t StartChild(const std::function<int()>& body) {
-  const pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  return pid;
-}
-
-inline int StatusOf(pid_t pid) {
-  int status = 0;
-  if (waitpid(pid, &status, 0) != pid) return -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-inline int InChild(const std::function<int()>& body) { return StatusOf(StartChild(body)); }

@@ -1,12 +1,11 @@
 #include "support/search_index.h"
 
-#include <sqlite3.h>
-
 #include <set>
 #include <thread>
 #include <vector>
 
 #include "scratch.h"
+#include "tests/common/sql.h"
 
 namespace {
 
@@ -39,19 +38,13 @@ class SearchIndexTest : public Scratch {
   // "share:path=size" of every record.
   std::set<std::string> Records() const {
     std::set<std::string> records;
-    sqlite3* db = nullptr;
-    const std::string file = At("state/users/" + OwnName() + "/search/vol.db");
-    EXPECT_EQ(sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-    const auto add = [](void* out, int, char** values, char**) {
-      static_cast<std::set<std::string>*>(out)->insert(std::string(values[0]) + ":" + values[1] +
-                                                       "=" + values[2]);
-      return 0;
-    };
-    EXPECT_EQ(sqlite3_exec(db, "SELECT share, path, size FROM files", add, &records, nullptr),
-              SQLITE_OK);
-    sqlite3_close(db);
+    for (const auto& row : Sql(File(), "SELECT share, path, size FROM files")) {
+      records.insert(row[0] + ":" + row[1] + "=" + row[2]);
+    }
     return records;
   }
+
+  std::string File() const { return At("state/users/" + OwnName() + "/search/vol.db"); }
 
   std::unique_ptr<FileSearch::WfmSearchDBTask> task_;
 };
@@ -104,15 +97,7 @@ TEST_F(SearchIndexTest, AnUpdateInPlaceChangesOnlyTheRecordAndMakesAMissingOne) 
 
 TEST_F(SearchIndexTest, AFailedUpdateChangesNothing) {
   ASSERT_TRUE(Insert("a", "/s/f", 1));
-  sqlite3* db = nullptr;
-  const std::string file = At("state/users/" + OwnName() + "/search/vol.db");
-  ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(db,
-                         "CREATE TRIGGER full BEFORE INSERT ON files BEGIN"
-                         " SELECT RAISE(ABORT, 'full'); END",
-                         nullptr, nullptr, nullptr),
-            SQLITE_OK);
-  sqlite3_close(db);
+  Sql(File(), "CREATE TRIGGER full BEFORE INSERT ON files BEGIN SELECT RAISE(ABORT, 'full'); END");
   EXPECT_FALSE(Update("a", "/s/f", "a", "/s/g", 2));
   EXPECT_EQ(Records(), (Set{"a:/s/f=1"}));
 }
@@ -143,9 +128,9 @@ TEST_F(SearchIndexTest, OnlyPlainNamesOfExistingIndexesAreFound) {
   EXPECT_EQ(FileSearch::WfmSearchDBTaskMgr("../x").getDBTask("vol", "id"), nullptr);
   EXPECT_FALSE(support::CreateSearchIndex(OwnName(), "../outside"));
   EXPECT_FALSE(support::CreateSearchIndex("no-such-user-here", "vol"));
-  std::filesystem::remove(At("state/users/" + OwnName() + "/search/vol.db"));
+  std::filesystem::remove(File());
   EXPECT_FALSE(Insert("a", "/x"));
-  EXPECT_FALSE(std::filesystem::exists(At("state/users/" + OwnName() + "/search/vol.db")));
+  EXPECT_FALSE(std::filesystem::exists(File()));
 }
 
 TEST_F(SearchIndexTest, ANewSearchStartsEmpty) {

@@ -29,11 +29,6 @@ Json::Value Parse(const std::string& line) {
   return value;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 TEST_F(TransferLogTest, ALineHasTheAgreedMembers) {
   ASSERT_TRUE(Log("/a -> /b", 5));
   ASSERT_TRUE(Log("/c -> /d", 1ULL << 40, kXferMove, true));

@@ -4,13 +4,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -20,6 +17,8 @@
 #include "tasks/store.h"
 #include "tasks/task.h"
 #include "tasks/task_helpers.h"
+#include "tests/common/scratch.h"
+#include "tests/common/sql.h"
 
 // A forked process that is killed and reaped with its owner.
 class Child {
@@ -62,14 +61,10 @@ inline int Sleep() {
 class StoreTest : public testing::Test {
  protected:
   StoreTest() {
-    std::string pattern = testing::TempDir() + "/tasks-test-XXXXXX";
-    state_ = mkdtemp(pattern.data());
-    std::filesystem::permissions(state_, std::filesystem::perms(0755));
     core::Config config;
     config.server.state = state_;
     core::SetConfig(config);
   }
-  ~StoreTest() override { std::filesystem::remove_all(state_); }
 
   static std::unique_ptr<KVX::Task> Make(const char* user, const char* id) {
     return std::make_unique<KVX::Task>(user, id);
@@ -83,15 +78,7 @@ class StoreTest : public testing::Test {
   }
 
   // Changes a store behind the library's back.
-  void Edit(const std::string& user, const std::string& sql) const {
-    sqlite3* handle = nullptr;
-    ASSERT_EQ(sqlite3_open(StoreFile(user).c_str(), &handle), SQLITE_OK);
-    char* message = nullptr;
-    EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK)
-        << (message == nullptr ? "" : message);
-    sqlite3_free(message);
-    sqlite3_close(handle);
-  }
+  void Edit(const std::string& user, const std::string& sql) const { Sql(StoreFile(user), sql); }
 
   static Json::Value DataWithPid(pid_t pid) {
     Json::Value data(Json::objectValue);
@@ -101,5 +88,6 @@ class StoreTest : public testing::Test {
     return data;
   }
 
-  std::string state_;
+  const TempFolder folder_;
+  const std::string state_ = folder_.path();
 };

@@ -6,11 +6,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "helper_process.h"
+#include "tests/common/scratch.h"
 
 namespace {
 
@@ -46,19 +44,13 @@ TEST(Trouble, IsToldByWhatWasSaid) {
 class MountHelperTest : public testing::Test {
  protected:
   MountHelperTest() {
-    folder_ = testing::TempDir() + "/helper-XXXXXX";
-    EXPECT_NE(mkdtemp(folder_.data()), nullptr);
-    std::ofstream(folder_ + "/password") << kSecret << "\n";
-    EXPECT_EQ(chmod((folder_ + "/password").c_str(), 0600), 0);
-    std::ofstream(folder_ + "/known hosts") << "";
     remote_.name = "nas";
     remote_.host = "127.0.0.1";
     remote_.user = "backup";
     remote_.path = "/srv/x y";
-    remote_.password_file = folder_ + "/password";
-    remote_.known_hosts = folder_ + "/known hosts";
+    remote_.password_file = WriteFile(folder_ + "/password", std::string(kSecret) + "\n", 0600);
+    remote_.known_hosts = WriteFile(folder_ + "/known hosts", "");
   }
-  ~MountHelperTest() override { std::filesystem::remove_all(folder_); }
 
   vfs::Trouble Prepare(const std::string& protocol) {
     remote_.protocol = protocol;
@@ -74,7 +66,8 @@ class MountHelperTest : public testing::Test {
   }
 
   static constexpr const char* kSecret = "p4ss word";
-  std::string folder_;
+  const TempFolder own_;
+  const std::string folder_ = own_.path();
   core::RemoteConfig remote_;
   vfs::Program program_;
 };
@@ -92,8 +85,7 @@ TEST_F(MountHelperTest, NoSecretIsOnACommandLineOrOnDisk) {
     EXPECT_TRUE(Holds(program_.arguments, "umask=077"));
     EXPECT_TRUE(Holds(program_.arguments, "uid=1000"));
   }
-  std::ifstream settings(folder_ + "/ssh_config");
-  const std::string text{std::istreambuf_iterator<char>(settings), {}};
+  const std::string text = ReadFile(folder_ + "/ssh_config");
   EXPECT_EQ(text.find("p4ss"), std::string::npos);
   EXPECT_NE(text.find("StrictHostKeyChecking yes"), std::string::npos);
   EXPECT_NE(text.find("UserKnownHostsFile \"" + remote_.known_hosts + "\""), std::string::npos);

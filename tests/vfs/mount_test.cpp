@@ -3,12 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "core/config.h"
+#include "tests/common/scratch.h"
 #include "vfs/vfs.h"
 
 namespace {
@@ -71,9 +70,8 @@ TEST(MountTest, AConfiguredRemoteIsNoMountUntilItIsMounted) {
 }
 
 TEST(MountTest, AFolderGivenAsMountHoldsThePathsOfItsRemote) {
-  std::string folder = testing::TempDir() + "/mount-test-XXXXXX";
-  ASSERT_NE(mkdtemp(folder.data()), nullptr);
-  folder = std::filesystem::canonical(folder);
+  const TempFolder own;
+  const std::string& folder = own.path();
   std::filesystem::create_directory(folder + "/real");
   std::filesystem::create_directory_symlink(folder + "/real", folder + "/link");
   core::Config config;
@@ -114,7 +112,6 @@ TEST(MountTest, AFolderGivenAsMountHoldsThePathsOfItsRemote) {
   EXPECT_TRUE(mount.cloud);
   core::SetConfig({});
   EXPECT_FALSE(vfs::FindByFullPath(folder + "/real/a", &mount));
-  std::filesystem::remove_all(folder);
 }
 
 TEST(MountTest, ProtocolsAreDescribed) {

@@ -10,8 +10,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -21,6 +19,7 @@
 
 #include "core/config.h"
 #include "core/process.h"
+#include "tests/common/scratch.h"
 #include "vfs/vfs.h"
 
 namespace {
@@ -39,16 +38,12 @@ int Probe(const char* /*queue*/, const char* id, int /*pid*/, void* user) {
 class QueueTest : public testing::Test {
  protected:
   QueueTest() {
-    std::string pattern = testing::TempDir() + "/vfs-test-XXXXXX";
-    state_ = mkdtemp(pattern.data());
-    std::filesystem::permissions(state_, std::filesystem::perms(0755));
     core::Config config;
     config.server.state = state_;
     core::SetConfig(config);
   }
   ~QueueTest() override {
     while (!children_.empty()) End(children_.back());
-    std::filesystem::remove_all(state_);
   }
 
   // A living process for an entry.
@@ -73,10 +68,7 @@ class QueueTest : public testing::Test {
     queue_.Clean("queue", id, pid, &Probe, &answers_, all);
   }
   std::string File() const { return state_ + "/run/vfs-queue"; }
-  std::string Text() const {
-    std::ifstream file(File());
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string Text() const { return ReadFile(File()); }
   void Append(const std::string& before_end) const {
     std::string text = Text();
     text.insert(text.rfind("end\n"), before_end);
@@ -85,7 +77,8 @@ class QueueTest : public testing::Test {
 
   TaskMgr queue_{3};
   Answers answers_;
-  std::string state_;
+  const TempFolder folder_;
+  const std::string state_ = folder_.path();
   std::vector<pid_t> children_;
 };
 
@@ -269,15 +262,11 @@ TEST_F(QueueTest, OtherUsersMayUseThePreparedFileButNotReplaceIt) {
   EXPECT_EQ(file.st_mode & 07777U, 0666U);
   EXPECT_EQ(folder.st_mode & 0022U, 0U);
   if (geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
-  const pid_t pid = fork();
-  if (pid == 0) {
-    if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) _exit(9);
-    const bool works = queue_.Add("queue", "a", getpid()) && Runnable("a", getpid());
-    _exit(works && unlink(File().c_str()) != 0 ? 0 : 1);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(pid, &status, 0), pid);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(AsNobody([&] {
+              const bool works = queue_.Add("queue", "a", getpid()) && Runnable("a", getpid());
+              return works && unlink(File().c_str()) != 0 ? 0 : 1;
+            }),
+            0);
 }
 
 }  // namespace

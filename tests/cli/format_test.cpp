@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace cli {
 namespace {
@@ -54,45 +55,24 @@ TEST(Columns, CountsWideCharactersTwiceAndMarksNotAtAll) {
   EXPECT_EQ(Columns("e\xcc\x81"), 1U);
 }
 
-TEST(FormatBytes, ChangesUnitBeforeFourDigits) {
-  EXPECT_EQ(FormatBytes(0), "0 B");
-  EXPECT_EQ(FormatBytes(999), "999 B");
-  EXPECT_EQ(FormatBytes(999.6), "1.0 kB");
-  EXPECT_EQ(FormatBytes(1500), "1.5 kB");
-  EXPECT_EQ(FormatBytes(9.96e6), "10 MB");
-  EXPECT_EQ(FormatBytes(999.6e6), "1.0 GB");
-  EXPECT_EQ(FormatBytes(2147483648.0), "2.1 GB");
-  EXPECT_EQ(FormatBytes(-5), "0 B");
-  EXPECT_EQ(FormatBytes(1.0 / 0.0), "0 B");
-}
-
-TEST(FormatDuration, CountsMinutesAndHours) {
-  EXPECT_EQ(FormatDuration(7.9), "0:07");
-  EXPECT_EQ(FormatDuration(754), "12:34");
-  EXPECT_EQ(FormatDuration(3723), "1:02:03");
-  EXPECT_EQ(FormatElapsed(0.0123), "12 ms");
-  EXPECT_EQ(FormatElapsed(4.21), "4.2 s");
-  EXPECT_EQ(FormatElapsed(61), "1:01");
-}
-
-TEST(FormatPercent, IsAHundredOnlyWhenWhole) {
-  EXPECT_EQ(FormatPercent(0.9999), " 99 %");
-  EXPECT_EQ(FormatPercent(1), "100 %");
-  EXPECT_EQ(FormatPercent(7), "100 %");
-  EXPECT_EQ(FormatPercent(-1), "  0 %");
-}
-
-TEST(FormatCount, GroupsThousands) {
-  EXPECT_EQ(FormatCount(999), "999");
-  EXPECT_EQ(FormatCount(30000), "30,000");
-  EXPECT_EQ(FormatCount(1234567), "1,234,567");
-}
-
-TEST(Bar, FillsWithTheFractionAndKeepsItsWidth) {
-  EXPECT_EQ(Bar(0, 12), "[----------]");
-  EXPECT_EQ(Bar(0.55, 12), "[#####-----]");
-  EXPECT_EQ(Bar(1, 12), "[##########]");
-  EXPECT_EQ(Bar(2, 12), "[##########]");
+TEST(Formats, AreShortAndNeverSayMoreThanThereIs) {
+  const std::pair<std::string, std::string> rows[] = {
+      {FormatBytes(0), "0 B"},           {FormatBytes(999), "999 B"},
+      {FormatBytes(999.6), "1.0 kB"},  // before four digits
+      {FormatBytes(1500), "1.5 kB"},     {FormatBytes(9.96e6), "10 MB"},
+      {FormatBytes(999.6e6), "1.0 GB"},  {FormatBytes(2147483648.0), "2.1 GB"},
+      {FormatBytes(-5), "0 B"},          {FormatBytes(1.0 / 0.0), "0 B"},
+      {FormatDuration(7.9), "0:07"},     {FormatDuration(754), "12:34"},
+      {FormatDuration(3723), "1:02:03"}, {FormatElapsed(0.0123), "12 ms"},
+      {FormatElapsed(4.21), "4.2 s"},    {FormatElapsed(61), "1:01"},
+      {FormatPercent(0.9999), " 99 %"},  // a hundred only when whole
+      {FormatPercent(1), "100 %"},       {FormatPercent(7), "100 %"},
+      {FormatPercent(-1), "  0 %"},      {FormatCount(999), "999"},
+      {FormatCount(30000), "30,000"},    {FormatCount(1234567), "1,234,567"},
+      {Bar(0, 12), "[----------]"},      {Bar(0.55, 12), "[#####-----]"},
+      {Bar(1, 12), "[##########]"},      {Bar(2, 12), "[##########]"},
+  };
+  for (const auto& [made, wanted] : rows) EXPECT_EQ(made, wanted);
 }
 
 TEST(WanderingBar, MovesToAndFroInsideItsWidth) {

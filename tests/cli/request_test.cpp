@@ -178,9 +178,12 @@ TEST(ErrorLines, ARefusedStartNamesTheFileAndTheReason) {
 TEST(Words, EveryCodeHasAReasonOfItsOwn) {
   const std::string unknown = support::ErrorText(-1);
   std::set<std::string> reasons;
+  std::set<std::string> names{support::ErrorName(-1)};
   for (const int code : support::ErrorCodes()) {
     const std::string reason = Reason(code);
     EXPECT_TRUE(reasons.insert(reason.substr(0, reason.rfind('('))).second) << reason;
+    EXPECT_TRUE(names.insert(support::ErrorName(code)).second) << reason;
+    EXPECT_EQ(WfmParseErrorToKVXString(code, 0), std::string("error:") + support::ErrorName(code));
     EXPECT_EQ(reason.find(unknown.substr(0, unknown.size() - 1)), std::string::npos) << reason;
     EXPECT_NE(reason.find("(" + std::to_string(code) + ")"), std::string::npos) << reason;
   }

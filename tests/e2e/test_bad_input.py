@@ -3,16 +3,10 @@ import os
 
 REFUSED = [
     ({}, 400),
-    ({"path": [], "dest_folder_path": "/dst"}, 400),
-    ({"path": ["/src/x"], "dest_folder_path": []}, 400),
     ({"path": [["/src/x"]], "dest_folder_path": "/dst"}, 400),
-    ({"path": ["/src/x"], "dest_folder_path": "/dst", "accurate_progress": "perhaps"}, 400),
-    ({"path": ["/nowhere/x"], "dest_folder_path": "/dst"}, 1000),
-    ({"path": ["/src/../dst/x"], "dest_folder_path": "/dst"}, 1000),
     ({"path": ["src/x"], "dest_folder_path": "/dst"}, 1000),
     ({"path": ["/src/a\0b"], "dest_folder_path": "/dst"}, 1000),
     ({"path": ["/src/x"], "dest_folder_path": "/dst/.."}, 1002),
-    ({"path": ["/src/x"], "dest_folder_path": "/nowhere"}, 1002),
     ({"path": ["/src/x"], "dest_folder_path": "/dst/missing"}, 1002),
     ({"path": ["/src/" + "n" * 300], "dest_folder_path": "/dst"}, 1000),
     ({"path": ["/src/x"], "dest_folder_path": "/src"}, 1000),  # conflicts with itself

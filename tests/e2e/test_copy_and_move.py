@@ -71,14 +71,6 @@ def test_conflict_modes_decide_about_an_existing_file(server, place, request_par
     assert data.get("skipstatus", {}).get("status") == skip
 
 
-def test_an_existing_name_is_refused_unless_the_request_says_what_to_do(server, place):
-    (place / "src" / "x").write_text("new")
-    (place / "dst" / "x").write_text("old")
-    for params, code in [({}, 1000), ({"remove_src": True}, 1001), ({"rename": True}, 1000)]:
-        answer = server.client.start(["/src/x"], "/dst", **params)
-        assert answer.code == code and answer.detail == [{"code": 1003, "path": "/src/x"}]
-
-
 def test_lists_decide_per_path(server, place):
     for name in "abc":
         (place / "src" / name).write_text("new " + name)
@@ -117,18 +109,6 @@ def test_a_failed_entry_is_listed_and_the_others_arrive(server, place):
     assert (place / "dst" / "clash").read_text() == "a file"
     assert (place / "dst" / "good" / "file").read_text() == "good"
     assert (place / "src" / "clash" / "file").exists()
-
-
-def test_the_end_leaves_notice_arguments_in_the_record(server, place):
-    (place / "src" / "<b>").write_text("x")
-    task = server.client.start(["/src/<b>"], "/dst").data["taskid"]
-    data = server.client.wait_record(task, lambda r: r["finished"])["data"]
-    assert data["notification_arg1"] == "filebrowser:filebrowser_copy_completed"
-    assert data["notification_arg2"] == "/src/&lt;b&gt;"
-    task = server.client.start(["/src/missing"], "/dst", remove_src=True).data["taskid"]
-    data = server.client.wait_record(task, lambda r: r["finished"])["data"]
-    assert data["notification_arg1"] == "filebrowser:filebrowser_move_failed"
-    assert data["notification_arg3"].startswith("error:")
 
 
 def test_a_finished_record_goes_with_the_answer_that_reports_it(server, place):

@@ -3,7 +3,7 @@ import os
 import signal
 import time
 
-from trees import assert_same, describe, leftovers, make_tree
+from trees import leftovers
 
 SLOW = '[bandwidth]\ndefault = "8MB"\n'
 
@@ -57,30 +57,6 @@ def test_stop_ends_the_worker_and_leaves_no_partial_file(make_server, place):
     assert (place / "src" / "t" / "big").stat().st_size == 64 << 20
 
 
-def test_a_killed_worker_ends_its_record_as_failed_and_the_copy_can_be_repeated(make_server, place):
-    server = make_server(config=SLOW)
-    make_tree(place / "src" / "t")
-    big_file(place / "src" / "t" / "big", 24)
-    original = describe(place / "src" / "t")
-    task = server.client.start(["/src/t"], "/dst").data["taskid"]
-    pid = running(server.client, task)["data"]["pid"]
-    time.sleep(0.5)
-    os.kill(pid, signal.SIGKILL)
-    record = server.client.wait_record(task, lambda r: r["finished"], seconds=10)
-    assert record["progress"] == -1 and record["data"]["status"] == "FAIL"
-    assert record["data"]["errors"][-1]["code"] == 480
-    data = server.client.wait(task)
-    assert data["finished"] and data["errors"]
-    # What has a final name is whole; a second run completes and cleans up.
-    if (place / "dst" / "t").exists():
-        for name, entry in describe(place / "dst" / "t").items():
-            if "data" in entry:
-                assert entry["data"] == original[name]["data"], name
-    server.client.run(["/src/t"], "/dst", overwrite=True)
-    assert_same(place / "dst" / "t", original)
-    assert leftovers(place / "dst") == []
-
-
 def test_running_workers_survive_the_server_and_dead_ones_are_noticed(make_server, place):
     server = make_server(config=SLOW)
     big_file(place / "src" / "a", 24)
@@ -96,19 +72,6 @@ def test_running_workers_survive_the_server_and_dead_ones_are_noticed(make_serve
     assert server.client.wait_record(b, lambda r: r["finished"], 15)["progress"] == -1
     assert server.client.wait(a)["progress"] == 1
     assert (place / "dst" / "a").stat().st_size == 24 << 20
-
-
-def test_a_copy_goes_on_when_its_record_is_deleted(make_server, place):
-    server = make_server(config=SLOW)
-    big_file(place / "src" / "big", 24)
-    task = server.client.start(["/src/big"], "/dst").data["taskid"]
-    pid = running(server.client, task)["data"]["pid"]
-    for store in (place / "state" / "users").glob("*/tasks.db*"):
-        store.unlink()
-    assert wait_gone(pid, 60)
-    assert (place / "dst" / "big").read_bytes() == (place / "src" / "big").read_bytes()
-    assert server.wait_log("TAVO.Fennox.CopyMove:629 Failed to get json data, and failed to recover")
-    assert server.client.status(task).code == 599
 
 
 def test_worker_leaves_nothing_of_the_server_open(make_server, place):

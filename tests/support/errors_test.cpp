@@ -3,31 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <set>
 #include <thread>
 
 #include "core/error.h"
-#include "support/text.h"
 
 namespace {
-
-const int kCodes[] = {0,    101,  400,  401,  407,  410,  415,  418,  422,  451,  460, 461, 462,
-                      463,  464,  465,  466,  467,  468,  469,  470,  471,  472,  480, 599, 1000,
-                      1001, 1002, 1003, 1004, 1006, 1007, 2109, 2114, 2115, 2116, 2119};
-
-TEST(Errors, EachCodeHasANameAndATextOfItsOwnInBothLanguages) {
-  std::set<std::string> texts{WfmLibGetText(WfmParseErrorToKVXString(-1, 0), "enu")};
-  std::set<std::string> german{WfmLibGetText(WfmParseErrorToKVXString(-1, 0), "ger")};
-  std::set<std::string> names{"error_unknown"};
-  for (const int code : kCodes) {
-    const std::string key = WfmParseErrorToKVXString(code, 0);
-    EXPECT_EQ(key, std::string("error:") + support::ErrorName(code));
-    EXPECT_TRUE(names.insert(support::ErrorName(code)).second) << code;
-    EXPECT_TRUE(texts.insert(WfmLibGetText(key, "enu")).second) << code;
-    EXPECT_TRUE(german.insert(WfmLibGetText(key, "ger")).second) << code;
-    EXPECT_EQ(german.count(WfmLibGetText(key, "enu")), 0U) << code;
-  }
-}
 
 TEST(Errors, ErrnoBecomesTheCodeThatTellsTheUserWhy) {
   const std::pair<int, int> rows[] = {

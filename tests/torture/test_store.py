@@ -113,6 +113,9 @@ def test_store(make_volume, make_server, rounds, tally, fault, move):
         this.check_nothing_lost()
         this.tree.check_no_leftovers(this.told)
         tally["end reported" if end_is_reported(server.client, task) else "record lost"] += 1
+        if fault is deleted:
+            assert server.client.status(task).code == 599
+            assert server.wait_log("TAVO.Fennox.CopyMove:629 Failed to get json data, and failed to recover")
         if fault in (garbage, truncated):
             # A store damaged under a running server stays as it is until somebody looks at it.
             remove_databases(server.state)

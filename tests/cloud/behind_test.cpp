@@ -62,7 +62,7 @@ TEST_P(BehindTest, ManyArriveWholeAndAreCountedWhenTheyHave) {
   ASSERT_EQ(sent.size(), 8U);
   for (const auto& [number, name] : sent) {
     ASSERT_TRUE(Behind::Await(cloud_.get(), number)) << name << std::hex << VLIBCErrGet();
-    const std::string text = ReadAll(Path(name));
+    const std::string text = ReadFile(Path(name));
     EXPECT_TRUE(text == RandomText(text.size()));
     all -= text.size();
     struct stat st {};
@@ -91,7 +91,7 @@ TEST_P(BehindTest, ManyAreFetchedWhole) {
   ASSERT_EQ(fetched.size(), 5U);
   for (const auto& [number, fd] : fetched) {
     ASSERT_TRUE(Behind::Await(cloud_.get(), number)) << std::hex << VLIBCErrGet();
-    const std::string text = ReadAll("/proc/self/fd/" + std::to_string(fd->get()));
+    const std::string text = ReadFile("/proc/self/fd/" + std::to_string(fd->get()));
     EXPECT_TRUE(text == RandomText(text.size()));
   }
   EXPECT_EQ(watch.counted, all);
@@ -102,7 +102,7 @@ TEST_P(BehindTest, ATakenNameIsLeftAlone) {
   EXPECT_FALSE(Behind::Await(cloud_.get(), Leave("file", "new")));
   EXPECT_EQ(VLIBCErrGet(), core::kErrExists);
   EXPECT_EQ(errno, EEXIST);
-  EXPECT_EQ(ReadAll(Path("file")), "old");
+  EXPECT_EQ(ReadFile(Path("file")), "old");
   EXPECT_THAT(Names(), ElementsAre("file")) << "no temporary file stays";
 }
 
@@ -115,7 +115,7 @@ TEST_P(BehindTest, AStopAndTheObjectsEndLeaveWholeFilesOnly) {
   for (const std::string& name : Names()) {
     if (name.starts_with(".davfs.tmp")) continue;
     EXPECT_EQ(name.size(), 1U) << name;
-    EXPECT_EQ(ReadAll(Path(name)).size(), 1U << 20U);
+    EXPECT_EQ(ReadFile(Path(name)).size(), 1U << 20U);
   }
 }
 
@@ -128,7 +128,7 @@ TEST_P(BehindTest, NoMoreConnectionsAreOpenedThanTheRemoteAllows) {
     const std::uint64_t number = Leave(name, name);
     EXPECT_EQ(number != 0, behind) << most;
     EXPECT_TRUE(number == 0 || Behind::Await(cloud_.get(), number));
-    EXPECT_EQ(ReadAll(Path(name)), name);
+    EXPECT_EQ(ReadFile(Path(name)), name);
   }
 }
 

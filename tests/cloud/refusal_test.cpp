@@ -53,7 +53,7 @@ class RefusalTest : public TransferTest {
   void EndSessionsThatAsk(const std::string& program) const {
     for (int i = 0; i < 3000; ++i) {
       for (const pid_t pid : server_.Sessions()) {
-        if (ReadAll("/proc/" + std::to_string(pid) + "/comm") == program + "\n") {
+        if (ReadFile("/proc/" + std::to_string(pid) + "/comm") == program + "\n") {
           return server_.EndSessions();
         }
       }

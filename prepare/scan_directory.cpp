@@ -1,17 +1,28 @@
 // Counts what lies below a folder.
 //
-// A stack of its own, not the thread's, holds the folders on the way down, and
-// at most one folder is open at a time: the depth of a tree is bounded only by
-// the length of its paths.
+// The folders that wait are held in a stack of their own, not a thread's, and each
+// thread has at most one folder open: the depth of a tree is bounded only by the
+// length of its paths. With many folders a second thread takes its share of them.
 #include <dirent.h>
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <memory>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/error.h"
@@ -25,125 +36,198 @@ namespace Fennox {
 namespace {
 
 constexpr std::size_t kLongestPath = 4096;
+// Below this starting a thread costs more than it saves.
+constexpr std::size_t kFoldersForTwo = 8;
+constexpr std::chrono::seconds kLongestWait{1};
 
 struct CloseDir {
   void operator()(DIR* dir) const { closedir(dir); }
 };
 using OpenDir = std::unique_ptr<DIR, CloseDir>;
 
-struct SubFolder {
-  std::string name;
-  bool isLink;
-};
-
-// A folder on the way from the scanned one down to the current one.
-struct Level {
-  std::size_t pathLength = 0;
+// A folder that was opened, kept for the ones below it.
+struct Place {
+  std::string path;
   dev_t device = 0;
   ino_t inode = 0;
-  std::vector<SubFolder> waiting;  // still to be scanned, the last one first
+  std::shared_ptr<const Place> parent;
+};
+
+struct Waiting {
+  std::string name;  // the whole path without a parent
+  bool isLink = false;
+  std::shared_ptr<const Place> parent;
+};
+
+// What one folder holds.
+struct Found {
+  std::vector<Waiting> folders;
+  std::uint64_t files = 0;
+  long long bytes = 0;
+  int failedAt = 0;  // the log number of why it cannot be entered
 };
 
 bool Stopped() { return _cancelRequested != 0; }
 
-class DirectoryScan {
- public:
-  explicit DirectoryScan(const char* path)
-      : path_(path), toCloud_(WfmLibIsCloudVFSFullPath(_destPathInfo.realPath.c_str())) {}
-
-  long long Run();
-
- private:
-  void Enter(bool byLink);
-  bool CountFiles(DIR* dir, Level& level);
-  void CountEntry(int folder, const dirent& entry, Level& level);
-  bool IsBelowItself(const struct stat& status) const;
-
-  std::string path_;
-  const bool toCloud_;
-  std::vector<Level> levels_;
-  long long sum_ = 0;
-};
-
-// Opens a folder for reading. False when it cannot be entered. One that can be
-// entered but not listed gives no descriptor: it shows no entries.
-bool OpenFolder(const std::string& path, core::UniqueFd& folder, struct stat& status) {
+// Opens a folder for reading: 0, or the number of why it cannot be entered. One that
+// can be entered but not listed gives no descriptor: it shows no entries.
+int OpenFolder(const std::string& path, core::UniqueFd& folder, struct stat& status) {
   folder.reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
   if (!folder) {
-    if (stat(path.c_str(), &status) != 0) {
-      VLIBCErrSetEx(core::kErrIllegalName, kModuleName, 708);
-      return false;
-    }
-    if (!S_ISDIR(status.st_mode)) {
-      VLIBCErrSetEx(core::kErrIllegalName, kModuleName, 713);
-      return false;
-    }
+    if (stat(path.c_str(), &status) != 0) return 708;
+    if (!S_ISDIR(status.st_mode)) return 713;
   }
   const bool entered = folder ? fstatat(folder.get(), ".", &status, 0) == 0
                               : faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0;
-  if (!entered) VLIBCErrSetEx(core::kErrIllegalName, kModuleName, 716);
-  return entered;
-}
-
-long long DirectoryScan::Run() {
-  Enter(false);
-  while (!levels_.empty()) {
-    Level& level = levels_.back();
-    if (level.waiting.empty() || Stopped()) {
-      // A folder counts when it is done with; the scanned one itself does not.
-      levels_.pop_back();
-      if (!levels_.empty()) ++_foundDirNum;
-      continue;
-    }
-    const SubFolder next = std::move(level.waiting.back());
-    level.waiting.pop_back();
-    path_.resize(level.pathLength);
-    path_ += '/';
-    path_ += next.name;
-    Enter(next.isLink);
-  }
-  return sum_;
-}
-
-// Pushes the folder at path_ and counts its files.
-void DirectoryScan::Enter(bool byLink) {
-  MVCPUpdateProgress(0, 0);
-  Level level;
-  level.pathLength = path_.size();
-  core::UniqueFd folder;
-  struct stat status {};
-  const bool entered = OpenFolder(path_, folder, status);
-  if (entered && folder && !(byLink && IsBelowItself(status))) {
-    level.device = status.st_dev;
-    level.inode = status.st_ino;
-    OpenDir dir(fdopendir(folder.get()));
-    if (dir) {
-      (void)folder.release();
-      if (!CountFiles(dir.get(), level)) level.waiting.clear();
-    }
-  }
-  levels_.push_back(std::move(level));
+  return entered ? 0 : 716;
 }
 
 // A link to a folder that is being scanned would never end.
-bool DirectoryScan::IsBelowItself(const struct stat& status) const {
-  for (const Level& level : levels_) {
-    if (level.device == status.st_dev && level.inode == status.st_ino) return true;
+bool IsBelowItself(const struct stat& status, const Place* above) {
+  for (; above != nullptr; above = above->parent.get()) {
+    if (above->device == status.st_dev && above->inode == status.st_ino) return true;
   }
   return false;
 }
 
-// False when a stop was seen.
-bool DirectoryScan::CountFiles(DIR* dir, Level& level) {
-  while (const dirent* entry = readdir(dir)) {
-    if (entry->d_name[0] == '.') continue;
-    CountEntry(dirfd(dir), *entry, level);
-    if (Stopped()) return false;
+class DirectoryScan {
+ public:
+  explicit DirectoryScan(const char* path)
+      : toCloud_(WfmLibIsCloudVFSFullPath(_destPathInfo.realPath.c_str())),
+        // A server may not like two questions at once.
+        alone_(WfmLibIsVFSFullPath(path)),
+        waiting_{{path, false, nullptr}} {}
+
+  long long Run();
+
+ private:
+  void StartHelper();
+  bool Step(bool main);
+  Found Look(const Waiting& folder) const;
+  void CountEntry(int folder, const dirent& entry, const std::shared_ptr<const Place>& place,
+                  Found& found) const;
+  void Publish();
+
+  const bool toCloud_;
+  const bool alone_;
+
+  // Shared by the threads.
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Waiting> waiting_;  // the next one last
+  int busy_ = 0;
+  int failedAt_ = 0;
+  std::uint64_t files_ = 0;
+  std::uint64_t folders_ = 0;
+  long long sum_ = 0;
+
+  // The calling thread's.
+  std::uint64_t filesTold_ = 0;
+  std::uint64_t foldersTold_ = 0;
+  long long sumTold_ = 0;
+  std::thread helper_;
+};
+
+long long DirectoryScan::Run() {
+  do {
+    StartHelper();
+    Publish();
+    MVCPUpdateProgress(0, 0);
+  } while (Step(true));
+  if (helper_.joinable()) helper_.join();
+  Publish();
+  if (failedAt_ != 0) VLIBCErrSetEx(core::kErrIllegalName, kModuleName, failedAt_);
+  return sum_;
+}
+
+void DirectoryScan::StartHelper() {
+  if (alone_ || helper_.joinable()) return;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (waiting_.size() < kFoldersForTwo) return;
   }
+  // Signals are for the calling thread.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  try {
+    helper_ = std::thread([this] {
+      while (Step(false)) {
+      }
+    });
+  } catch (const std::system_error&) {
+    // One thread does it, too.
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+// Counts the next folder, or waits for one. False when nothing is left to do.
+bool DirectoryScan::Step(bool main) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (waiting_.empty() && busy_ > 0) {
+    // The calling thread has progress to tell meanwhile.
+    if (main) {
+      changed_.wait_for(lock, kLongestWait);
+    } else {
+      changed_.wait(lock, [this] { return !waiting_.empty() || busy_ == 0; });
+    }
+  }
+  if (waiting_.empty() || (Stopped() && waiting_.back().parent != nullptr)) {
+    return main && busy_ > 0;
+  }
+  const Waiting folder = std::move(waiting_.back());
+  waiting_.pop_back();
+  ++busy_;
+  lock.unlock();
+  Found found = Look(folder);
+  lock.lock();
+  --busy_;
+  files_ += found.files;
+  sum_ += found.bytes;
+  if (found.failedAt != 0) failedAt_ = found.failedAt;
+  if (folder.parent != nullptr) ++folders_;
+  std::move(found.folders.begin(), found.folders.end(), std::back_inserter(waiting_));
+  changed_.notify_all();
   return true;
 }
 
-void DirectoryScan::CountEntry(int folder, const dirent& entry, Level& level) {
+// The process-wide counters are the calling thread's alone.
+void DirectoryScan::Publish() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  _foundFileNum += files_ - std::exchange(filesTold_, files_);
+  _foundDirNum += folders_ - std::exchange(foldersTold_, folders_);
+  _foundFileSize += static_cast<std::uint64_t>(sum_ - std::exchange(sumTold_, sum_));
+}
+
+Found DirectoryScan::Look(const Waiting& folder) const {
+  Found found;
+  auto place = std::make_shared<Place>();
+  place->path = folder.parent == nullptr ? folder.name : folder.parent->path + "/" + folder.name;
+  place->parent = folder.parent;
+  core::UniqueFd fd;
+  struct stat status {};
+  found.failedAt = OpenFolder(place->path, fd, status);
+  if (found.failedAt != 0 || !fd) return found;
+  if (folder.isLink && IsBelowItself(status, folder.parent.get())) return found;
+  place->device = status.st_dev;
+  place->inode = status.st_ino;
+  const OpenDir dir(fdopendir(fd.get()));
+  if (!dir) return found;
+  (void)fd.release();
+  while (const dirent* entry = readdir(dir.get())) {
+    if (entry->d_name[0] == '.') continue;
+    CountEntry(dirfd(dir.get()), *entry, place, found);
+    if (Stopped()) {
+      found.folders.clear();
+      break;
+    }
+  }
+  return found;
+}
+
+void DirectoryScan::CountEntry(int folder, const dirent& entry,
+                               const std::shared_ptr<const Place>& place, Found& found) const {
   struct stat status {};
   mode_t type = DTTOIF(entry.d_type);
   if (entry.d_type != DT_DIR) {
@@ -151,12 +235,11 @@ void DirectoryScan::CountEntry(int folder, const dirent& entry, Level& level) {
     type = status.st_mode & S_IFMT;
   }
   if (type == S_IFREG) {
-    ++_foundFileNum;
-    _foundFileSize += static_cast<std::uint64_t>(status.st_size);
-    sum_ += status.st_size;
+    ++found.files;
+    found.bytes += status.st_size;
   } else if (type == S_IFDIR) {
     if (toCloud_ && std::strcmp(entry.d_name, "@eaDir") == 0) return;
-    level.waiting.push_back({entry.d_name, entry.d_type != DT_DIR});
+    found.folders.push_back({entry.d_name, entry.d_type != DT_DIR, place});
   }
 }
 

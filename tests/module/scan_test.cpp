@@ -132,6 +132,17 @@ TEST_F(ScanTest, StopEndsTheScanAfterTheNextEntry) {
   EXPECT_EQ(_foundDirNum, 0U);
 }
 
+TEST_F(ScanTest, ManyFoldersAreEachCountedOnce) {
+  for (int i = 0; i < 400; ++i) {
+    const auto folder = Share("docs") / std::to_string(i % 20) / std::to_string(i);
+    std::filesystem::create_directories(folder);
+    WriteFile(folder / "f", std::string(static_cast<std::size_t>(i), 'x'));
+  }
+  EXPECT_EQ(Scan(Share("docs")), 400 * 399 / 2);
+  EXPECT_EQ(_foundFileNum, 400U);
+  EXPECT_EQ(_foundDirNum, 420U);
+}
+
 TEST_F(ScanTest, LostWorkingDirectoryIsLogged) {
   const std::string told = SaidByChild([&] {
     const auto gone = root() / "gone";

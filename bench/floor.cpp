@@ -132,9 +132,9 @@ void List(const std::string& from, const std::string& to, std::vector<Batch>* ba
   std::vector<std::string> folders;
   for (const auto& entry : std::filesystem::directory_iterator(from)) {
     const std::string name = entry.path().filename();
-    const auto type = entry.symlink_status().type();
-    if (type == std::filesystem::file_type::directory) folders.push_back(name);
-    if (type == std::filesystem::file_type::regular) batch.files.push_back(name);
+    if (entry.is_symlink()) continue;  // the listing tells types, without a look at each
+    if (entry.is_directory()) folders.push_back(name);
+    if (entry.is_regular_file()) batch.files.push_back(name);
   }
   batches->push_back(std::move(batch));
   for (const std::string& name : folders) List(from + "/" + name, to + "/" + name, batches);

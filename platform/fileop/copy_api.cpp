@@ -15,6 +15,13 @@ Job* JobOf(Job* job, const char* src, const char* dst) {
   return job != nullptr && job->src_path == src && job->dst_path == dst ? job : nullptr;
 }
 
+// Nothing has gone through the descriptors yet. Of a source that was read before, only
+// what reached the destination counts.
+bool AtBeginning(const Job& job, int src, int dst) {
+  return ::lseek(dst, 0, SEEK_CUR) == 0 &&
+         (!AheadData(job).empty() || ::lseek(src, 0, SEEK_CUR) == 0);
+}
+
 bool SharesBlocks(int type) {
   return type == core::kFsBtrfs || type == core::kFsXfs || type == core::kFsZfs ||
          type == core::kFsOverlay || type == core::kFsNfs || type == core::kFsCifs;
@@ -81,7 +88,7 @@ int TAVOCopyFileFdEx(int srcFd, int dstFd, long size, TAVOCopyProgress progress,
   data.expected = size;
   fileop::Job* job = fileop::CurrentJob();
   const bool lent = job != nullptr && job->lent_src == srcFd && job->lent_dst == dstFd &&
-                    ::lseek(srcFd, 0, SEEK_CUR) == 0 && ::lseek(dstFd, 0, SEEK_CUR) == 0;
+                    fileop::AtBeginning(*job, srcFd, dstFd);
   if (lent) {
     data.src_st = &job->st;
     data.dst_is_new = true;

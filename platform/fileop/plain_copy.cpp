@@ -94,7 +94,6 @@ Rung WriteAhead(Transfer& transfer, std::string_view content) {
     content.remove_prefix(size);
     if (transfer.pacer->Moved(size) < 0) return Rung::kFailed;
   }
-  ::lseek(transfer.src, transfer.position, SEEK_SET);
   return Rung::kDone;
 }
 

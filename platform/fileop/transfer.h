@@ -40,8 +40,8 @@ Rung KernelCopy(Transfer& transfer);   // copy_file_range
 Rung ExtentCopy(Transfer& transfer);   // read and write, around the holes
 Rung PlainCopy(Transfer& transfer);    // read and write
 
-// Writes a source that was read as a whole before its turn, and moves the cursor
-// as if it was read now. Both sides stand at their beginning.
+// Writes a source that was read as a whole before its turn, to a destination that
+// stands at its beginning. Nobody reads the source after that: its offset stays.
 Rung WriteAhead(Transfer& transfer, std::string_view content);
 
 // Calls `move` for each stretch of data from the cursor on, up to its end, and

@@ -4,7 +4,7 @@ import data
 import report
 import stack
 import volumes
-from copying import OURS, places, prepare, tree_size, turns
+from copying import CP, OURS, places, prepare, tree_size, turns
 from memory import Peak
 
 FEW, MANY = 30000, 300000
@@ -34,6 +34,8 @@ def run(arguments):
     few, many = max(1, arguments.files // 10), arguments.files
     titles = {few: f"{few} files", many: f"{many} files"}
     seconds = {title: [] for title in titles.values()}
+    # The file system's own growth, by the program that only copies.
+    plain = {f"{title}, {CP}": [] for title in titles.values()}
     peaks = {title: [] for title in titles.values()}
     with volumes.Workshop(arguments.backing) as workshop:
         templates = {files: workshop.template(f"source-{files}", arguments.fs,
@@ -49,9 +51,12 @@ def run(arguments):
                     raise data.Different("the copy is not complete")
                 seconds[titles[files]].append(taken)
                 peaks[titles[files]].append(peak)
-    per_file = {"per 1000 files": {titles[files]: [taken / files * 1000
-                                                   for taken in seconds[titles[files]]]
-                                   for files in titles}}
+            with places(workshop, templates[files], None) as (source, dest):
+                plain[f"{titles[files]}, {CP}"].append(
+                    copying.copy(CP, source, dest, "tree", False))
+    sizes = {title: files for files, one in titles.items() for title in (one, f"{one}, {CP}")}
+    per_file = {"per 1000 files": {title: [taken / sizes[title] * 1000 for taken in all_]
+                                   for title, all_ in (seconds | plain).items()}}
     result = report.result("scale", copying.parameters(arguments, "files"), per_file, [OURS],
                            (titles[few],))
     result["peak_kib"] = {title: max(found) for title, found in peaks.items()}
@@ -59,6 +64,9 @@ def run(arguments):
     report.check(result, f"{what}: cost per file, ratio",
                  report.median_of(result, "per 1000 files", titles[many])
                  / report.median_of(result, "per 1000 files", titles[few]), 1.1)
+    grown = (report.median_of(result, "per 1000 files", f"{titles[many]}, {CP}")
+             / report.median_of(result, "per 1000 files", f"{titles[few]}, {CP}"))
+    result["peer_growth"] = grown
     report.check(result, f"{what}: peak memory of the worker, ratio",
                  max(peaks[titles[many]]) / min(peaks[titles[few]]), 1.1)
     return result
@@ -66,6 +74,6 @@ def run(arguments):
 
 def table(result):
     report.table(result)
-    print()
+    print(f"\n    {CP}: cost per file grows by {result['peer_growth']:.2f}")
     for title, kib in result["peak_kib"].items():
         print(f"    {title}: worker's peak memory {kib / 1024:.1f} MiB")

@@ -77,6 +77,33 @@ TEST_F(Move, WithinAVolumeIsARenameThatReportsTheHooksSize) {
   EXPECT_FALSE(Exists(scratch_ / "dst/d1/f1"));
 }
 
+// Open folders are kept from one entry to the next.
+TEST_F(Move, AFolderThatWasReplacedIsNeverUsedForLong) {
+  for (const char* const end : {"from", "to"}) {
+    for (const bool link : {true, false}) {
+      const Scratch scratch;
+      for (const char* folder : {"from", "to", "outside"}) MakeFolder(scratch / folder);
+      for (const char* name : {"from/a", "from/b", "outside/b"}) Write(scratch / name, name);
+      Copier copier(Kind::kMove, 1);
+      ASSERT_EQ(copier.File(scratch / "from/a", scratch / "to/a"), 0);
+      ASSERT_EQ(::rename((scratch / end).c_str(), (scratch / "gone").c_str()), 0);
+      const bool source = std::string(end) == "from";
+      if (link) {
+        ASSERT_EQ(::symlink("outside", (scratch / end).c_str()), 0);
+      } else {
+        MakeFolder(scratch / end);
+        if (source) Write(scratch / "from/b", "new");
+      }
+      ::usleep(20'000);
+      EXPECT_EQ(copier.File(scratch / "from/b", scratch / "to/b") == 0, !link);
+      EXPECT_EQ(Read(scratch / "outside/b"), "outside/b");
+      EXPECT_EQ(Read(scratch / "gone/b"), source ? "from/b" : "(none)");
+      if (link) continue;
+      EXPECT_EQ(Read(scratch / "to/b"), source ? "new" : "from/b");
+    }
+  }
+}
+
 TEST_F(Move, OntoAnExistingFolderMergesByRename) {
   FillTree(scratch_ / "src");
   MakeFolder(scratch_ / "dst/d1");

@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "regular_file.h"
+#include "vfs/mounts.h"
 
 namespace fileop {
 namespace {
@@ -64,18 +66,24 @@ void AheadFile::Await() {
 void AheadFile::OpenRemote() {
   if (place_.how == AheadPlace::How::kLook) {
     looked = ::fstatat(place_.from, name_.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+    refused = !looked && vfs::MayMeanServerLost(errno);
     return;
   }
   const core::UniqueFd there(OpenQuietly(place_.from, name_.c_str()));
-  const bool small = there.valid() && ::fstat(there.get(), &st) == 0 && S_ISREG(st.st_mode) &&
-                     st.st_size > 0 && st.st_size <= Lookahead::kLargestRead;
+  const bool open = there.valid() && ::fstat(there.get(), &st) == 0;
+  refused = !open && vfs::MayMeanServerLost(errno);
+  const bool small =
+      open && S_ISREG(st.st_mode) && st.st_size > 0 && st.st_size <= Lookahead::kLargestRead;
   if (!small) return;
   // One byte more than there should be: a short answer proves the end.
   std::vector<char> content(static_cast<std::size_t>(st.st_size) + 1);
   std::size_t size = 0;
   for (ssize_t got = 1; got > 0 && size < content.size(); size += static_cast<std::size_t>(got)) {
     got = ::read(there.get(), content.data() + size, content.size() - size);
-    if (got < 0) return;
+    if (got < 0) {
+      refused = vfs::MayMeanServerLost(errno);
+      return;
+    }
   }
   core::UniqueFd held(::memfd_create("fileop-ahead", MFD_CLOEXEC));
   if (size + 1 != content.size() || ::pwrite(held.get(), content.data(), size, 0) != st.st_size) {
@@ -120,7 +128,7 @@ void AheadFile::MakeTarget() {
 }
 
 bool Lookahead::Next(const AheadPlace& place, DirStream* stream, Entry* entry, bool* folders) {
-  if (entries_.size() <= kEntries / 2 && !(ended_ && next_ == listed_.size())) {
+  if (entries_.size() <= MostEntries(place) / 2 && !(ended_ && next_ == listed_.size())) {
     Fill(place, stream, folders);
   }
   if (entries_.empty()) {
@@ -156,7 +164,7 @@ bool Lookahead::List(const AheadPlace& place, DirStream* stream, bool* folders) 
 
 void Lookahead::Fill(const AheadPlace& place, DirStream* stream, bool* folders) {
   const bool remote = place.how == AheadPlace::How::kRead || place.how == AheadPlace::How::kLook;
-  while (entries_.size() < (remote ? kRemoteEntries : kEntries)) {
+  while (entries_.size() < MostEntries(place)) {
     if (next_ == listed_.size() && !List(place, stream, folders)) break;
     Listed& found = listed_[next_++];
     Entry entry{std::move(found.name), found.type, nullptr};

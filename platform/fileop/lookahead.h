@@ -45,6 +45,8 @@ class AheadFile : public Work {
   struct stat st {};
   bool whole = false;   // was read to its end
   bool looked = false;  // `st` is known, though the file was not opened
+  // The server may have had no connection left for it.
+  bool refused = false;
   std::string_view content() const { return {data_.get(), static_cast<std::size_t>(st.st_size)}; }
   // The copy, still empty, when it goes into a folder that nobody sees; it is
   // removed unless it is taken.
@@ -104,7 +106,11 @@ class Lookahead {
 
   static constexpr std::size_t kStretch = 1024;
   static constexpr std::size_t kEntries = 64;
-  static constexpr std::size_t kRemoteEntries = 16;  // each is a question to a server
+  static constexpr std::size_t kReadEntries = 16;  // each is read from a server
+  // Half of them are asked for in one go: a mount may answer them all from one listing.
+  static std::size_t MostEntries(const AheadPlace& place) {
+    return place.how == AheadPlace::How::kRead ? kReadEntries : kEntries;
+  }
 
   Helper* helper_;
   std::vector<Listed> listed_;

@@ -120,7 +120,8 @@ AheadPlace::How TreeCopy::HowAhead(const Level& level) {
   constexpr int kMost = 3;
   const int most = mount.max_connections;
   const int threads = most == 0 ? kMost : std::clamp(most - kMost, 0, kMost);
-  if (threads == 0 || request_.args == nullptr || !request_.args->behind) return How::kNot;
+  const bool hooked = request_.args != nullptr && request_.args->behind;
+  if (threads == 0 || !hooked || !asks_ahead_) return How::kNot;
   helper_.Widen(static_cast<std::size_t>(threads));
   const TAVOBEHINDHOOKS& hooks = *request_.args->behind;
   const bool fetches = hooks.fetches(level.from.path.c_str(), level.to.path.c_str(), 0) != 0;
@@ -185,6 +186,10 @@ void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
   if (entry.type == DT_REG) job.st.st_mode = S_IFREG;
   if (entry.file != nullptr) {
     entry.file->Await();
+    if (entry.file->refused) {
+      level.ahead = AheadPlace::How::kNot;
+      asks_ahead_ = false;
+    }
     // What could not be opened ahead is tried again for its error.
     if (entry.file->fd.valid() && S_ISREG(entry.file->st.st_mode)) {
       job.src = std::move(entry.file->fd);

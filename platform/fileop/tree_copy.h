@@ -93,6 +93,7 @@ class TreeCopy {
   RemovalBatch removals_;
   Failure first_;
   bool stopped_ = false;
+  bool asks_ahead_ = true;     // a mount several questions at once
   TargetFolder remote_owner_;  // of the remote mount that has got a file last: who owns its files
   Outcome top_outcome_ = Outcome::kNone;
   std::int64_t last_tick_ = 0;

@@ -159,8 +159,7 @@ FennoxMVCPHandler& EngineTest::Handler(const Json::Value& params, const std::str
   KVX::Task* task = std::exchange(_task, nullptr);
   handler_.reset();
   _task = task;
-  handler_ = std::make_unique<FennoxMVCPHandler>(request_.get(), response_.get());
-  return *handler_;
+  return handler_.emplace(request_.get(), response_.get());
 }
 
 std::vector<int> EngineTest::FailureCodes() const {

@@ -52,7 +52,7 @@ class EngineTest : public ::testing::Test {
  private:
   std::unique_ptr<TAVO::APIRequest> request_;
   std::unique_ptr<TAVO::APIResponse> response_;
-  std::unique_ptr<Fennox::FennoxMVCPHandler> handler_;
+  std::optional<Fennox::FennoxMVCPHandler> handler_;
 };
 
 Fennox::ENTRY_STAT Entry(const std::string& sharePath, int overwriteMode = 0, int error = 0);

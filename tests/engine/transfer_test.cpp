@@ -275,12 +275,12 @@ TEST_F(TransferTest, AFallbackThatCannotOpenItsFileSaysWhy) {
   struct Row {
     const char* from;
     const char* to;
-    bool socket;
     int core, line, logged;
+    bool socket;
   };
   for (const Row& row :
-       {Row{"ftp", "", false, 0x0900, 1206, 1205}, Row{"ftp", "", true, 0x6C00, 1199, 0},
-        Row{"", "ftp", false, 0x0900, 1222, 1221}, Row{"", "ftp", true, 0x6C00, 1215, 0}}) {
+       {Row{"ftp", "", 0x0900, 1206, 1205, false}, Row{"ftp", "", 0x6C00, 1199, 0, true},
+        Row{"", "ftp", 0x0900, 1222, 1221, false}, Row{"", "ftp", 0x6C00, 1215, 0, true}}) {
     SCOPED_TRACE(row.line);
     Sides(row.from, row.to);
     SourceOfSize("in/f", kBorder);

@@ -19,6 +19,8 @@ namespace {
 
 constexpr long kReplyTimeout = 30;  // seconds
 constexpr int kImplicitTlsPort = 990;
+// The library waits until an SFTP server has confirmed one buffer before it fills the next.
+constexpr long kSftpUploadBuffer = 2L << 20;
 
 // A listing tells all that is asked of it by beginning.
 std::size_t EndAtOnce(char* /*data*/, std::size_t /*one*/, std::size_t /*length*/, void* began) {
@@ -288,6 +290,7 @@ Outcome Connection::Upload(const std::string& path, std::uint64_t offset, Flow* 
   std::string err;
   if (!Prepare(path, &err)) return Unprepared(err);
   curl_.SetUpload(flow);
+  if (IsSftp()) curl_.Set(CURLOPT_UPLOAD_BUFFERSIZE, kSftpUploadBuffer);
   // SFTP only. A broken transfer is taken up by writing to the file.
   curl_.Set(CURLOPT_NEW_FILE_PERMS, static_cast<long>(flow->Permissions() | 0600U));
   curl_.Set(CURLOPT_LOW_SPEED_TIME, kReplyTimeout);

@@ -49,7 +49,7 @@ TEST_P(TwoServersTest, AFileIsPassedOnWholeAndCountedOnce) {
                               dest->GetServerID() + "copy", kBig, &CountBytes, &ShallStop,
                               &GrantSome))
       << std::hex << VLIBCErrGet();
-  EXPECT_TRUE(ReadAll(Path("copy")) == text);
+  EXPECT_TRUE(ReadFile(Path("copy")) == text);
   EXPECT_EQ(watch.counted, kBig);
   EXPECT_THAT(Names(), testing::ElementsAre("copy", "file"));
 }

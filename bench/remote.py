@@ -75,6 +75,9 @@ def run(command, text="", environment=None):
 def run_rclone(far, source, dest, direction, *options):
     place = dest / source.name
     ends = (source, f"far:{place}") if direction == UP else (f"far:{source}", place)
+    if far.server.protocol == "ftp":
+        # By several streams a large file came with wrong bytes, or not at all (426).
+        options = (*options, "--multi-thread-streams", "0")
     return run(["rclone", "copy", *options, *ends], environment=far.rclone_environment())
 
 

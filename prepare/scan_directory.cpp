@@ -5,8 +5,6 @@
 // length of its paths. With many folders a second thread takes its share of them.
 #include <dirent.h>
 #include <fcntl.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,6 +24,7 @@
 #include <vector>
 
 #include "core/error.h"
+#include "core/signal_mask.h"
 #include "core/unique_fd.h"
 #include "support/path_info.h"
 #include "webapi/log.h"
@@ -147,10 +146,7 @@ void DirectoryScan::StartHelper() {
     if (waiting_.size() < kFoldersForTwo) return;
   }
   // Signals are for the calling thread.
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const core::AllSignalsBlocked blocked;
   try {
     helper_ = std::thread([this] {
       while (Step(false)) {
@@ -159,7 +155,6 @@ void DirectoryScan::StartHelper() {
   } catch (const std::system_error&) {
     // One thread does it, too.
   }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 // Counts the next folder, or waits for one. False when nothing is left to do.

@@ -3,11 +3,11 @@
 #include <pthread.h>
 
 #include <cerrno>
-#include <csignal>
 #include <system_error>
 #include <utility>
 
 #include "core/error.h"
+#include "core/signal_mask.h"
 #include "failure.h"
 #include "vfs/mounts.h"
 
@@ -93,16 +93,12 @@ void Crew::StartThread() {
     most_ = threads_.size();
     return;
   }
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const core::AllSignalsBlocked blocked;
   try {
     threads_.emplace_back([this, own = std::move(cloud)] { Serve(*own); });
   } catch (const std::system_error&) {
     most_ = threads_.size();
   }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 // A closed crew gives its connections back: the mount may need them.

@@ -1,10 +1,11 @@
 #include "helper.h"
 
 #include <pthread.h>
-#include <signal.h>
 
 #include <system_error>
 #include <utility>
+
+#include "core/signal_mask.h"
 
 namespace fileop {
 
@@ -21,10 +22,7 @@ Helper::~Helper() {
 bool Helper::Start(std::size_t threads) {
   if (threads_.size() >= threads || failed_) return !threads_.empty();
   // Signals are for the calling thread, whose waits they have to interrupt.
-  sigset_t all;
-  sigset_t before;
-  ::sigfillset(&all);
-  ::pthread_sigmask(SIG_SETMASK, &all, &before);
+  const core::AllSignalsBlocked blocked;
   try {
     while (threads_.size() < threads) {
       threads_.emplace_back([this, first = threads_.empty()] { Loop(first); });
@@ -32,7 +30,6 @@ bool Helper::Start(std::size_t threads) {
   } catch (const std::system_error&) {
     failed_ = true;
   }
-  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return !threads_.empty();
 }
 

@@ -1,6 +1,7 @@
 """What ten times as many files cost: time per file, and the worker's memory."""
 import copying
 import data
+import peers
 import report
 import stack
 import volumes
@@ -10,9 +11,10 @@ from memory import Peak
 FEW, MANY = 30000, 300000
 
 
-def copy(source, dest):
-    """(seconds, peak memory of the worker in KiB)."""
+def copy(source, dest, memory=0):
+    """(seconds, peak memory of the worker in KiB) of a copy that takes so many bytes of memory."""
     with stack.server({"in": source, "out": dest}) as client:
+        volumes.touch_free_memory(memory)
         peak = {}
 
         def started(task):
@@ -34,8 +36,9 @@ def run(arguments):
     few, many = max(1, arguments.files // 10), arguments.files
     titles = {few: f"{few} files", many: f"{many} files"}
     seconds = {title: [] for title in titles.values()}
-    # The file system's own growth, by the program that only copies.
-    plain = {f"{title}, {CP}": [] for title in titles.values()}
+    # The file system's own growth, by programs that only copy.
+    others = [name for name in (CP, peers.FLOOR) if peers.installed(name)]
+    plain = {f"{title}, {name}": [] for name in others for title in titles.values()}
     peaks = {title: [] for title in titles.values()}
     with volumes.Workshop(arguments.backing) as workshop:
         templates = {files: workshop.template(f"source-{files}", arguments.fs,
@@ -45,28 +48,35 @@ def run(arguments):
             copy(source, dest)
         for files in turns(list(titles), arguments.rounds):
             with places(workshop, templates[files], None) as (source, dest):
+                memory = 2 * data.allocated(source / "tree")
                 prepare(source, dest, False)
-                taken, peak = copy(source, dest)
+                taken, peak = copy(source, dest, memory)
                 if data.count(dest / "tree") != data.count(source / "tree"):
                     raise data.Different("the copy is not complete")
                 seconds[titles[files]].append(taken)
                 peaks[titles[files]].append(peak)
-            with places(workshop, templates[files], None) as (source, dest):
-                plain[f"{titles[files]}, {CP}"].append(
-                    copying.copy(CP, source, dest, "tree", False))
-    sizes = {title: files for files, one in titles.items() for title in (one, f"{one}, {CP}")}
+            for name in others:
+                with places(workshop, templates[files], None) as (source, dest):
+                    plain[f"{titles[files]}, {name}"].append(
+                        copying.copy(name, source, dest, "tree", False))
+    sizes = {title: files for files, one in titles.items()
+             for title in (one, *(f"{one}, {name}" for name in others))}
     per_file = {"per 1000 files": {title: [taken / sizes[title] * 1000 for taken in all_]
                                    for title, all_ in (seconds | plain).items()}}
     result = report.result("scale", copying.parameters(arguments, "files"), per_file, [OURS],
                            (titles[few],))
     result["peak_kib"] = {title: max(found) for title, found in peaks.items()}
     what = copying.described(arguments, f"{many} files against {few}")
-    report.check(result, f"{what}: cost per file, ratio",
-                 report.median_of(result, "per 1000 files", titles[many])
-                 / report.median_of(result, "per 1000 files", titles[few]), 1.1)
-    grown = (report.median_of(result, "per 1000 files", f"{titles[many]}, {CP}")
-             / report.median_of(result, "per 1000 files", f"{titles[few]}, {CP}"))
-    result["peer_growth"] = grown
+
+    def growth(suffix=""):
+        return (report.median_of(result, "per 1000 files", titles[many] + suffix)
+                / report.median_of(result, "per 1000 files", titles[few] + suffix))
+
+    report.check(result, f"{what}: cost per file, ratio", growth(), 1.1)
+    result["peer_growth"] = {name: growth(f", {name}") for name in others}
+    if peers.FLOOR in others:  # nobody grows less
+        report.check(result, f"{what}: the same against the growth of `{peers.FLOOR}`",
+                     growth() / result["peer_growth"][peers.FLOOR], copying.FLOOR_TARGET)
     report.check(result, f"{what}: peak memory of the worker, ratio",
                  max(peaks[titles[many]]) / min(peaks[titles[few]]), 1.1)
     return result
@@ -74,6 +84,8 @@ def run(arguments):
 
 def table(result):
     report.table(result)
-    print(f"\n    {CP}: cost per file grows by {result['peer_growth']:.2f}")
+    print()
+    for name, grown in result["peer_growth"].items():
+        print(f"    {name}: cost per file grows by {grown:.2f}")
     for title, kib in result["peak_kib"].items():
         print(f"    {title}: worker's peak memory {kib / 1024:.1f} MiB")

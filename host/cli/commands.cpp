@@ -7,6 +7,7 @@
 #include <iostream>
 #include <string>
 
+#include "host/cli/folder_pages.h"
 #include "host/cli/follow.h"
 #include "host/cli/format.h"
 #include "host/cli/interrupt.h"
@@ -228,7 +229,24 @@ int RunLs(Client* client, const Options& options) {
   if (!CheckPath(options.target, &text)) return Refuse(text);
   const std::string path = CleanPath(options.target);
   if (path == "/") return PrintCall(client, "shares", {}, options.json, ShareTable);
-  return PrintCall(client, "list", {{"path", path}}, options.json, FolderTable);
+  Json::Value whole;
+  CallError error;
+  const bool complete = EachPage(
+      client, path,
+      [&](const Json::Value& page) {
+        if (!options.json) {
+          std::cout << FolderTable(page) << std::flush;
+        } else if (whole.isNull()) {
+          whole = page;
+          whole.removeMember("next");
+        } else {
+          for (const Json::Value& entry : page["entries"]) whole["entries"].append(entry);
+        }
+      },
+      &error);
+  if (!complete) return Refuse(error, "");
+  if (options.json) std::cout << ToJsonText(whole) << std::endl;
+  return kExitDone;
 }
 
 int RunTaskShow(Client* client, const Options& options) {

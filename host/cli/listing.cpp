@@ -115,17 +115,12 @@ bool AnyRuns(const Json::Value& tasks) {
 }
 
 std::string FolderTable(const Json::Value& folder) {
-  std::vector<const Json::Value*> entries;
-  for (const Json::Value& entry : Member(folder, "entries")) entries.push_back(&entry);
-  std::stable_sort(entries.begin(), entries.end(), [](const Json::Value* a, const Json::Value* b) {
-    return TextOf(*a, "name") < TextOf(*b, "name");
-  });
   std::vector<Row> rows;
-  for (const Json::Value* entry : entries) {
-    const std::string type = TextOf(*entry, "type");
-    const std::string size = type == "file" ? FormatBytes(NumberOf(*entry, "size", 0)) : "";
-    rows.push_back({Printable(type), size, TimeText(NumberOf(*entry, "mtime", 0)),
-                    Printable(TextOf(*entry, "name")) + (type == "folder" ? "/" : "")});
+  for (const Json::Value& entry : Member(folder, "entries")) {
+    const std::string type = TextOf(entry, "type");
+    const std::string size = type == "file" ? FormatBytes(NumberOf(entry, "size", 0)) : "";
+    rows.push_back({Printable(type), size, TimeText(NumberOf(entry, "mtime", 0)),
+                    Printable(TextOf(entry, "name")) + (type == "folder" ? "/" : "")});
   }
   return Table(rows, {false, true, false, false});
 }

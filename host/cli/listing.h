@@ -16,7 +16,7 @@ std::string LogTable(const Json::Value& lines);
 // True when one of the tasks of the server's "tasks" answer has not finished.
 bool AnyRuns(const Json::Value& tasks);
 
-// One line for each entry of the server's "list" answer, by name.
+// One line for each entry of the server's "list" answer, in its order.
 std::string FolderTable(const Json::Value& folder);
 
 // One line for each share of the server's "shares" answer.

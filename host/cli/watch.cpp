@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/cli/commands.h"
+#include "host/cli/folder_pages.h"
 #include "host/cli/follow.h"
 #include "host/cli/format.h"
 #include "host/cli/interrupt.h"
@@ -95,13 +96,8 @@ int RunCompletePath(Client* client, const Options& options) {
   if (scheme != std::string::npos && folder.find('/', scheme + 3) == std::string::npos) {
     folder += '/';
   }
-  if (!client->Get(top ? "shares" : "list",
-                   top ? std::multimap<std::string, std::string>{}
-                       : std::multimap<std::string, std::string>{{"path", folder}},
-                   &data, &error)) {
-    return kExitRefused;
-  }
   if (top) {
+    if (!client->Get("shares", {}, &data, &error)) return kExitRefused;
     for (const Json::Value& share : data) {
       const std::string path = TextOf(share, "path");
       const std::string shown = path.ends_with('/') ? path : path + "/";
@@ -109,13 +105,14 @@ int RunCompletePath(Client* client, const Options& options) {
     }
     return kExitDone;
   }
-  for (const Json::Value& entry : data["entries"]) {
-    const std::string path = prefix.substr(0, slash + 1) + TextOf(entry, "name");
-    if (path.starts_with(prefix)) {
+  const auto print = [&](const Json::Value& page) {
+    for (const Json::Value& entry : page["entries"]) {
+      const std::string path = prefix.substr(0, slash + 1) + TextOf(entry, "name");
+      if (!path.starts_with(prefix)) continue;
       std::cout << Printable(path) << (TextOf(entry, "type") == "folder" ? "/" : "") << "\n";
     }
-  }
-  return kExitDone;
+  };
+  return EachPage(client, folder, print, &error) ? kExitDone : kExitRefused;
 }
 
 }  // namespace cli

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <json/value.h>
+#include <json/writer.h>
 #include <linux/openat2.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -10,6 +11,8 @@
 
 #include <cerrno>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "core/unique_fd.h"
 #include "core/utf8.h"
@@ -76,42 +79,74 @@ const char* TypeName(mode_t mode) {
   return "other";
 }
 
-Json::Value EntryValue(const std::string& name, const struct stat& st) {
-  Json::Value value(Json::objectValue);
-  value["name"] = name;
-  value["type"] = TypeName(st.st_mode);
-  value["size"] = Json::Value::UInt64(S_ISREG(st.st_mode) ? st.st_size : 0);
-  value["mtime"] = Json::Value::Int64(st.st_mtime);
-  value["hidden"] = name.front() == '.' || name == "@eaDir";
-  if (!core::IsUtf8(name)) value["damaged_name"] = true;
-  return value;
+// Written as text: a value for each of many entries would take most of the time.
+void AppendEntry(const ListEntry& entry, std::string* text) {
+  const bool damaged = !core::IsUtf8(entry.name);
+  const std::string shown = damaged ? core::ReplaceInvalidUtf8(entry.name) : entry.name;
+  *text += R"({"name":)" + Json::valueToQuotedString(shown.c_str()) + R"(,"type":")" +
+           TypeName(entry.mode) + R"(","size":)" + std::to_string(entry.size) + R"(,"mtime":)" +
+           std::to_string(entry.mtime) + R"(,"hidden":)" +
+           (IsHidden(entry.name) ? "true" : "false") + (damaged ? R"(,"damaged_name":true})" : "}");
 }
 
-// Appends the entries, separated by commas. False with errno when the folder cannot
-// be read to its end. Text is made entry by entry: a folder may have millions.
-bool AppendEntries(DIR* dir, std::string* text) {
-  bool first = true;
+// Fills all but the name. False when there is no such entry. One that cannot be looked at
+// keeps its type.
+bool Look(int folder, ListEntry* entry) {
+  struct stat st {};
+  if (::fstatat(folder, entry->name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errno != ENOENT;
+  }
+  entry->mode = st.st_mode;
+  entry->size = S_ISREG(st.st_mode) ? st.st_size : 0;
+  entry->mtime = st.st_mtime;
+  return true;
+}
+
+// Offers all entries to the page. False with errno when the folder cannot be read to its end.
+bool ReadEntries(DIR* dir, bool look, ListPage* page) {
   while (true) {
     errno = 0;
-    const dirent* entry = ::readdir(dir);
-    if (entry == nullptr) return errno == 0;
-    const std::string name = entry->d_name;
-    if (name == "." || name == "..") continue;
-    struct stat st {};
-    if (::fstatat(::dirfd(dir), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
-      if (errno == ENOENT) continue;
-      st = {};
-      st.st_mode = DTTOIF(entry->d_type);
-    }
-    if (!first) *text += ',';
-    first = false;
-    *text += JsonText(EntryValue(name, st));
+    const dirent* found = ::readdir(dir);
+    if (found == nullptr) return errno == 0;
+    ListEntry entry;
+    entry.name = found->d_name;
+    if (entry.name == "." || entry.name == "..") continue;
+    entry.mode = DTTOIF(found->d_type);
+    if ((look || found->d_type == DT_UNKNOWN) && !Look(::dirfd(dir), &entry)) continue;
+    page->Offer(std::move(entry));
   }
+}
+
+void LookUpNames(int folder, const std::vector<std::string>& names, ListPage* page) {
+  for (const std::string& name : names) {
+    ListEntry entry;
+    entry.name = name;
+    // What cannot be looked at need not be there.
+    if (Look(folder, &entry) && entry.mode != 0) page->Offer(std::move(entry));
+  }
+}
+
+std::string PageText(const std::string& path, int folder, ListPage* page) {
+  std::string next;
+  std::vector<ListEntry> entries = page->Take(&next);
+  std::string text = R"({"data":{"path":)" + JsonText(Json::Value(path)) + R"(,"entries":[)";
+  const char* separator = "";
+  for (ListEntry& entry : entries) {
+    if (!Look(folder, &entry)) continue;  // it went meanwhile
+    text += separator;
+    separator = ",";
+    AppendEntry(entry, &text);
+  }
+  text += R"(],"total":)" + std::to_string(page->total()) + R"(,"left_out":)" +
+          std::to_string(page->left_out());
+  if (!next.empty()) text += R"(,"next":")" + next + '"';
+  return text + R"(},"success":true})";
 }
 
 }  // namespace
 
-std::string FolderListText(const std::string& user, const std::string& path) {
+std::string FolderListText(const std::string& user, const std::string& path,
+                           const ListRequest& request) {
   int type = 0;
   int flags = 0;
   if (WfmLibGetPrivilege(path.c_str(), user.c_str(), nullptr, &type, &flags) != 0) {
@@ -126,11 +161,15 @@ std::string FolderListText(const std::string& user, const std::string& path) {
   if (!dir) return Refuse(WfmParseErrnoToError(errno, real.c_str(), nullptr), path);
   static_cast<void>(fd.release());
 
-  std::string text = R"({"data":{"path":)" + JsonText(Json::Value(path)) + R"(,"entries":[)";
-  if (!AppendEntries(dir.get(), &text)) {
+  ListPage page(request);
+  // Names alone are sorted without a look at what bears them.
+  const bool look = request.sort != ListRequest::Sort::kName;
+  if (request.only_names) {
+    LookUpNames(::dirfd(dir.get()), request.names, &page);
+  } else if (!ReadEntries(dir.get(), look, &page)) {
     return Refuse(WfmParseErrnoToError(errno, real.c_str(), nullptr), path);
   }
-  return text + R"(]},"success":true})";
+  return PageText(path, ::dirfd(dir.get()), &page);
 }
 
 }  // namespace host

@@ -69,7 +69,12 @@ std::string Shares(const Call& call) {
 std::string List(const Call& call) {
   const std::string path = TextParam(call, "path");
   if (path.empty()) return FailureWords(WEBFM_BAD_PARAMETER, "\"path\" is missing");
-  return FolderListText(call.user, path);
+  ListRequest request;
+  std::string err;
+  if (!ReadListRequest(call.params, &request, &err)) {
+    return FailureWords(WEBFM_BAD_PARAMETER, err);
+  }
+  return FolderListText(call.user, path, request);
 }
 
 Json::Value RecordValue(const tasks::Record& record) {

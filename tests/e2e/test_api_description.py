@@ -57,7 +57,9 @@ def test_every_answer_is_one_that_is_described(server, described):
     client.wait_record(itself, lambda record: record["finished"])
     assert described(client.status(itself), api, "post").data["errors"]
 
-    for name, queries in {"shares": [{}], "list": [{"path": "/src"}, {"path": "/none"}, {}],
+    for name, queries in {"shares": [{}], "list": [{"path": "/src"}, {"path": "/none"}, {},
+                                   {"path": "/src", "limit": 1, "sort": "time", "hidden": "false"},
+                                   {"path": "/src", "limit": 10**9}],
                           "tasks": [{}], "task": [{"id": "none"}, {}], "whoami": [{}],
                           "notifications": [{}, {"limit": 1}], "log": [{}],
                           "texts": [{"language": "ger"}, {"language": "xyz"}, {}]}.items():

@@ -221,6 +221,13 @@ TEST_F(LauncherTest, ListShowsEntriesAndReplacesWhatIsNotUtf8) {
   EXPECT_EQ(seen, (std::set<std::string>{"file .dot 0 hidden", "file bad\xEF\xBF\xBDname 5",
                                          "folder sub 0", "link in 0", "link out 0"}));
   EXPECT_TRUE(Answer("list", With("path", "/files/list/in"), "")["success"].asBool());
+  Json::Value some = With("path", "/files/list");
+  for (const char* name : {"missing", "sub", "in"}) some["names"].append(name);
+  const Json::Value found = Answer("list", some, "")["data"]["entries"];
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0]["name"], "sub");
+  some["limit"] = 0;
+  EXPECT_EQ(Answer("list", some, "")["error"]["code"], 400);
   for (const char* path : {"/files/list/out", "/files/../etc", "/nowhere", "/files/list/.dot",
                            "/files/missing", "relative", "/files//list"}) {
     answer = Answer("list", With("path", path), "");

@@ -1,6 +1,6 @@
 // "Try again" for what failed in a task.
 
-import { readFolder } from "./listing.js";
+import { entriesNamed } from "./listing.js";
 import { say } from "./notices.js";
 import { nameOf, parent } from "./paths.js";
 import { failedSources } from "./retry.js";
@@ -10,7 +10,9 @@ import { explain, transfer, transferWith } from "./transfer.js";
 // Sizes and times of the sources as they are now.
 async function describeSources(failed) {
   const folders = [...new Set(failed.map(({ path }) => parent(path)))];
-  const lists = await Promise.all(folders.map(readFolder));
+  const paths = failed.map(({ path }) => path);
+  const namesIn = (folder) => paths.filter((path) => parent(path) === folder).map(nameOf);
+  const lists = await Promise.all(folders.map((folder) => entriesNamed(folder, namesIn(folder))));
   const known = new Map();
   folders.forEach((folder, index) => {
     for (const entry of lists[index]) known.set(`${folder}\n${entry.name}`, entry);

@@ -1,7 +1,7 @@
 // The keyboard in a list of entries.
 
 import { clip, paste, send } from "./actions.js";
-import { open, openEntry, select } from "./panes.js";
+import { open, openEntry, select, whole } from "./panes.js";
 import { parent, ROOT } from "./paths.js";
 import * as selection from "./selection.js";
 import { reveal } from "./views/list_view.js";
@@ -40,7 +40,7 @@ const PLAIN = {
   PageDown: (event, pane) => step(event, pane, cursorOf(pane) + page(event)),
   PageUp: (event, pane) => step(event, pane, cursorOf(pane) - page(event)),
   Home: (event, pane) => step(event, pane, 0),
-  End: (event, pane) => step(event, pane, pane.names.length - 1),
+  End: (event, pane) => whole(pane).then(() => step(event, pane, pane.names.length - 1)),
   Enter: (event, pane) => openCursor(pane),
   " ": (event, pane) => toggleCursor(pane),
   Insert: (event, pane) => {
@@ -54,17 +54,20 @@ const PLAIN = {
 };
 
 const WITH_CTRL = {
-  a: (event, pane) => select(pane, selection.all(pane.selection, pane.names)),
+  // A part must not pass for all of them.
+  a: async (event, pane) => (await whole(pane)) && select(pane, selection.all(pane.selection, pane.names)),
   c: () => clip(false),
   x: () => clip(true),
   v: () => paste(),
 };
 
 // Goes to the name that starts with what is typed in one go.
-function typeAhead(event, pane) {
+async function typeAhead(event, pane) {
   typed = event.timeStamp - typedAt > 800 ? event.key : typed + event.key;
   typedAt = event.timeStamp;
-  const index = selection.find(pane.names, pane.selection.cursor, typed);
+  const find = () => selection.find(pane.names, pane.selection.cursor, typed);
+  if (find() < 0) await whole(pane);
+  const index = find();
   if (index >= 0) step({}, pane, index);
 }
 

@@ -1,18 +1,22 @@
 // The two folders on the page: where they are and what is in them.
 
-import { readFolder, sorted, visible } from "./listing.js";
+import { PAGE, readFolder, sorted } from "./listing.js";
 import { join, nameOf, parent, ROOT } from "./paths.js";
 import { prefer, preferences, recall, remember, twoPanes } from "./preferences.js";
 import { answered, askRemote } from "./remotes.js";
 import * as selection from "./selection.js";
-import { changed, state } from "./store.js";
+import { changed, drawn, state } from "./store.js";
 
 function emptyPane(id) {
   return {
     id,
     path: ROOT,
-    entries: [],
-    shown: [], // the entries in the order they are drawn in
+    entries: [], // those that were read
+    shown: [], // the same in the order they are drawn in
+    total: 0, // of all there are, but for the hidden ones that are left out
+    leftOut: 0,
+    next: undefined, // where more are to be read
+    growing: null, // the reading of more
     names: [],
     selection: selection.NOTHING,
     status: "loading", // "ready", "failed"
@@ -37,7 +41,7 @@ export function shownPanes() {
 }
 
 function arrange(pane) {
-  pane.shown = sorted(visible(pane.entries, preferences.hidden), preferences.sort);
+  pane.shown = sorted(pane.entries, preferences.sort);
   pane.names = pane.shown.map((entry) => entry.name);
   pane.selection = selection.restrict(pane.selection, pane.names);
 }
@@ -47,23 +51,62 @@ export function arrangeAll() {
   changed();
 }
 
-// Reads the pane's folder. Of several readings under way only the last one counts.
+function take(pane, { entries, total, left_out: leftOut, next }) {
+  Object.assign(pane, { entries, total, leftOut, next, status: "ready", failure: null });
+}
+
+// Reads the pane's folder, as much of it as was read. Of several readings under way only the last one counts.
 export async function refresh(pane) {
   const reading = ++pane.reading;
   try {
-    const entries = await readFolder(pane.path);
+    const folder = await readFolder(pane.path, { count: Math.max(pane.entries.length, PAGE) });
     if (reading !== pane.reading) return;
-    Object.assign(pane, { entries, status: "ready", failure: null });
+    take(pane, folder);
     answered(pane.path);
   } catch (failure) {
     if (reading !== pane.reading) return;
     // What was read before stays on the page while the server is away.
     if (failure.kind !== "refused" && pane.status === "ready") return;
-    Object.assign(pane, { entries: [], status: "failed", failure });
+    Object.assign(pane, { entries: [], next: undefined, status: "failed", failure });
     if (failure.kind === "refused") askRemote(pane.path);
   }
   arrange(pane);
   changed();
+}
+
+async function grow(pane, count) {
+  const { path, reading, next } = pane;
+  const folder = await readFolder(path, { count, after: next });
+  if (reading !== pane.reading) return;
+  // What changes meanwhile may come once more further down.
+  const known = new Set(pane.names);
+  const added = folder.entries.filter(({ name }) => !known.has(name));
+  take(pane, { ...folder, entries: pane.entries.concat(added) });
+  arrange(pane);
+  changed();
+}
+
+// Reads on where the list ends. When that fails it ends there, and can be asked for again.
+export function more(pane, count = PAGE) {
+  if (!pane.next) return Promise.resolve();
+  pane.growing ??= grow(pane, count)
+    .catch(() => {})
+    .finally(() => {
+      pane.growing = null;
+    });
+  return pane.growing;
+}
+
+// Reads all that is left of the folder, and draws it. False when that failed.
+export async function whole(pane) {
+  if (!pane.next) return true;
+  while (pane.next) {
+    const { next } = pane;
+    await more(pane, Infinity);
+    if (pane.next === next) return false;
+  }
+  await drawn();
+  return true;
 }
 
 export function refreshAll(paths = null) {
@@ -77,7 +120,7 @@ function place() {
 }
 
 async function show(pane, path, cursor) {
-  Object.assign(pane, { path, entries: [], status: "loading", failure: null, scrollTop: 0 });
+  Object.assign(pane, { path, entries: [], next: undefined, status: "loading", failure: null, scrollTop: 0 });
   pane.selection = { ...selection.NOTHING, cursor };
   arrange(pane);
   pane.selection = { ...selection.NOTHING, cursor };
@@ -130,11 +173,13 @@ export function sortBy(key) {
   // Sizes and times are asked for with the big and the new ones first.
   prefer({ sort: { key, descending: old === key ? !descending : key !== "name" } });
   arrangeAll();
+  // Of a list that was not read to its end, others come first now.
+  Object.values(state.panes).filter(({ next }) => next).forEach(refresh);
 }
 
 export function showHidden(hidden) {
   prefer({ hidden });
-  arrangeAll();
+  refreshAll();
 }
 
 export function select(pane, next) {

@@ -26,6 +26,7 @@ export const state = {
 
 let draw = () => {};
 let due = false;
+let waiting = [];
 
 export function whenChanged(callback) {
   draw = callback;
@@ -39,5 +40,14 @@ export function changed() {
   later(() => {
     due = false;
     draw();
+    const told = waiting;
+    waiting = [];
+    told.forEach((tell) => tell());
   });
+}
+
+// Resolves when what is known now is on the page.
+export function drawn() {
+  changed();
+  return new Promise((resolve) => waiting.push(resolve));
 }

@@ -2,7 +2,7 @@
 
 import * as conflicts from "./conflicts.js";
 import { ask } from "./dialogs.js";
-import { placeOf, readFolder } from "./listing.js";
+import { entriesNamed, placeOf } from "./listing.js";
 import { api } from "./net.js";
 import { say } from "./notices.js";
 import { isInside, nameOf, parent, ROOT } from "./paths.js";
@@ -49,7 +49,7 @@ async function settle(order) {
     // The server refuses a taken name unless it is told what to do about what is there.
     return { sources: order.sources, overwrite: false, rename: true };
   }
-  const existing = await readFolder(order.dest);
+  const existing = await entriesNamed(order.dest, order.sources.map(({ name }) => name));
   const found = conflicts.find(order.sources, existing, { mayReplace: mayReplace(order.dest) });
   if (found.length === 0) return { sources: order.sources };
   const answered = await ask("conflicts", { order, conflicts: found });

@@ -4,7 +4,7 @@
 import { html } from "/vendor/lit-html/lit-html.js";
 import { repeat } from "/vendor/lit-html/directives/repeat.js";
 import { onKey } from "../keys.js";
-import { sortBy } from "../panes.js";
+import { more, sortBy } from "../panes.js";
 import { preferences } from "../preferences.js";
 import { changed } from "../store.js";
 import { t } from "../words.js";
@@ -15,7 +15,9 @@ import { styled } from "./styled.js";
 const BEYOND = 8; // rows drawn above and below what is in sight
 
 function scrolled(event, pane) {
-  pane.scrollTop = event.currentTarget.scrollTop;
+  const { scrollTop, scrollHeight, clientHeight } = event.currentTarget;
+  pane.scrollTop = scrollTop;
+  if (scrollHeight - scrollTop < 4 * clientHeight) more(pane);
   changed();
 }
 
@@ -43,7 +45,7 @@ export function listView(pane, label) {
   const cursor = pane.names.indexOf(pane.selection.cursor);
   return html`
     <div role="grid" class="list" tabindex="0" aria-label="${label}: ${pane.path}"
-      aria-multiselectable="true" aria-rowcount=${pane.shown.length + 1}
+      aria-multiselectable="true" aria-rowcount=${pane.total + 1}
       aria-activedescendant=${cursor < 0 ? "" : rowId(pane, cursor)}
       .scrollTop=${pane.scrollTop}
       @scroll=${(event) => scrolled(event, pane)} @keydown=${(event) => onKey(event, pane)}>

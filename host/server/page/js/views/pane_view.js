@@ -5,7 +5,6 @@ import { dragLeave, dragOver, drop } from "../drag.js";
 import * as format from "../format.js";
 import { activate, open, refresh, shownPanes } from "../panes.js";
 import { crumbs, parent, ROOT } from "../paths.js";
-import { preferences } from "../preferences.js";
 import { detailOf, troubleOf } from "../remotes.js";
 import { shown } from "../shown.js";
 import { state } from "../store.js";
@@ -58,14 +57,13 @@ function blankView(pane) {
   if (pane.status === "failed") return failureView(pane);
   if (pane.status === "loading") return html`<p class="blank hint late">${t("pane.loading")}</p>`;
   if (pane.shown.length > 0) return "";
-  const text = pane.entries.length > 0 ? "pane.onlyHidden" : pane.path === ROOT ? "app.noPlaces" : "pane.empty";
+  const text = pane.leftOut > 0 ? "pane.onlyHidden" : pane.path === ROOT ? "app.noPlaces" : "pane.empty";
   return html`<p class="blank hint">${t(text)}</p>`;
 }
 
 function footText(pane) {
-  const parts = [counted("pane.entries", pane.shown.length)];
-  const hidden = pane.entries.length - pane.shown.length;
-  if (hidden > 0 && !preferences.hidden) parts.push(counted("pane.hiddenCount", hidden));
+  const parts = [counted("pane.entries", pane.total)];
+  if (pane.leftOut > 0) parts.push(counted("pane.hiddenCount", pane.leftOut));
   const { selected } = pane.selection;
   if (selected.size > 0) {
     const chosen = pane.shown.filter((entry) => selected.has(entry.name));

@@ -2,9 +2,8 @@
 
 import { html } from "/vendor/lit-html/lit-html.js";
 import { repeat } from "/vendor/lit-html/directives/repeat.js";
-import { readFolder, sorted, visible } from "../listing.js";
+import { readFolders, sorted } from "../listing.js";
 import { crumbs, join, ROOT } from "../paths.js";
-import { preferences } from "../preferences.js";
 import { askRemote, troubleOf } from "../remotes.js";
 import { shown } from "../shown.js";
 import { changed } from "../store.js";
@@ -16,9 +15,8 @@ async function goTo(dialog, path) {
   Object.assign(dialog, { path, folders: null, failure: null });
   changed();
   try {
-    const entries = visible(await readFolder(path), preferences.hidden);
+    const folders = await readFolders(path);
     if (dialog.path !== path) return;
-    const folders = entries.filter(({ type }) => type === "folder" || type === "share");
     dialog.folders = sorted(folders, { key: "name", descending: false });
   } catch (failure) {
     if (dialog.path === path) dialog.failure = failure;

@@ -13,6 +13,7 @@
 #include "dropbox.h"
 #include "ftp_family.h"
 #include "server_cloud.h"
+#include "sftp.h"
 #include "vfs/mounts.h"
 #include "vfs/vfs.h"
 #include "webdav.h"
@@ -26,9 +27,7 @@ bool Refuse(int system, int core) {
   return false;
 }
 
-bool IsFtpFamily(const std::string& protocol) {
-  return protocol == "ftp" || protocol == "ftps" || protocol == "sftp";
-}
+bool IsFtpFamily(const std::string& protocol) { return protocol == "ftp" || protocol == "ftps"; }
 
 bool IsWebDav(const std::string& protocol) { return protocol == "webdav" || protocol == "webdavs"; }
 
@@ -109,6 +108,9 @@ Cloud* Utils::CreateCloudByURI(uid_t uid, const std::string& uri, int /*configMo
   for (const core::RemoteConfig& remote : core::CurrentConfig().remotes) {
     if (remote.name == mount.name && IsFtpFamily(remote.protocol)) {
       return std::make_unique<FtpFamily>(remote, mount.base_uri).release();
+    }
+    if (remote.name == mount.name && remote.protocol == "sftp") {
+      return std::make_unique<Sftp>(remote, mount.base_uri).release();
     }
     if (remote.name == mount.name && IsWebDav(remote.protocol)) {
       return std::make_unique<WebDav>(remote, mount.base_uri).release();

@@ -8,12 +8,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
-#include <set>
 #include <thread>
 
 #include "curl_flow.h"
 #include "signal_guard.h"
+#include "silent_servers.h"
 
 namespace TAVOCloud {
 namespace {
@@ -30,40 +29,12 @@ constexpr long kBufferSize = 512L << 10;
 constexpr int kTick = 200;  // milliseconds; how late a stop may be noticed
 constexpr int kMostIdleCalls = 3;
 
-// The servers, by scheme, host and port, whose last answer did not come in time. One that
-// hangs would else cost its time limit over and over: for the rest of a file, for the
-// temporary name, for the next file.
-class SilentServers {
- public:
-  bool Has(const std::string& server) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return servers_.contains(server);
-  }
-  void Note(const std::string& server, bool silent) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (silent) {
-      servers_.insert(server);
-    } else {
-      servers_.erase(server);
-    }
-  }
-
- private:
-  std::mutex mutex_;
-  std::set<std::string> servers_;
-};
-
 // Closes a connection, having noted whether its server has done so.
 int CloseSocket(void* hung_up, curl_socket_t socket) {
   char byte = 0;
   const ssize_t got = recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
   *static_cast<bool*>(hung_up) = got == 0 || (got < 0 && errno != EAGAIN);
   return close(socket);
-}
-
-SilentServers& Silent() {
-  static SilentServers silent;
-  return silent;
 }
 
 // Notices that a server takes no more of a file that it has not got to its end. Time that
@@ -108,7 +79,7 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, int co
   patience_ = connect_timeout;
   uploaded_ = nullptr;
   server_ = url.substr(0, url.find('/', url.find("://") + 3));
-  const bool silent = Silent().Has(server_);
+  const bool silent = SilentServers::Has(server_);
   const long most = silent ? kSilentTimeout : kSlowTimeout;
   quiet_limit_ = std::min(most, slow ? kSlowTimeout : kStallTimeout);
   Set(CURLOPT_URL, url.c_str());
@@ -197,7 +168,7 @@ void CurlHandle::Perform(Outcome* outcome) {
   outcome->hung_up = hung_up_;
   // A hurried request says nothing: it asks for much in little time.
   const bool silent = outcome->code == CURLE_OPERATION_TIMEDOUT;
-  if ((silent && !hurry_) || outcome->ok()) Silent().Note(server_, silent);
+  if ((silent && !hurry_) || outcome->ok()) SilentServers::Note(server_, silent);
   Set(CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
   (void)curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &outcome->response);
   long number = 0;

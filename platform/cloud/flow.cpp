@@ -16,6 +16,12 @@ namespace {
 constexpr std::uint64_t kLargestRequest = 1U << 20U;
 constexpr int kPauseStep = 50;
 
+// 0 when it does not fit.
+std::uint32_t InSeconds(const timespec& time) {
+  const bool fits = time.tv_sec > 0 && time.tv_sec <= std::numeric_limits<std::uint32_t>::max();
+  return fits ? static_cast<std::uint32_t>(time.tv_sec) : 0;
+}
+
 }  // namespace
 
 Flow::Flow(int fd, std::uint64_t size, ProgressFn progress, CancelFn cancel, ReadSizeFn readSize)
@@ -34,9 +40,12 @@ mode_t Flow::Permissions() const {
 
 std::uint32_t Flow::ChangeTime() const {
   struct stat st {};
-  const bool fits = fstat(fd_, &st) == 0 && st.st_mtime > 0 &&
-                    st.st_mtime <= std::numeric_limits<std::uint32_t>::max();
-  return fits ? static_cast<std::uint32_t>(st.st_mtime) : 0;
+  return fstat(fd_, &st) == 0 ? InSeconds(st.st_mtim) : 0;
+}
+
+std::uint32_t Flow::AccessTime() const {
+  struct stat st {};
+  return fstat(fd_, &st) == 0 ? InSeconds(st.st_atim) : 0;
 }
 
 bool Flow::AwaitGrants() {

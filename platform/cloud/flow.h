@@ -38,6 +38,8 @@ class Flow {
 
   // When the file behind the descriptor was changed, in seconds since 1970; 0: not known.
   std::uint32_t ChangeTime() const;
+  // The same for its last access.
+  std::uint32_t AccessTime() const;
 
   std::uint64_t size() const { return size_; }
   std::uint64_t moved() const { return moved_; }

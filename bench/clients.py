@@ -10,23 +10,27 @@ LENGTH = re.compile(rb"\r\ncontent-length: *(\d+)", re.IGNORECASE)
 class Connection:
     """Costs as little as it can: what is measured is the server."""
 
-    def __init__(self, port, request):
-        self.port, self.request, self.socket = port, request, None
+    def __init__(self, port):
+        self.port, self.socket = port, None
 
-    def ask(self):
+    def close(self):
+        if self.socket is not None:
+            self.socket.close()
+            self.socket = None
+
+    def ask(self, request):
         """(seconds, body). A connection that the server has ended is made anew, in that time."""
         begin = time.perf_counter()
         if self.socket is None:
-            self.socket = socket.create_connection(("127.0.0.1", self.port), 60)
+            self.socket = socket.create_connection(("127.0.0.1", self.port), 120)
             self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        self.socket.sendall(self.request)
+        self.socket.sendall(request)
         head, body = self._read()
         seconds = time.perf_counter() - begin
         if not head.startswith(b"HTTP/1.1 200"):
             raise RuntimeError(f"the server answered {head[:100]!r} {body[:300]!r}")
         if b"connection: close" in head.lower():
-            self.socket.close()
-            self.socket = None
+            self.close()
         return seconds, body
 
     def _read(self):
@@ -53,14 +57,19 @@ def post(port, path, body, authorization):
     return head.encode() + body.encode()
 
 
+def get(port, path, authorization):
+    return (f"GET {path} HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\n"
+            f"Authorization: {authorization}\r\n\r\n").encode()
+
+
 def _one(port, request, count, marker, barrier, results):
     try:
-        connection = Connection(port, request)
-        connection.ask()
+        connection = Connection(port)
+        connection.ask(request)
         barrier.wait(60)
         times = []
         for _ in range(count):
-            seconds, body = connection.ask()
+            seconds, body = connection.ask(request)
             if marker not in body.replace(b" ", b"").replace(b"\t", b""):
                 raise RuntimeError(f"not the answer that was expected: {body[:300]!r}")
             times.append(seconds)

@@ -18,7 +18,7 @@ COUNTED, UNCOUNTED, DU = "move, counted", "move, not counted", "du -s"
 
 
 def move(client, folder, accurate):
-    seconds = client.run(["/all/in/tree"], "/all/out", pause=0.002, remove_src=True,
+    seconds = client.run(["/all/in/tree"], "/all/out", remove_src=True,
                          accurate_progress=accurate)
     os.rename(folder / "out" / "tree", folder / "in" / "tree")
     return seconds

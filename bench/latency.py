@@ -60,8 +60,7 @@ def measure_status(folder, requests):
 
 def measure_status_together(folder, requests):
     with long_task(folder) as (client, task):
-        request = clients.post(client.port, stack.API + "status", json.dumps({"taskid": task}),
-                               client.headers["Authorization"])
+        request = client.post("status", taskid=task)
         return clients.together(CLIENTS, client.port, request, requests // CLIENTS,
                                 b'"finished":false')
 
@@ -86,8 +85,8 @@ def rclone_server(bandwidth):
 def measure_rclone(folder, requests):
     with rclone_server("64k") as (port, authorization):
         def ask(path, **params):
-            return json.loads(clients.Connection(port, clients.post(
-                port, path, json.dumps(params), authorization)).ask()[1])
+            return json.loads(clients.Connection(port).ask(clients.post(
+                port, path, json.dumps(params), authorization))[1])
 
         job = ask("/sync/copy", srcFs=f"{folder}/in", dstFs=f"{folder}/rclone", _async=True)
         request = clients.post(port, "/job/status", json.dumps({"jobid": job["jobid"]}),

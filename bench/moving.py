@@ -31,7 +31,7 @@ def across(program, source, dest):
 def rename(program, source, dest, names, tree="tree"):
     if program == OURS:
         with stack.server({"in": source, "out": dest}) as client:
-            return client.run([f"/in/{tree}/{name}" for name in names], "/out", pause=0.002,
+            return client.run([f"/in/{tree}/{name}" for name in names], "/out",
                               remove_src=True)
     if program == NEEDED:
         done = subprocess.run([stack.BUILD / "copy_floor", "rename", f"{source}/{tree}", dest],

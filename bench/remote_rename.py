@@ -32,7 +32,7 @@ def mounted(client):
 def move(program, client, mount, here, there, names):
     if program == OURS:
         return client.run([f"sftp://bench/{here}/{name}" for name in names],
-                          f"sftp://bench/{there}", pause=0.002, remove_src=True)
+                          f"sftp://bench/{there}", remove_src=True)
     # These look at the folders themselves.
     return moving.rename(program, mount, mount / there, names, tree=here)
 

@@ -1,6 +1,5 @@
 """The real stack: a server of its own on a free port, driven over HTTP."""
 import contextlib
-import http.client
 import json
 import os
 import pathlib
@@ -11,14 +10,25 @@ import tempfile
 import time
 import urllib.parse
 
+import clients
 from peers import BUILD
 from volumes import undisturbed
 
 API = "/webapi/TAVO.Fennox.CopyMove?version=3&method="
 
 
+RUNS = b'"finished":false'
+
+
 class Refused(RuntimeError):
     """The server did not do what it was asked for."""
+
+
+def data_of(body):
+    answer = json.loads(body)
+    if not answer["success"]:
+        raise Refused(str(answer["error"]))
+    return answer.get("data")
 
 
 class Client:
@@ -26,49 +36,54 @@ class Client:
 
     def __init__(self, port, token):
         self.port = port
-        self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=120)
+        self.authorization = f"Bearer {token}"
+        self.connection = clients.Connection(port)
         self.latest = time.monotonic()
-        self.headers = {"Authorization": f"Bearer {token}", "Content-Type": "application/json"}
 
-    def request(self, verb, path, body=None):
+    def ask(self, request):
+        """The body of the answer."""
         if time.monotonic() - self.latest > 1:
             self.connection.close()  # the server may be about to; the next request opens it anew
-        self.connection.request(verb, path, body, self.headers)
-        response = self.connection.getresponse()
-        text = response.read()
-        self.latest = time.monotonic()
-        if response.status != 200:
-            raise Refused(f"HTTP {response.status} for {path}")
-        answer = json.loads(text)
-        if not answer["success"]:
-            raise Refused(f"{path}: {answer['error']}")
-        return answer.get("data")
+        try:
+            return self.connection.ask(request)[1]
+        except RuntimeError as reason:
+            raise Refused(str(reason)) from reason
+        finally:
+            self.latest = time.monotonic()
+
+    def post(self, method, **params):
+        """The bytes of a call of the plug-in."""
+        return clients.post(self.port, API + method, json.dumps(params), self.authorization)
 
     def call(self, method, **params):
-        return self.request("POST", API + method, json.dumps(params))
+        return data_of(self.ask(self.post(method, **params)))
 
     def host(self, name, **query):
-        return self.request("GET", f"/host/{name}?" + urllib.parse.urlencode(query))
+        path = f"/host/{name}?" + urllib.parse.urlencode(query)
+        return data_of(self.ask(clients.get(self.port, path, self.authorization)))
 
     def start(self, sources, dest, **params):
         return self.call("start", path=sources, dest_folder_path=[dest], **params)["taskid"]
 
-    def wait(self, task, pause=0.001, watch=None):
+    def wait(self, task, watch=None):
         """Polls until the answer that says finished; raises unless the task did everything."""
+        begin = time.monotonic()
+        request = self.post("status", taskid=task)
         while True:
-            status = self.call("status", taskid=task)
-            if status["finished"]:
+            body = self.ask(request)
+            if RUNS not in body:
                 break
             if watch:
                 watch()
-            time.sleep(pause)
-            # The questions of a long task must not take the processor from it.
-            pause = min(pause * 1.2, 0.005)
+            # The questions of a long task must not take the processor from it, and its end is
+            # seen late by half of this on average.
+            time.sleep(min(max((time.monotonic() - begin) / 40, 0.0005), 0.02))
+        status = data_of(body)
         if status["progress"] != 1 or status.get("errors"):
             raise Refused(f"the task failed: {str(status)[:500]}")
         return status
 
-    def run(self, sources, dest, started=None, watch=None, pause=0.001, **params):
+    def run(self, sources, dest, started=None, watch=None, **params):
         """Seconds from the start request to the answer that says finished.
 
         `started` is called with the task's id, `watch` between the questions.
@@ -77,7 +92,7 @@ class Client:
         task = self.start(sources, dest, **params)
         if started:
             started(task)
-        self.wait(task, pause, watch)
+        self.wait(task, watch)
         return time.perf_counter() - begin
 
 

@@ -27,6 +27,10 @@ namespace {
 // After a failed fork or an idle child's unexpected end, so as not to spin.
 constexpr std::chrono::milliseconds kRefillPause{500};
 
+// A fork takes the processor, and slows down the request that was just handed over: as long
+// as enough children are left, it waits until nobody has asked for this long.
+constexpr std::chrono::milliseconds kQuiet{10};
+
 sigset_t WatchedSignals() {
   sigset_t set;
   sigemptyset(&set);
@@ -81,7 +85,7 @@ int Launcher::TimeoutMs() const {
   const auto now = Clock::now();
   int timeout = watch_.TimeoutMs(now);
   if (NeedsRefill()) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(refill_after_ - now);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(RefillTime() - now);
     const int pause = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
     timeout = timeout < 0 ? pause : std::min(timeout, pause);
   }
@@ -182,7 +186,10 @@ void Launcher::HandOver(core::UniqueFd connection) {
     idle_.pop_back();
     // Known as busy from here on, whether or not it is still there to take it.
     busy_.insert(child.pid);
-    if (SendDescriptor(child.channel.get(), connection.get())) return;
+    if (SendDescriptor(child.channel.get(), connection.get())) {
+      quiet_after_ = Clock::now() + kQuiet;
+      return;
+    }
   }
   const pid_t pid = Fork();
   if (pid == 0) ServeRequest(std::move(connection), plugin_);
@@ -202,8 +209,13 @@ void Launcher::End() {
 
 bool Launcher::NeedsRefill() const { return idle_.size() < wanted_idle_; }
 
+Launcher::Clock::time_point Launcher::RefillTime() const {
+  const bool enough = idle_.size() * 2 >= wanted_idle_;
+  return enough ? std::max(refill_after_, quiet_after_) : refill_after_;
+}
+
 void Launcher::Refill() {
-  if (Clock::now() < refill_after_) return;
+  if (Clock::now() < RefillTime()) return;
   core::UniqueFd ours;
   core::UniqueFd theirs;
   pid_t pid = -1;

@@ -46,6 +46,7 @@ class Launcher {
   // Ends the process; mounts that no task uses end with it.
   [[noreturn]] static void End();
   bool NeedsRefill() const;
+  Clock::time_point RefillTime() const;
   void Refill();
   int TimeoutMs() const;
   // In the child, 0 and nothing of the launcher is left open.
@@ -60,6 +61,7 @@ class Launcher {
   std::set<pid_t> busy_;
   WorkerWatch watch_;
   Clock::time_point refill_after_{};
+  Clock::time_point quiet_after_{};
 };
 
 }  // namespace host

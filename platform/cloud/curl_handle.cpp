@@ -57,6 +57,12 @@ class StallWatch {
   std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
 };
 
+// The library's own start comes before the first handle, on whichever thread that is.
+CURLM* NewDriver() {
+  static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
+  return started == CURLE_OK ? curl_multi_init() : nullptr;
+}
+
 }  // namespace
 
 bool CurlList::Append(const std::string& line) {
@@ -67,7 +73,7 @@ bool CurlList::Append(const std::string& line) {
   return true;
 }
 
-CurlHandle::CurlHandle(long connections) : driver_(curl_multi_init()), handle_(curl_easy_init()) {
+CurlHandle::CurlHandle(long connections) : driver_(NewDriver()), handle_(curl_easy_init()) {
   if (driver_ != nullptr) {
     (void)curl_multi_setopt(driver_.get(), CURLMOPT_MAXCONNECTS, connections);
   }

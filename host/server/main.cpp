@@ -1,4 +1,5 @@
 #include <poll.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -24,6 +25,7 @@
 #include "login_policy.h"
 #include "names.h"
 #include "options.h"
+#include "tasks/store.h"
 #include "vfs/vfs.h"
 
 namespace {
@@ -113,6 +115,11 @@ bool ReadSettings(const core::Config& config, host::FrontSettings* out, std::str
   return true;
 }
 
+// With one user it is known who comes.
+void PrepareOwnRecords() {
+  if (const passwd* self = ::getpwuid(::geteuid())) tasks::Prepare(self->pw_name);
+}
+
 int Serve(const core::Config& config, const std::string& module) {
   host::FrontSettings settings;
   std::string err;
@@ -126,6 +133,7 @@ int Serve(const core::Config& config, const std::string& module) {
   host::LauncherLink launcher;
   if (!launcher.Start(module, kIdleProcesses, &err)) return Fail(err);
 
+  if (!settings.several_users) PrepareOwnRecords();
   const int signals = WatchEndSignals();
   host::Tokens tokens;
   std::string own_token;

@@ -20,6 +20,7 @@
 #include "login_policy.h"
 #include "remote_access.h"
 #include "support/errors.h"
+#include "tasks/store.h"
 
 namespace host {
 namespace {
@@ -76,6 +77,8 @@ std::string ServeCall(int connection, const std::string& text, const Plugin& plu
   // A worker that came back from the handler owns none of these descriptors.
   if (::getpid() != self) ::_exit(1);
   if (SendFrame(connection, answer, kTransferMs) != FrameStatus::kOk) ::_exit(1);
+  // Who looks around may start a task next.
+  if (!unsound && call.api.empty()) tasks::Prepare(call.user);
   if (unsound || !OnlyReadsRecords(call)) ::_exit(0);
   ::alarm(0);
   return call.user;
@@ -99,6 +102,7 @@ void WarmUp() {
   uid_t uid = 0;
   gid_t gid = 0;
   static_cast<void>(TAVOUserGetUGID("root", &uid, &gid));
+  tasks::WarmUp();
 }
 
 }  // namespace

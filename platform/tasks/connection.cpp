@@ -12,6 +12,7 @@ namespace {
 struct Slot {
   std::mutex mutex;
   std::unique_ptr<Connection> kept;
+  const Connection* of_parent = nullptr;  // not this process's: never touched
 };
 
 Slot& TheSlot() {
@@ -19,16 +20,18 @@ Slot& TheSlot() {
   return slot;
 }
 
-void LockAndEmpty() {
-  TheSlot().mutex.lock();
-  TheSlot().kept.reset();
-}
-
+void Lock() { TheSlot().mutex.lock(); }
 void Unlock() { TheSlot().mutex.unlock(); }
+
+void ForgetAndUnlock() {
+  Slot& slot = TheSlot();
+  if (slot.kept) slot.of_parent = slot.kept.release();
+  slot.mutex.unlock();
+}
 
 // Without this nothing is kept.
 bool ForksAreWatched() {
-  static const bool watched = pthread_atfork(LockAndEmpty, Unlock, Unlock) == 0;
+  static const bool watched = pthread_atfork(Lock, Unlock, ForgetAndUnlock) == 0;
   return watched;
 }
 

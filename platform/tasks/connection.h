@@ -7,7 +7,8 @@
 //  1. What is kept holds no lock, no transaction and no page of the file: each operation
 //     reads the file as it is by then.
 //  2. What is kept is used only while its file still has the name, and by the same user.
-//  3. What is kept is closed before a fork, so that no connection has two processes.
+//  3. After a fork what is kept is the parent's alone. The child neither uses nor closes it, as
+//     either would do something to the parent's; its memory is lost to the child.
 #pragma once
 
 #include <sqlite3.h>

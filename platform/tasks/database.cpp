@@ -16,6 +16,7 @@
 #include "core/config.h"
 #include "core/unique_fd.h"
 #include "core/user.h"
+#include "tasks/store.h"
 
 namespace tasks::internal {
 namespace {
@@ -49,14 +50,13 @@ CREATE TABLE notifications(
   title BLOB NOT NULL,
   args BLOB NOT NULL);
 PRAGMA user_version = 1;
-CREATE TABLE spare(bytes BLOB);
-INSERT INTO spare VALUES(zeroblob(131072));
-DROP TABLE spare;
 )";
 
 // Room that a new store takes at once, as free pages and as journal, so that a
 // task can still be written down and finished when a copy has filled the file
 // system that holds the stores.
+constexpr const char* kSpareRoom =
+    "CREATE TABLE spare(bytes BLOB); INSERT INTO spare VALUES(zeroblob(131072)); DROP TABLE spare;";
 constexpr std::size_t kJournalReserve = 262144;
 
 // The journal file stays and is overwritten in place, with its header cleared
@@ -102,8 +102,8 @@ bool FillNewStore(const std::string& path) {
   int code =
       sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (code == SQLITE_OK) {
-    const std::string script =
-        std::string("PRAGMA journal_mode = MEMORY; BEGIN;") + kSchema + kTotals + "COMMIT;";
+    const std::string script = std::string("PRAGMA journal_mode = MEMORY; BEGIN;") + kSchema +
+                               kSpareRoom + kTotals + "COMMIT;";
     code = sqlite3_exec(handle, script.c_str(), nullptr, nullptr, nullptr);
   }
   sqlite3_close(handle);
@@ -164,6 +164,25 @@ void SetAside(const std::string& folder, const std::string& path) {
 }
 
 }  // namespace
+
+}  // namespace tasks::internal
+
+void tasks::WarmUp() {
+  using tasks::internal::kSchema;
+  sqlite3* handle = nullptr;
+  if (sqlite3_open_v2(":memory:", &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) ==
+      SQLITE_OK) {
+    (void)sqlite3_exec(handle, kSchema, nullptr, nullptr, nullptr);
+    (void)sqlite3_exec(handle,
+                       "BEGIN IMMEDIATE; INSERT INTO tasks(id, created) VALUES('', 0);"
+                       "SELECT p.name, p.value, t.finished FROM tasks t LEFT JOIN properties p "
+                       "ON p.task = t.seq WHERE t.id = ''; COMMIT;",
+                       nullptr, nullptr, nullptr);
+  }
+  sqlite3_close(handle);
+}
+
+namespace tasks::internal {
 
 std::string StorePath(const std::string& user) {
   const std::string folder = core::UserStateFolder(user);

@@ -54,6 +54,17 @@ bool Read(const std::string& user, const std::string& id, Record* out) {
   return true;
 }
 
+void Prepare(const std::string& user) {
+  struct stat status {};
+  if (const std::string path = internal::StorePath(user);
+      path.empty() || lstat(path.c_str(), &status) == 0) {
+    return;
+  }
+  internal::Database database;
+  // Whoever needs it tries again, and says what is wrong.
+  (void)database.OpenOrCreate(user);
+}
+
 std::vector<std::string> UsersWithStore() {
   std::vector<std::string> users;
   const std::string& state = core::CurrentConfig().server.state;

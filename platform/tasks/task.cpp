@@ -11,6 +11,7 @@
 #include "long_lists.h"
 #include "notifications.h"
 #include "records.h"
+#include "write_signal.h"
 
 namespace KVX {
 
@@ -56,6 +57,7 @@ Task::Task(const char* user, const char* taskId)
   if (user_.empty() || id_.empty()) throw TaskError("a task needs a user and an id");
   const Result result = tasks::internal::CreateRecord(user_, id_);
   if (result != Result::kDone) throw TaskError(ReasonOf(result));
+  tasks::internal::ShareWritesWithChildren();
 }
 
 Task::Task(Existing /*unused*/, std::string user, std::string taskId)
@@ -67,6 +69,7 @@ Task::Task(Existing /*unused*/, std::string user, std::string taskId)
   }
   const Result result = tasks::internal::LoadRecord(user_, id_, &properties_, &finished_, &texts_);
   if (result != Result::kDone) throw TaskError(ReasonOf(result));
+  firstLoad_ = true;
 }
 
 Task::~Task() {
@@ -79,7 +82,10 @@ Task::~Task() {
 
 std::string Task::getTaskId() const { return id_; }
 
+bool Task::takeFirstLoad() { return std::exchange(firstLoad_, false); }
+
 bool Task::reload() {
+  firstLoad_ = false;
   return tasks::internal::LoadRecord(user_, id_, &properties_, &finished_, &texts_) ==
          Result::kDone;
 }
@@ -147,6 +153,7 @@ bool Task::writePending(bool finish) {
   if (tasks::internal::WriteRecord(user_, id_, values, end, &written) != Result::kDone) {
     return false;
   }
+  tasks::internal::AnnounceWrite();
   for (auto& [name, text] : written) {
     if (name == tasks::internal::kLongLists) {
       texts_[name].clear();

@@ -4,14 +4,16 @@
 #include <chrono>
 #include <ctime>
 #include <functional>
-#include <thread>
 
 #include "core/config.h"
 #include "records.h"
+#include "write_signal.h"
 
 namespace {
 
 using tasks::internal::Result;
+
+constexpr std::chrono::microseconds kFirstLook{20'000};
 
 // A store that another process holds for the moment is worth another look; a
 // record that is gone and a damaged store are not.
@@ -26,6 +28,10 @@ bool WaitUntil(KVX::Task* task, int seconds, const std::function<bool()>& ready)
   using Microseconds = std::chrono::microseconds;
   const auto begin = std::chrono::steady_clock::now();
   const auto deadline = begin + std::chrono::seconds(seconds);
+  // What a new handle has just loaded is not loaded twice.
+  if (task->takeFirstLoad() && ready()) return true;
+  // A look costs the writer more than it costs this process.
+  if (seconds > 0) tasks::internal::AwaitFirstWrite(kFirstLook);
   for (;;) {
     if (task->reload()) {
       if (ready()) return true;
@@ -37,7 +43,7 @@ bool WaitUntil(KVX::Task* task, int seconds, const std::function<bool()>& ready)
     if (left.count() <= 0) return false;
     // What is waited for is noticed late by an eighth of the wait at most.
     const auto eighth = std::chrono::duration_cast<Microseconds>(now - begin) / 8;
-    std::this_thread::sleep_for(
+    tasks::internal::AwaitWrite(
         std::min(left, std::clamp(eighth, Microseconds(250), Microseconds(100'000))));
   }
 }

@@ -40,6 +40,19 @@ TEST_F(WaitTest, GivesUpWhenTheTimeIsOver) {
   EXPECT_TRUE(WaitForTaskDataReady(task.get(), "data", 0)) << "one look at least";
 }
 
+// A signal that got lost or came too early costs a look more, never the record.
+TEST_F(WaitTest, AChildSeesWhatItsParentWroteBeforeAndDuringTheWait) {
+  for (const int pause : {0, 5, 60}) {
+    const std::string id = "t" + std::to_string(pause);
+    const auto task = Make("ann", id.c_str());
+    Child worker([&] { return WaitForTaskDataReady(task.get(), "data", 60) ? 0 : 1; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+    ASSERT_TRUE(task->setProperty("data", DataWithPid(worker.pid())));
+    EXPECT_EQ(worker.Wait(), 0) << pause;
+    ASSERT_TRUE(task->setProperty("late", 1)) << "the parent's store outlives its child";
+  }
+}
+
 TEST_F(WaitTest, EndsAtOnceForARecordThatIsGone) {
   const auto task = Make("ann", "t");
   Child remover([&] {

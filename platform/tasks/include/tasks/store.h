@@ -51,6 +51,13 @@ struct Totals {
 // Zeros when there is no store, or none that can be read.
 Totals ReadTotals(const std::string& user);
 
+// Makes the user's store when it is missing, so that the first task need not wait for it.
+// Runs as the user, or as root.
+void Prepare(const std::string& user);
+
+// Does once what any use of a store needs, without a store: calls are bound, memory is touched.
+void WarmUp();
+
 // Users that have a store.
 std::vector<std::string> UsersWithStore();
 

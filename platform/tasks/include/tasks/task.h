@@ -41,6 +41,9 @@ class Task {
   // Loads the properties anew. False when the record is gone or cannot be
   // read; the handle's properties are then empty.
   bool reload();
+  // True once, when the properties are still those that a handle on an existing record
+  // loaded as it was made.
+  [[nodiscard]] bool takeFirstLoad();
 
   // The loaded value, null when the property is missing or its stored text is
   // damaged. The "params" of "data" may hold lists of many thousands of values, which are
@@ -100,6 +103,7 @@ class Task {
   std::map<std::string, std::string> texts_;  // properties_ as they are stored
   Json::Value pending_;
   bool finished_ = false;
+  bool firstLoad_ = false;
   bool updating_ = false;
   bool askedFinished_ = false;
   bool allFinished_ = true;

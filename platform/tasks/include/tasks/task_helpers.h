@@ -8,9 +8,10 @@
 #include "tasks/task.h"
 
 // Reloads the task until it has the property (and, in the second form, until
-// the property is an object with the member). Polls fast at first (each quarter of
-// a millisecond, later after an eighth of the time waited, at most 100 ms). False after `seconds`,
-// or at once when the record is gone.
+// the property is an object with the member); the load of a new handle is one. Polls fast at
+// first (each quarter of a millisecond, later after an eighth of the time waited, at most
+// 100 ms), and notices at once what the process that made the record writes, when this is
+// one of its children. False after `seconds`, or at once when the record is gone.
 bool WaitForTaskDataReady(KVX::Task* task, const char* property, int seconds);
 bool WaitForTaskDataKeyReady(KVX::Task* task, const char* property, const char* member,
                              int seconds);

@@ -18,9 +18,9 @@ Json::Value With(const char* name, const Json::Value& value) {
 // The names in the order of pages of `limit` entries, one behind the other.
 std::vector<std::string> Pages(ListRequest request, std::size_t limit) {
   const ListEntry entries[] = {
-      {"b10", S_IFREG, 1, 30, ""}, {"b2", S_IFREG, 3, -5, ""},  {"B1", S_IFREG, 2, 20, ""},
+      {"b10", S_IFREG, 1, 30, ""}, {"b2", S_IFREG, 3, -5, ""},       {"B1", S_IFREG, 2, 20, ""},
       {"z", S_IFDIR, 0, 1, ""},    {"\xC3\xA4", S_IFREG, 3, 20, ""}, {".dot", S_IFREG, 0, 0, ""},
-      {"a", S_IFLNK, 0, 9, ""},    {"y\xff", S_IFDIR, 0, 2, ""}, {"A", S_IFREG, 0, 9, ""}};
+      {"a", S_IFLNK, 0, 9, ""},    {"y\xff", S_IFDIR, 0, 2, ""},     {"A", S_IFREG, 0, 9, ""}};
   request.limit = limit;
   std::vector<std::string> names;
   std::string next;
@@ -71,14 +71,26 @@ TEST(ListPage, WhatIsNoRequestIsRefused) {
   ASSERT_TRUE(ReadListRequest(With("limit", "100000"), &request, &err)) << err;
   EXPECT_EQ(request.limit, 100000U);
   names.append("../b");
-  const std::pair<const char*, Json::Value> wrong[] = {
-      {"limit", 0},       {"limit", -1},          {"limit", "100001"}, {"limit", many},
-      {"limit", "1x"},    {"limit", ""},          {"limit", 1e300},    {"limit", Json::Value()},
-      {"sort", "owner"},  {"descending", "maybe"}, {"hidden", 2},       {"after", "0g"},
-      {"after", "abc"},   {"names", names},       {"names", ".."},     {"names", 5},
-      {"names", std::string("a\0", 2)}};
+  const std::pair<const char*, Json::Value> wrong[] = {{"limit", 0},
+                                                       {"limit", -1},
+                                                       {"limit", "100001"},
+                                                       {"limit", many},
+                                                       {"limit", "1x"},
+                                                       {"limit", ""},
+                                                       {"limit", 1e300},
+                                                       {"limit", Json::Value()},
+                                                       {"sort", "owner"},
+                                                       {"descending", "maybe"},
+                                                       {"hidden", 2},
+                                                       {"after", "0g"},
+                                                       {"after", "abc"},
+                                                       {"names", names},
+                                                       {"names", ".."},
+                                                       {"names", 5},
+                                                       {"names", std::string("a\0", 2)}};
   for (const auto& [name, value] : wrong) {
-    EXPECT_FALSE(ReadListRequest(With(name, value), &request, &err)) << name << " " << value.toStyledString();
+    EXPECT_FALSE(ReadListRequest(With(name, value), &request, &err))
+        << name << " " << value.toStyledString();
   }
 }
 

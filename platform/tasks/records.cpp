@@ -141,11 +141,11 @@ Result LoadRecord(const std::string& user, const std::string& id, Json::Value* p
   *finished = false;
   Database database;
   if (const Result opened = database.Open(user); opened != Result::kDone) return opened;
-  Statement query(
-      database,
-      "SELECT p.name, p.value, t.finished FROM tasks t LEFT JOIN properties p ON p.task = t.seq "
-      "WHERE t.id = ?");
-  query.Bind(id);
+  // A value that is selected is read whole, whether or not anybody asks for it.
+  Statement query(database,
+                  "SELECT p.name, iif(p.name = ?, NULL, p.value), t.finished "
+                  "FROM tasks t LEFT JOIN properties p ON p.task = t.seq WHERE t.id = ?");
+  query.Bind(std::string(kLongLists)).Bind(id);
   bool found = false;
   bool ended = false;
   Json::Value loaded(Json::objectValue);

@@ -17,8 +17,8 @@ struct Shared {
 };
 
 Shared Make() {
-  void* memory = mmap(nullptr, sizeof(sem_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                      -1, 0);
+  void* memory =
+      mmap(nullptr, sizeof(sem_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) return {};
   auto* semaphore = static_cast<sem_t*>(memory);
   return sem_init(semaphore, 1, 0) == 0 ? Shared{semaphore, getpid()} : Shared{};
@@ -32,8 +32,7 @@ Shared& TheShared() {
 void Wait(sem_t* semaphore, std::chrono::microseconds longest) {
   timespec until{};
   clock_gettime(CLOCK_MONOTONIC, &until);
-  const std::int64_t nanoseconds =
-      until.tv_nsec + std::chrono::nanoseconds(longest).count();
+  const std::int64_t nanoseconds = until.tv_nsec + std::chrono::nanoseconds(longest).count();
   until.tv_sec += nanoseconds / 1'000'000'000;
   until.tv_nsec = nanoseconds % 1'000'000'000;
   (void)sem_clockwait(semaphore, CLOCK_MONOTONIC, &until);

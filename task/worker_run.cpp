@@ -151,6 +151,7 @@ void WorkerRun::End() {
   WfmlibBwEnd();
   delete std::exchange(_srcCloud, nullptr);
   delete std::exchange(_destCloud, nullptr);
+  _readAhead.reset();
   TAVOCloud::Cloud::CleanupCurlGlobal();
   if (start_.TouchesRemoteMount()) {
     start_.vfsQueue.Clean(kQueueName, _task->getTaskId().c_str(), getpid(), MVCPGetTask,

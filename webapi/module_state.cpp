@@ -38,6 +38,8 @@ int _srcFsType = -1;
 
 TAVOCloud::Cloud* _srcCloud = nullptr;
 TAVOCloud::Cloud* _destCloud = nullptr;
+std::shared_ptr<TAVOCloud::ReadAhead> _readAhead;
+std::string _readAheadServer;
 
 std::string _streamedPath;
 bool _streamRefused = false;

@@ -7,10 +7,12 @@
 #include <cstdint>
 #include <ctime>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "cloud/cloud.h"
+#include "cloud/read_ahead.h"
 #include "fileop/copy.h"
 #include "prepare/entry_records.h"
 #include "tasks/task.h"
@@ -65,6 +67,9 @@ extern int _srcFsType;
 // Made on first need, deleted at the worker's end.
 extern TAVOCloud::Cloud* _srcCloud;
 extern TAVOCloud::Cloud* _destCloud;
+// Reads the small files of an FTP source before their turn; of the server with this id.
+extern std::shared_ptr<TAVOCloud::ReadAhead> _readAhead;
+extern std::string _readAheadServer;
 
 // The destination that the copier was last told to be streamed to (empty: none), and
 // whether its server then had no connection left for that.

@@ -15,7 +15,7 @@
 namespace TAVOCloud {
 namespace {
 
-constexpr int kMostBehind = 3;  // connections
+constexpr int kMostSpare = 3;
 
 }  // namespace
 
@@ -50,13 +50,16 @@ void ServerCloud::RemoveLeftoversBeside(const std::string& path) {
   for (const std::string& name : LeftoversIn(folder)) RemoveLeftover(folder + name);
 }
 
+// The mount needs a connection, and so does this object.
+std::size_t ServerCloud::SpareConnections() const {
+  const int most = MostConnections();
+  return static_cast<std::size_t>(most == 0 ? kMostSpare : std::clamp(most - 2, 0, kMostSpare));
+}
+
 void ServerCloud::LetNextStayBehind() {
   may_stay_behind_ = true;
   last_behind_ = 0;
   if (crew_ != nullptr) return;
-  // The mount needs a connection, and so does this object.
-  const int most = MostConnections();
-  const int spare = most == 0 ? kMostBehind : std::clamp(most - 2, 0, kMostBehind);
   const auto make = [this] {
     std::unique_ptr<ServerCloud> another = Another();
     if (another != nullptr) {
@@ -65,7 +68,7 @@ void ServerCloud::LetNextStayBehind() {
     }
     return another;
   };
-  crew_ = std::make_unique<Crew>(make, static_cast<std::size_t>(spare));
+  crew_ = std::make_unique<Crew>(make, SpareConnections());
 }
 
 bool ServerCloud::LeaveBehind(Crew::File file, int fd, ReadSizeFn readSize) {

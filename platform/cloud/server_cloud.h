@@ -24,6 +24,10 @@ class ServerCloud : public Cloud {
   // For UploadFile and DownloadFile, before they carry the file themselves: true when it was
   // left behind. `file` has no descriptor of its own yet.
   [[nodiscard]] bool LeaveBehind(Crew::File file, int fd, ReadSizeFn readSize);
+  // An object of the same kind for another connection; null when there is none.
+  virtual std::unique_ptr<ServerCloud> Another() const { return nullptr; }
+  // How many connections more may be opened beside this object's and the mount's.
+  std::size_t SpareConnections() const;
 
  protected:
   // `source` names the kind in its log lines.
@@ -36,8 +40,6 @@ class ServerCloud : public Cloud {
   bool FailLocally(const Flow& flow);
   // Carries no data, only the order to stop (see StopWhen).
   Flow StopOnly() const { return {-1, 0, nullptr, cancel_, nullptr}; }
-  // An object of the same kind for another connection; null when there is none.
-  virtual std::unique_ptr<ServerCloud> Another() const { return nullptr; }
   virtual int MostConnections() const { return 1; }
   // Whether uploads are of new files: they replace nothing, and bring their source's time along.
   bool sends_new_files() const { return sends_new_files_; }

@@ -31,8 +31,9 @@ struct Level {
   bool lost = false;         // the destination folder could not get its name
   bool ahead_known = false;  // `ahead` is
   AheadPlace::How ahead = AheadPlace::How::kNot;
-  bool open = false;                     // holds its descriptors
-  std::shared_ptr<const Origin> origin;  // of a move
+  std::unique_ptr<TAVOAHEADSOURCE> past_mount;  // null: remote files are read through it
+  bool open = false;                            // holds its descriptors
+  std::shared_ptr<const Origin> origin;         // of a move
   // Sources copied into a folder that has no final name yet.
   std::vector<std::pair<std::string, struct stat>> staged;
   unsigned long long unseen_files = 0;

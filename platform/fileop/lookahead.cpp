@@ -64,11 +64,30 @@ void AheadFile::Await() {
 // A mount may have a connection for each open file, so none stays open. What is read is given on
 // as a file of its own.
 void AheadFile::OpenRemote() {
-  if (place_.how == AheadPlace::How::kLook) {
-    looked = ::fstatat(place_.from, name_.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
-    refused = !looked && vfs::MayMeanServerLost(errno);
-    return;
+  const bool looks = place_.how == AheadPlace::How::kLook;
+  if (looks || place_.past_mount != nullptr) {
+    const bool known = ::fstatat(place_.from, name_.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+    refused = !known && vfs::MayMeanServerLost(errno);
+    looked = looks && known;
+    if (looks || !known || ReadPastMount()) return;
   }
+  ReadThroughMount();
+}
+
+// False: it is to be read otherwise.
+bool AheadFile::ReadPastMount() {
+  if (!S_ISREG(st.st_mode) || st.st_size == 0 || st.st_size > Lookahead::kLargestReadPast) {
+    return false;
+  }
+  core::UniqueFd held(::memfd_create("fileop-ahead", MFD_CLOEXEC));
+  const bool read = held.valid() && place_.past_mount->Read(name_.c_str(), held.get(),
+                                                            static_cast<std::uint64_t>(st.st_size));
+  if (!read || ::lseek(held.get(), 0, SEEK_SET) != 0) return false;
+  fd = std::move(held);
+  return true;
+}
+
+void AheadFile::ReadThroughMount() {
   const core::UniqueFd there(OpenQuietly(place_.from, name_.c_str()));
   const bool open = there.valid() && ::fstat(there.get(), &st) == 0;
   refused = !open && vfs::MayMeanServerLost(errno);

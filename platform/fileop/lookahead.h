@@ -12,6 +12,7 @@
 
 #include "core/unique_fd.h"
 #include "dir_stream.h"
+#include "fileop/behind.h"
 #include "helper.h"
 #include "metadata.h"
 #include "pending_file.h"
@@ -24,6 +25,7 @@ struct AheadPlace {
   const TargetFolder* to = nullptr;  // null for a remote source
   const MetadataRules* rules = nullptr;
   enum class How { kNot, kOpen, kRead, kLook } how = How::kNot;  // kRead and kLook: remote
+  TAVOAHEADSOURCE* past_mount = nullptr;                         // of kRead
 };
 
 // One file that will be asked for. Whoever claims it first opens it.
@@ -57,6 +59,8 @@ class AheadFile : public Work {
 
   void Open();
   void OpenRemote();
+  void ReadThroughMount();
+  bool ReadPastMount();
   void ReadWhole();
   void MakeTarget();
 
@@ -91,8 +95,9 @@ class Lookahead {
   // drained.
   void DropTargets();
 
-  // Files larger than this are not read ahead.
+  // Files larger than this are not read ahead; past the mount, larger ones are.
   static constexpr off_t kLargestRead = 64 * 1024;
+  static constexpr off_t kLargestReadPast = off_t{1} << 20;
 
  private:
   struct Listed {

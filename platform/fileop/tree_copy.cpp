@@ -111,7 +111,7 @@ void TreeCopy::Step() {
 
 // What is sent to a server is not read here at all. A mount is asked by a few threads only: it may
 // have a connection for each.
-AheadPlace::How TreeCopy::HowAhead(const Level& level) {
+AheadPlace::How TreeCopy::HowAhead(Level& level) {
   using How = AheadPlace::How;
   if (level.rename || level.to.remote) return How::kNot;
   if (!level.from.remote) return How::kOpen;
@@ -125,6 +125,7 @@ AheadPlace::How TreeCopy::HowAhead(const Level& level) {
   helper_.Widen(static_cast<std::size_t>(threads));
   const TAVOBEHINDHOOKS& hooks = *request_.args->behind;
   const bool fetches = hooks.fetches(level.from.path.c_str(), level.to.path.c_str(), 0) != 0;
+  if (!fetches && hooks.ahead != nullptr) level.past_mount = hooks.ahead(level.from.path.c_str());
   return fetches ? How::kLook : How::kRead;
 }
 
@@ -134,7 +135,8 @@ void TreeCopy::FileStep(Level& level) {
     level.ahead = HowAhead(level);
     level.ahead_known = true;
   }
-  const AheadPlace place{level.from.fd.get(), &level.to, &request_.rules, level.ahead};
+  const AheadPlace place{level.from.fd.get(), &level.to, &request_.rules, level.ahead,
+                         level.past_mount.get()};
   if (lookahead_.Next(place, &level.stream, &entry, &level.has_folders)) {
     CarryFile(level, entry);
     return;
@@ -189,6 +191,7 @@ void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
     if (entry.file->refused) {
       level.ahead = AheadPlace::How::kNot;
       asks_ahead_ = false;
+      if (level.past_mount != nullptr) level.past_mount->GiveUp();
     }
     // What could not be opened ahead is tried again for its error.
     if (entry.file->fd.valid() && S_ISREG(entry.file->st.st_mode)) {

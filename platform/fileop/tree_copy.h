@@ -45,7 +45,7 @@ class TreeCopy {
   };
 
   void Step();
-  AheadPlace::How HowAhead(const Level& level);
+  AheadPlace::How HowAhead(Level& level);
   void FileStep(Level& level);
   void FolderStep(Level& level);
   void ListingEnded(Level& level, int error);

@@ -4,9 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <utility>
 
 #include "copier.h"
@@ -157,6 +160,42 @@ TEST_F(BehindTest, WhatDoesNotArriveIsCarriedAgainAndAMoveRemovesAllSources) {
     EXPECT_GT(server_.most, 1U);
     EXPECT_LE(server_.most, 16U);
   }
+}
+
+// What the hook is lent of a small file is what was read of it past its mount, where it was.
+TEST_F(BehindTest, FilesAreReadPastTheirMountWhereThatWorks) {
+  static std::atomic<int> given_up, read;
+  struct Past : TAVOAHEADSOURCE {
+    explicit Past(std::string folder) : path(std::move(folder)) {}
+    bool Read(const char* name, int fd, std::uint64_t size) override {
+      const std::string content = fileop_test::Read(path + "/" + name);
+      if (std::string(name).ends_with("7") || content.size() != size) return false;
+      ++read;
+      return pwrite(fd, "past ", 5, 0) == 5;
+    }
+    void GiveUp() override { ++given_up; }
+    std::string path;
+  };
+  const auto data = [](const std::string&, const std::string&, int* src, int* dst) {
+    std::array<char, 1000> text{};
+    const ssize_t got = ::read(*src, text.data(), text.size());
+    return got >= 0 && write(*dst, text.data(), static_cast<std::size_t>(got)) == got ? 0 : -1;
+  };
+  Fill("server/tree");
+  given_up = read = 0;
+  Copier copier(Kind::kMove, 0);
+  copier.on_data = data;
+  TAVOBEHINDHOOKS hooks{[](const char*, const char*, long) { return 0; }, LetNext, Last, Await};
+  hooks.ahead = [](const char* src) -> std::unique_ptr<TAVOAHEADSOURCE> {
+    return std::make_unique<Past>(src);
+  };
+  TAVOCopyArgsExSetBehind(copier.args, hooks);
+  ASSERT_EQ(copier.Folder(fs::canonical(At("server/tree")), fs::canonical(At("near")) / "tree"), 0);
+  EXPECT_EQ(read, 53) << "the empty one and six others are read through the mount";
+  EXPECT_EQ(given_up, 0);
+  EXPECT_EQ(Read(At("near/tree/d0/f20")), "past ");
+  EXPECT_EQ(Read(At("near/tree/d1/f17")), Pattern(17UL * 9, 17));
+  EXPECT_FALSE(fs::exists(At("server/tree")));
 }
 
 TEST_F(BehindTest, ASourceStaysWhenItsFileNeverArrives) {

@@ -2,7 +2,21 @@
 // has returned.
 #pragma once
 
+#include <cstdint>
+#include <memory>
+
 struct _TAVOCOPYARGSEX;
+
+// The small files of one folder, read before their turn past the mount that shows them.
+class TAVOAHEADSOURCE {
+ public:
+  virtual ~TAVOAHEADSOURCE() = default;
+  // Writes the whole file, `size` bytes, into `fd`. False: it is to be read through the mount.
+  // Several threads call it at a time.
+  [[nodiscard]] virtual bool Read(const char* name, int fd, std::uint64_t size) = 0;
+  // The mount lacks connections: those for reading past it are closed.
+  virtual void GiveUp() = 0;
+};
 
 // A tree's copier uses them for small files: new ones on a remote mount, and those that it fetches
 // from one (`fetch` 1). All run on its thread, in the order of the files.
@@ -20,6 +34,9 @@ struct TAVOBEHINDHOOKS {
   // `dst`, with the time of its source as far as its server keeps one. Negative: it is not, for
   // whatever reason; the copier then calls the data hook for it once more, without leave.
   int (*await)(int fetch, const char* dst, unsigned long long number);
+  // For the folder `src` on a remote mount whose small files the data hook is given open: how
+  // to read them past the mount. Null when there is no such way.
+  std::unique_ptr<TAVOAHEADSOURCE> (*ahead)(const char* src) = nullptr;
 };
 
 void TAVOCopyArgsExSetBehind(_TAVOCOPYARGSEX* args, const TAVOBEHINDHOOKS& hooks);

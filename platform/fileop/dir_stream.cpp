@@ -29,27 +29,45 @@ bool IsDots(const char* name) {
 
 }  // namespace
 
+// As getdents64 answers.
+long DirStream::Fill(int fd) {
+  buffer_.resize(kBufferSize);
+  at_ = filled_ = 0;
+  const long got = ::syscall(SYS_getdents64, fd, buffer_.data(), buffer_.size());
+  if (got > 0) filled_ = static_cast<std::size_t>(got);
+  return got;
+}
+
+// The entry at `at`; returns where the next one begins.
+std::size_t DirStream::EntryAt(std::size_t at, Entry* entry) const {
+  const char* record = buffer_.data() + at;
+  RawEntry raw;
+  std::memcpy(&raw, record, sizeof raw);
+  *entry = {record + kNameOffset, raw.type, raw.inode};
+  return at + raw.length;
+}
+
 bool DirStream::Next(int fd, Entry* entry) {
   for (;;) {
     if (at_ == filled_) {
-      buffer_.resize(kBufferSize);
-      const long got = ::syscall(SYS_getdents64, fd, buffer_.data(), buffer_.size());
-      at_ = filled_ = 0;
-      if (got <= 0) {
-        if (got == 0) errno = 0;
-        return false;
-      }
-      filled_ = static_cast<std::size_t>(got);
+      const long got = Fill(fd);
+      if (got == 0) errno = 0;
+      if (got <= 0) return false;
     }
-    const char* record = buffer_.data() + at_;
-    RawEntry raw;
-    std::memcpy(&raw, record, sizeof raw);
-    at_ += raw.length;
-    entry->name = record + kNameOffset;
-    entry->type = raw.type;
-    entry->inode = raw.inode;
+    at_ = EntryAt(at_, entry);
     if (!IsDots(entry->name)) return true;
   }
+}
+
+void DirStream::Prefetch(int fd) { (void)Fill(fd); }
+
+const char* DirStream::FolderInSight() const {
+  Entry entry;
+  for (std::size_t at = at_; at < filled_;) {
+    at = EntryAt(at, &entry);
+    if (entry.type == DT_DIR && !IsDots(entry.name)) return entry.name;
+  }
+  return nullptr;
 }
 
 int DirStream::Rewind(core::UniqueFd* fd) {

@@ -26,6 +26,12 @@ class DirStream {
   // on failure, with errno set.
   bool Next(int fd, Entry* entry);
 
+  // Reads the first entries in, so that Next need not; what fails then fails again.
+  void Prefetch(int fd);
+
+  // The name of the next folder among the entries that are in memory; null when none is.
+  const char* FolderInSight() const;
+
   // Starts again at the first entry, on a descriptor that is opened anew: a remote
   // folder that was read to its end may list nothing when it is only sought back. -1
   // with errno.
@@ -39,6 +45,9 @@ class DirStream {
   [[nodiscard]] int Resume(int fd, const std::string& name);
 
  private:
+  long Fill(int fd);
+  std::size_t EntryAt(std::size_t at, Entry* entry) const;
+
   std::vector<char> buffer_;
   std::size_t at_ = 0;
   std::size_t filled_ = 0;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -12,6 +11,7 @@
 
 namespace fileop {
 
+// Finishes the files of one folder, which must stay where it is until all are settled.
 class Finisher {
  public:
   struct Failed {
@@ -19,23 +19,24 @@ class Finisher {
     Failure failure;
   };
 
-  explicit Finisher(Helper* helper) : helper_(helper) {}
+  explicit Finisher(Helper* helper);
 
   // Takes the job's file over when it can be finished later: 1 when taken, 0 when
   // the caller has to finish it.
   int Take(Job& job, PendingFile& file);
+
+  // Nothing is taken and unfinished.
+  bool Idle() const;
 
   // Waits for all that was taken and hands out what failed; those files are gone.
   std::vector<Failed> Settle();
 
  private:
   class Task;
-
-  void Note(std::string name, const Failure& failure);
+  struct State;
 
   Helper* helper_;
-  std::mutex mutex_;
-  std::vector<Failed> failed_;
+  std::shared_ptr<State> state_;
 };
 
 }  // namespace fileop

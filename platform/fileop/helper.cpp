@@ -79,6 +79,24 @@ bool Helper::LendHand() {
   return true;
 }
 
+void OnceWork::Do() {
+  int expected = kWaiting;
+  if (!state_.compare_exchange_strong(expected, kClaimed)) return;
+  Run();
+  state_.store(kDone, std::memory_order_release);
+  state_.notify_all();
+}
+
+void OnceWork::Await() {
+  Do();
+  const auto done = [this] { return state_.load(std::memory_order_acquire) == kDone; };
+  // Other reads may take longer than this one.
+  while (!done() && !helper_->slow() && helper_->LendHand()) {
+  }
+  SpinBriefly(done);
+  state_.wait(kClaimed, std::memory_order_acquire);
+}
+
 void Helper::Drain() {
   while (LendHand()) {
   }

@@ -80,4 +80,26 @@ class Helper {
   std::vector<std::thread> threads_;
 };
 
+// Work that is done by whoever claims it first, and can be waited for.
+class OnceWork : public Work {
+ public:
+  explicit OnceWork(Helper* helper) : helper_(helper) {}
+
+  // Does the work unless somebody else does, or has done, so.
+  void Do() final;
+
+  // Returns when it is done, by whomever; does other work while it waits.
+  void Await();
+
+ protected:
+  virtual void Run() = 0;
+  Helper* helper() const { return helper_; }
+
+ private:
+  enum State : int { kWaiting, kClaimed, kDone };
+
+  Helper* helper_;
+  std::atomic<int> state_{kWaiting};
+};
+
 }  // namespace fileop

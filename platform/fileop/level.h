@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "dir_stream.h"
+#include "finisher.h"
 #include "folder.h"
 #include "lookahead.h"
 #include "removal.h"
@@ -16,6 +17,9 @@
 namespace fileop {
 
 struct Level {
+  Level(Level* parent, Helper* helper) : above(parent), finisher(helper) {}
+
+  Level* const above;  // null for the top folder
   SourceFolder from;
   TargetFolder to;
   DirStream stream;
@@ -38,6 +42,7 @@ struct Level {
   std::vector<std::pair<std::string, struct stat>> staged;
   unsigned long long unseen_files = 0;
   unsigned long long unseen_bytes = 0;
+  Finisher finisher;
 
   // A folder is not built in the dark beyond this: it bounds what a killed
   // process leaves behind, and the sources waiting for removal.

@@ -43,24 +43,6 @@ bool IsFolder(int parent, const char* name, unsigned char type) {
   return ::fstatat(parent, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
 }
 
-void AheadFile::Do() {
-  int expected = kWaiting;
-  if (!state_.compare_exchange_strong(expected, kClaimed)) return;
-  Open();
-  state_.store(kDone, std::memory_order_release);
-  state_.notify_all();
-}
-
-void AheadFile::Await() {
-  Do();
-  const auto done = [this] { return state_.load(std::memory_order_acquire) == kDone; };
-  // Other reads may take longer than this one.
-  while (!done() && !helper_->slow() && helper_->LendHand()) {
-  }
-  SpinBriefly(done);
-  state_.wait(kClaimed, std::memory_order_acquire);
-}
-
 // A mount may have a connection for each open file, so none stays open. What is read is given on
 // as a file of its own.
 void AheadFile::OpenRemote() {
@@ -111,7 +93,7 @@ void AheadFile::ReadThroughMount() {
   fd = std::move(held);
 }
 
-void AheadFile::Open() {
+void AheadFile::Run() {
   if (place_.how != AheadPlace::How::kOpen) {
     OpenRemote();
     return;
@@ -121,7 +103,7 @@ void AheadFile::Open() {
   if (fd.valid() && S_ISREG(st.st_mode) && st.st_size > 0) {
     if (st.st_size <= Lookahead::kLargestRead) {
       ReadWhole();
-    } else if (helper_->slow()) {
+    } else if (helper()->slow()) {
       (void)::readahead(fd.get(), 0, kLargestHint);
     }
     MakeTarget();
@@ -136,7 +118,7 @@ void AheadFile::ReadWhole() {
   data_ = std::make_unique_for_overwrite<char[]>(size);
   const ssize_t at_once = ReadAtOnce(fd.get(), data_.get(), size);
   whole = at_once == st.st_size && EndsThere(fd.get(), st.st_size);
-  if (at_once >= 0 || errno == EAGAIN) helper_->TellSlow(at_once < st.st_size);
+  if (at_once >= 0 || errno == EAGAIN) helper()->TellSlow(at_once < st.st_size);
   if (!whole) whole = ::pread(fd.get(), data_.get(), size, 0) == st.st_size;
 }
 
@@ -171,6 +153,7 @@ bool Lookahead::List(const AheadPlace& place, DirStream* stream, bool* folders) 
       ended_ = true;
       error_ = errno;
     } else if (IsFolder(place.from, found.name, found.type)) {
+      if (!*folders) first_folder_ = found.name;
       *folders = true;
     } else {
       listed_.push_back({found.name, found.type, found.inode});
@@ -199,16 +182,20 @@ void Lookahead::Fill(const AheadPlace& place, DirStream* stream, bool* folders) 
 }
 
 void Lookahead::DropTargets() {
+  if (entries_.empty()) return;
+  helper_->Drain();
   for (Entry& entry : entries_) {
     if (entry.file != nullptr) entry.file->target.Discard();
   }
 }
 
 void Lookahead::Clear() {
+  if (!entries_.empty()) helper_->Drain();
   entries_.clear();
   listed_.clear();
   next_ = 0;
   passed_ = 0;
+  first_folder_.clear();
   ended_ = false;
   error_ = 0;
 }

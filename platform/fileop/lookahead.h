@@ -3,7 +3,6 @@
 
 #include <sys/stat.h>
 
-#include <atomic>
 #include <deque>
 #include <memory>
 #include <string>
@@ -29,16 +28,10 @@ struct AheadPlace {
 };
 
 // One file that will be asked for. Whoever claims it first opens it.
-class AheadFile : public Work {
+class AheadFile : public OnceWork {
  public:
   AheadFile(Helper* helper, const AheadPlace& place, std::string name)
-      : helper_(helper), place_(place), name_(std::move(name)) {}
-
-  // Opens the file unless somebody else does, or has done, so.
-  void Do() override;
-
-  // Returns when the file is open, by whomever; does other work while it waits.
-  void Await();
+      : OnceWork(helper), place_(place), name_(std::move(name)) {}
 
   // The result, once it is there. An invalid descriptor says nothing but that the
   // file is to be opened again; of a remote source, as large as is read ahead at most, it holds
@@ -55,20 +48,16 @@ class AheadFile : public Work {
   PendingFile target;
 
  private:
-  enum State : int { kWaiting, kClaimed, kDone };
-
-  void Open();
+  void Run() override;
   void OpenRemote();
   void ReadThroughMount();
   bool ReadPastMount();
   void ReadWhole();
   void MakeTarget();
 
-  Helper* helper_;
   AheadPlace place_;
   std::string name_;
   std::unique_ptr<char[]> data_;
-  std::atomic<int> state_{kWaiting};
 };
 
 // Reads a folder's listing ahead of the walk, a stretch at a time; folders are left
@@ -88,12 +77,15 @@ class Lookahead {
   // False at the listing's end (errno 0) and when it cannot be read.
   bool Next(const AheadPlace& place, DirStream* stream, Entry* entry, bool* folders);
 
-  // Forgets the entries of a folder that is given up. The helper must be drained.
+  // Forgets the entries of a folder that is given up.
   void Clear();
 
-  // Removes the empty copies, before others can see them. The helper must be
-  // drained.
+  // Removes the empty copies, before others can see them.
   void DropTargets();
+
+  // Whether the folder's last entries are on; then its first folder, if it has one, is known.
+  bool Ending() const { return ended_ && next_ == listed_.size(); }
+  const std::string& first_folder() const { return first_folder_; }
 
   // Files larger than this are not read ahead; past the mount, larger ones are.
   static constexpr off_t kLargestRead = 64 * 1024;
@@ -122,6 +114,7 @@ class Lookahead {
   std::size_t next_ = 0;  // of listed_
   std::deque<Entry> entries_;
   std::size_t passed_ = 0;  // entries of this folder so far
+  std::string first_folder_;
   bool ended_ = false;
   int error_ = 0;
 };

@@ -30,14 +30,6 @@ std::string Below(const std::string& folder, const std::string& name) {
 
 }  // namespace
 
-SourceFolder& TreeCopy::ParentFrom() {
-  return levels_.size() < 2 ? *root_from_ : levels_[levels_.size() - 2]->from;
-}
-
-TargetFolder& TreeCopy::ParentTo() {
-  return levels_.size() < 2 ? *root_to_ : levels_[levels_.size() - 2]->to;
-}
-
 int TreeCopy::Run(SourceFolder& from, const std::string& src_name, TargetFolder& to,
                   const std::string& dst_name, Outcome* outcome) {
   root_from_ = &from;
@@ -138,6 +130,8 @@ void TreeCopy::FileStep(Level& level) {
   const AheadPlace place{level.from.fd.get(), &level.to, &request_.rules, level.ahead,
                          level.past_mount.get()};
   if (lookahead_.Next(place, &level.stream, &entry, &level.has_folders)) {
+    if (lookahead_.Ending()) PrepareNext(level);
+    if (waiting_ != nullptr && waiting_->finisher.Idle()) CloseWaiting();
     CarryFile(level, entry);
     return;
   }
@@ -163,13 +157,20 @@ void TreeCopy::ListingEnded(Level& level, int error) {
 }
 
 void TreeCopy::EndOfListing(Level& level) {
-  AwaitArrivals(level, 0);
-  FlushReplacements(level);
-  Publish(level);
   if (level.lost || level.in_folders || !level.has_folders) {
     Leave();
     return;
   }
+  CloseWaiting();
+  AwaitArrivals(level, 0);
+  FlushReplacements(level);
+  Publish(level);
+  if (level.lost) {
+    Leave();
+    return;
+  }
+  // It comes with another descriptor.
+  if (prepared_ != nullptr) prepared_->Await();
   level.in_folders = true;
   if (level.stream.Rewind(&level.from.fd) < 0) {
     Fail(errno, Side::kSource);
@@ -182,7 +183,7 @@ void TreeCopy::EndOfListing(Level& level) {
 void TreeCopy::CarryFile(Level& level, const Lookahead::Entry& entry) {
   Job job{request_, level.from, entry.name, level.to, entry.name};
   job.free_names = !level.fresh;
-  job.finisher = &finisher_;
+  job.finisher = &level.finisher;
   if (!level.fresh && replacements_.Prepare(level.to) == 0) job.replacements = &replacements_;
   PrepareToStayBehind(level, job);
   if (entry.type == DT_REG) job.st.st_mode = S_IFREG;
@@ -270,7 +271,7 @@ void TreeCopy::CarryAgain(Level& level, Job& sent) {
 // Waits for what other hands do for the folder.
 void TreeCopy::Settle(Level& level) {
   AwaitArrivals(level, 0);
-  for (const Finisher::Failed& failed : finisher_.Settle()) {
+  for (const Finisher::Failed& failed : level.finisher.Settle()) {
     Note(failed.failure);
     level.kept = true;
     std::erase_if(level.staged, [&](const auto& staged) { return staged.first == failed.name; });
@@ -339,7 +340,8 @@ void TreeCopy::ReportRename(const std::string& src, const std::string& dst) {
 }
 
 void TreeCopy::Enter(Place place) {
-  auto level = std::make_unique<Level>();
+  Level* parent = levels_.empty() ? nullptr : levels_.back().get();
+  auto level = std::make_unique<Level>(parent, &helper_);
   level->name = place.name;
   level->to_name = place.to_name;
   level->from.path = Below(place.from.path, place.name);
@@ -347,7 +349,6 @@ void TreeCopy::Enter(Place place) {
   level->from.remote = place.from.remote;
   level->to.fs_type = place.to.fs_type;
   level->to.remote = place.to.remote;
-  Level* parent = levels_.empty() ? nullptr : levels_.back().get();
   if (OpenTarget(place, level.get()) < 0) {
     if (parent != nullptr) parent->kept = true;
     Note(LatestFailure());
@@ -364,12 +365,7 @@ void TreeCopy::Enter(Place place) {
 
 int TreeCopy::OpenTarget(Place& place, Level* level) {
   // The source first: what cannot be read leaves no empty folder behind.
-  level->from.fd.reset(::openat(place.from.fd.get(), place.name.c_str(), kOpenFolder));
-  if (!level->from.fd) {
-    return errno == ENOTDIR ? FailWith(core::kErrFolderExpected, errno, Side::kSource)
-                            : Fail(errno, Side::kSource);
-  }
-  if (::fstat(level->from.fd.get(), &level->st) != 0) return Fail(errno, Side::kSource);
+  if (OpenSource(place, level) < 0) return -1;
   if (DescribeSource(request_.removes, &level->from) < 0) return -1;
   if (!(level->from.id.dev == place.from.id.dev)) {
     level->from.fs_type = FsTypeOf(level->from.fd.get());
@@ -413,6 +409,47 @@ int TreeCopy::OpenTarget(Place& place, Level* level) {
   return 0;
 }
 
+int TreeCopy::OpenSource(Place& place, Level* level) {
+  if (prepared_ != nullptr) {
+    prepared_->Await();
+    const std::shared_ptr<AheadFolder> prepared = std::move(prepared_);
+    if (prepared->Is(place.from, place.name)) {
+      level->from.fd = std::move(prepared->fd);
+      level->st = prepared->st;
+      level->stream = std::move(prepared->stream);
+      return 0;
+    }
+  }
+  level->from.fd.reset(::openat(place.from.fd.get(), place.name.c_str(), kOpenFolder));
+  if (!level->from.fd) {
+    return errno == ENOTDIR ? FailWith(core::kErrFolderExpected, errno, Side::kSource)
+                            : Fail(errno, Side::kSource);
+  }
+  return ::fstat(level->from.fd.get(), &level->st) == 0 ? 0 : Fail(errno, Side::kSource);
+}
+
+// Has the folder that comes after the files of `level` opened: its first one, or the one beside it.
+void TreeCopy::PrepareNext(const Level& level) {
+  if (prepared_ != nullptr || level.ahead != AheadPlace::How::kOpen) return;
+  const Level* parent = level.has_folders ? &level : level.above;
+  if (parent == nullptr || !parent->open) return;
+  const char* name =
+      level.has_folders ? lookahead_.first_folder().c_str() : parent->stream.FolderInSight();
+  if (name == nullptr) return;
+  prepared_ = std::make_shared<AheadFolder>(&helper_, parent->from, name);
+  if (helper_.Post(prepared_)) {
+    helper_.Wake();
+  } else {
+    prepared_.reset();
+  }
+}
+
+void TreeCopy::DropPrepared() {
+  if (prepared_ == nullptr) return;
+  prepared_->Await();
+  prepared_.reset();
+}
+
 int TreeCopy::MakeFolder(Place& place, Level* level) {
   const int parent = place.to.fd.get();
   level->to.unseen = !place.to.remote;
@@ -425,49 +462,6 @@ int TreeCopy::MakeFolder(Place& place, Level* level) {
   if (!level->to.fd) return Fail(errno, Side::kDestination);
   level->fresh = true;
   return 0;
-}
-
-void TreeCopy::Leave() {
-  Level& level = *levels_.back();
-  Settle(level);
-  FlushReplacements(level);
-  if (!level.in_folders) lookahead_.Clear();
-  Publish(level);
-  if (!level.lost) {
-    ApplyFolderMetadata(level);
-    RemoveFolderLater(level);
-  }
-  Level* parent = levels_.size() < 2 ? nullptr : levels_[levels_.size() - 2].get();
-  if (parent != nullptr) {
-    parent->kept = parent->kept || level.kept || level.lost;
-    if (ResumeLevel(level, parent) < 0) {
-      Note(LatestFailure());
-      parent->lost = true;
-    }
-  }
-  levels_.pop_back();
-}
-
-void TreeCopy::ApplyFolderMetadata(Level& level) {
-  if (!level.fresh || !level.open) return;
-  if (ApplyMetadata(request_.rules, level.from.fd.get(), level.st, ParentTo(), level.to.fd.get()) <
-      0) {
-    Note(LatestFailure());
-  }
-}
-
-void TreeCopy::RemoveFolderLater(Level& level) {
-  if (!request_.removes || level.kept || stopped_) {
-    level.kept = level.kept || stopped_;
-    return;
-  }
-  std::shared_ptr<const Origin> origin;
-  if (levels_.size() < 2) {
-    origin = std::make_shared<Origin>(Origin{root_from_->path, root_from_->id});
-  } else {
-    origin = levels_[levels_.size() - 2]->origin;
-  }
-  removals_.Add(origin, level.name, level.st);
 }
 
 }  // namespace fileop

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "ahead_folder.h"
 #include "arrivals.h"
 #include "entry.h"
-#include "finisher.h"
 #include "hard_links.h"
 #include "helper.h"
 #include "job.h"
@@ -61,7 +61,14 @@ class TreeCopy {
   void Enter(Place place);
   int OpenTarget(Place& place, Level* level);
   int MakeFolder(Place& place, Level* level);
+  int OpenSource(Place& place, Level* level);
+  void PrepareNext(const Level& level);
+  void DropPrepared();
   void Leave();
+  void Close(Level& level);
+  void CloseWaiting();
+  bool MayWait(const Level& level) const;
+  void Resume(Level& level);
   void ApplyFolderMetadata(Level& level);
   void RemoveFolderLater(Level& level);
 
@@ -76,18 +83,20 @@ class TreeCopy {
   void Note(const Failure& failure);
   bool DestinationAnswers() const;
 
-  SourceFolder& ParentFrom();
-  TargetFolder& ParentTo();
+  TargetFolder& ParentTo(const Level& level) {
+    return level.above != nullptr ? level.above->to : *root_to_;
+  }
 
   Request& request_;
   SourceFolder* root_from_ = nullptr;
   TargetFolder* root_to_ = nullptr;
   Identity own_target_;  // top folder of the copy: not to be copied into itself
   std::vector<std::unique_ptr<Level>> levels_;
+  std::unique_ptr<Level> waiting_;         // left, and to be closed when its files are finished
+  std::shared_ptr<AheadFolder> prepared_;  // its parent is open
   HardLinks links_;
   Helper helper_;
   Lookahead lookahead_{&helper_};
-  Finisher finisher_{&helper_};
   Arrivals arrivals_;          // of the folder whose files are on
   ReplaceBatch replacements_;  // of the folder whose files are on
   RemovalBatch removals_;

@@ -18,8 +18,9 @@ void TreeCopy::Publish(Level& level) {
   if (!level.to.unseen || level.lost) return;
   Settle(level);
   if (!level.to.unseen || level.lost) return;  // what has arrived made it long enough
-  lookahead_.DropTargets();
-  TargetFolder& parent = ParentTo();
+  // Those that are ahead belong to the folder in hand.
+  if (levels_.back().get() == &level) lookahead_.DropTargets();
+  TargetFolder& parent = ParentTo(level);
   const int dir = parent.fd.get();
   int result = RenameNoReplace(dir, level.temp_name.c_str(), dir, level.to_name.c_str());
   if (result != 0) {

@@ -3,6 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <string>
+#include <vector>
+
 #include "copier.h"
 #include "core/error.h"
 #include "volumes.h"
@@ -97,6 +100,23 @@ TEST_F(WholeFiles, CancelLeavesNoPartialFileAndKeepsTheOldContent) {
     if (!merged) ExpectOnlyWholeFiles(scratch_ / "src", dst);
     EXPECT_EQ(Leftovers(scratch_.path()).size(), 0U);
   }
+}
+
+TEST_F(WholeFiles, AStopInTheNextFolderLeavesTheOneBeforeWholeUnderItsName) {
+  FillTree(scratch_ / "src");
+  std::vector<std::string> folders;
+  Copier copier(Kind::kCopy);
+  copier.reflink = false;
+  copier.on_data = [&](const std::string& src, const std::string&, int*, int*) {
+    const std::string folder = src.substr(0, src.rfind('/'));
+    if (folders.empty() || folders.back() != folder) folders.push_back(folder);
+    return 1;
+  };
+  copier.on_cancel_check = [&] { return folders.size() == 2; };
+  ASSERT_LT(copier.Folder(scratch_ / "src", scratch_ / "dst"), 0);
+  const std::string before = folders.front().substr((scratch_ / "src").size());
+  EXPECT_EQ(Describe(scratch_ / ("dst" + before)), Describe(scratch_ / ("src" + before)));
+  EXPECT_EQ(Leftovers(scratch_ / "dst").size(), 0U);
 }
 
 TEST_F(WholeFiles, AnAbortByTheReadSizeHookStopsTheTree) {

@@ -22,7 +22,8 @@ COPY = {
     "rclone copy": lambda source, dest: [
         "rclone", "copy", source, f"{dest}/{os.path.basename(source)}"],
     FLOOR: lambda source, dest: [
-        BUILD / "copy_floor", source, f"{dest}/{os.path.basename(source)}", "2", "final"],
+        BUILD / "copy_floor", source, f"{dest}/{os.path.basename(source)}", "2", "final",
+        "count"],
 }
 
 

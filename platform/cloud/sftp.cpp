@@ -48,11 +48,11 @@ SshOutcome Sftp::RunRename(const std::string& from, const std::string& to, bool 
   SshOutcome outcome = channel_.Open();
   if (!outcome.ok()) return outcome;
   const bool extended = replace && channel_.limits().replaces;
-  const auto asked = channel_.Post(extended ? SftpType::kExtended : SftpType::kRename,
-                                   [&](PacketWriter& fields) {
-                                     if (extended) fields.Text("posix-rename@openssh.com");
-                                     fields.Text(from).Text(to);
-                                   });
+  const auto asked =
+      channel_.Post(extended ? SftpType::kExtended : SftpType::kRename, [&](PacketWriter& fields) {
+        if (extended) fields.Text("posix-rename@openssh.com");
+        fields.Text(from).Text(to);
+      });
   return channel_.AwaitStatus(asked, to);
 }
 

@@ -24,7 +24,8 @@ constexpr const char* kLimits = "limits@openssh.com";
 constexpr const char* kReplacingRename = "posix-rename@openssh.com";
 
 std::uint32_t Limited(std::uint64_t told, std::uint32_t otherwise) {
-  return told == 0 ? otherwise : static_cast<std::uint32_t>(std::min<std::uint64_t>(told, kMostData));
+  return told == 0 ? otherwise
+                   : static_cast<std::uint32_t>(std::min<std::uint64_t>(told, kMostData));
 }
 
 }  // namespace
@@ -215,8 +216,8 @@ SshOutcome SftpChannel::AwaitAttributes(Number number, const std::string& what,
   Reply reply;
   SshOutcome outcome = Await(number, &reply);
   if (!outcome.ok()) return outcome;
-  const bool told = reply.type == SftpType::kAttributes &&
-                    PacketReader(reply.fields).Attributes(attributes);
+  const bool told =
+      reply.type == SftpType::kAttributes && PacketReader(reply.fields).Attributes(attributes);
   return told ? outcome : Unwanted(reply, what);
 }
 

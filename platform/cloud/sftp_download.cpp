@@ -8,7 +8,7 @@ namespace {
 
 using End = SshOutcome::End;
 
-constexpr std::size_t kMostParts = 64;        // asked for at a time,
+constexpr std::size_t kMostParts = 64;           // asked for at a time,
 constexpr std::uint64_t kMostBytes = 4U << 20U;  // and how much that is
 constexpr std::uint32_t kShortestPart = 4096;
 
@@ -99,8 +99,8 @@ class Fetch {
     if (!flow_->Put(data.data(), data.size())) return {End::kStopped, 0, 0, false, "stopped"};
     const auto got = static_cast<std::uint32_t>(data.size());
     if (got < part.length) {  // it gives less at a time
-      parts_.push_front({Read(part.offset + got, part.length - got), part.offset + got,
-                         part.length - got});
+      parts_.push_front(
+          {Read(part.offset + got, part.length - got), part.offset + got, part.length - got});
       part_ = std::max(got, kShortestPart);
     }
     Request();

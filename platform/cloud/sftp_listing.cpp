@@ -14,7 +14,8 @@ bool Take(const SftpChannel::Reply& reply, LeftoverPicker* picker) {
   std::string_view shown;
   SftpAttributes attributes;
   for (; count > 0; --count) {
-    if (!reader.Text(&name) || !reader.Text(&shown) || !reader.Attributes(&attributes)) return false;
+    if (!reader.Text(&name) || !reader.Text(&shown) || !reader.Attributes(&attributes))
+      return false;
     picker->Take(std::string(name) + "\n");
   }
   return true;

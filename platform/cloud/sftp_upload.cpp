@@ -62,7 +62,8 @@ class Send {
     channel_->WaitFor(kPartTimeout);
     SshOutcome outcome;
     while (outcome.ok() && flow_->moved() < flow_->size()) {
-      const bool full = parts_.size() >= kMostParts || flow_->moved() - upload_->taken >= kMostBytes;
+      const bool full =
+          parts_.size() >= kMostParts || flow_->moved() - upload_->taken >= kMostBytes;
       outcome = full ? TakeFirst() : WriteNext();
     }
     return outcome;

@@ -38,8 +38,8 @@ std::string WithoutBrackets(const std::string& host) {
 std::unique_ptr<SshSession> SshSession::Open(const core::RemoteConfig& remote, Flow* flow,
                                              Clock::time_point deadline, SshOutcome* outcome) {
   std::unique_ptr<SshSession> made(new SshSession(flow, deadline));
-  const bool open = made->Greet(remote) && made->CheckKey() && made->LogIn(remote) &&
-                    made->OpenChannel();
+  const bool open =
+      made->Greet(remote) && made->CheckKey() && made->LogIn(remote) && made->OpenChannel();
   made->flow_ = nullptr;
   *outcome = std::move(made->outcome_);
   outcome->fresh = true;
@@ -63,7 +63,8 @@ bool SshSession::Fail(SshOutcome::End end, const std::string& words) {
 
 bool SshSession::FailStep() {
   if (ssh_get_serverbanner(session_.get()) == nullptr) {
-    return Fail(SshOutcome::End::kNoMore, "connection closed by a server that has not said who it is");
+    return Fail(SshOutcome::End::kNoMore,
+                "connection closed by a server that has not said who it is");
   }
   return Fail(SshOutcome::End::kLost, Words());
 }
@@ -141,7 +142,8 @@ bool SshSession::CheckKey() {
       return true;
     case SSH_KNOWN_HOSTS_CHANGED:
     case SSH_KNOWN_HOSTS_OTHER:
-      return Fail(SshOutcome::End::kNotLetIn, "host key verification failed: the server has another key");
+      return Fail(SshOutcome::End::kNotLetIn,
+                  "host key verification failed: the server has another key");
     default:
       return Fail(SshOutcome::End::kNotLetIn, "host key verification failed: the key is not known");
   }
@@ -176,9 +178,8 @@ int SshSession::LogInByKey(const core::RemoteConfig& remote, const std::string& 
                "authentication failed: " + remote.key_file + " cannot be read as a key");
     return SSH_AUTH_DENIED;
   }
-  return Repeat(SSH_AUTH_AGAIN, [&] {
-    return ssh_userauth_publickey(session_.get(), nullptr, key.get());
-  });
+  return Repeat(SSH_AUTH_AGAIN,
+                [&] { return ssh_userauth_publickey(session_.get(), nullptr, key.get()); });
 }
 
 // Some servers take a password only as the answer to a question.
@@ -188,9 +189,8 @@ int SshSession::LogInByPassword(const std::string& password) {
   if (open == SSH_AUTH_SUCCESS || open == SSH_AUTH_ERROR) return open;
   const auto methods = static_cast<unsigned>(ssh_userauth_list(session_.get(), nullptr));
   if ((methods & SSH_AUTH_METHOD_PASSWORD) != 0) {
-    return Repeat(SSH_AUTH_AGAIN, [&] {
-      return ssh_userauth_password(session_.get(), nullptr, password.c_str());
-    });
+    return Repeat(SSH_AUTH_AGAIN,
+                  [&] { return ssh_userauth_password(session_.get(), nullptr, password.c_str()); });
   }
   if ((methods & SSH_AUTH_METHOD_INTERACTIVE) != 0) return AnswerQuestions(password);
   return open;
@@ -198,9 +198,8 @@ int SshSession::LogInByPassword(const std::string& password) {
 
 int SshSession::AnswerQuestions(const std::string& password) {
   for (int round = 0; round < kMostRounds; ++round) {
-    const int result = Repeat(SSH_AUTH_AGAIN, [this] {
-      return ssh_userauth_kbdint(session_.get(), nullptr, nullptr);
-    });
+    const int result = Repeat(
+        SSH_AUTH_AGAIN, [this] { return ssh_userauth_kbdint(session_.get(), nullptr, nullptr); });
     if (result != SSH_AUTH_INFO) return result;
     const int count = ssh_userauth_kbdint_getnprompts(session_.get());
     for (int i = 0; i < count; ++i) {

@@ -241,6 +241,7 @@ bool FennoxMVCPHandler::PreProcessAndCheck(Json::Value& sourcePaths, std::string
     return false;
   }
   if (!validation.CheckUser() || !validation.CheckDestination()) return false;
+  srcPathInfos.reserve(sourcePaths.size());
   for (const Json::Value& source : sourcePaths) {
     PathInfo info;
     if (!validation.CheckSource(TextOf(source), info)) return false;

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <exception>
 #include <string>
+#include <utility>
 
 #include "bounds.h"
 #include "call.h"
@@ -25,18 +26,20 @@
 namespace host {
 namespace {
 
-std::string CallPlugin(const Call& call, const Plugin& plugin) {
+// Takes the parameters, of which there may be many, out of the call.
+std::string CallPlugin(Call& call, const Plugin& plugin) {
   const APITableEntry* row = plugin.Find(call.api, call.version, call.method);
   if (row == nullptr) return FailureWords(WEBFM_UNKNOWN_METHOD, "there is no such method");
   TAVO::APIRequest request(TAVO::APIRequestData{call.api, call.method, call.version, call.user,
-                                                call.session, call.language, call.params});
+                                                call.session, call.language,
+                                                std::move(call.params)});
   TAVO::APIResponse response;
   row->handler(&request, &response);
   return JsonText(response.Envelope());
 }
 
 // The answer, whatever the handler throws; *thrown then, and nobody knows what is left behind.
-std::string AnswerTo(const Call& call, const Plugin& plugin, bool* thrown) {
+std::string AnswerTo(Call& call, const Plugin& plugin, bool* thrown) {
   *thrown = true;
   try {
     if (!MayServe(core::CurrentConfig(), call.user)) {

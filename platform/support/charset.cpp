@@ -41,9 +41,26 @@ bool Feed(const Iconv& converter, char** in, std::size_t* inLeft, std::string* o
   }
 }
 
+// The thread's converter, at its first shift state. A task asks for the same one for each
+// of its files, and opening it takes longer than converting a name.
+const Iconv& ConverterOf(const std::string& from, const std::string& to) {
+  struct Latest {
+    std::string from;
+    std::string to;
+    Iconv converter;
+  };
+  thread_local Latest latest;
+  if (latest.converter && latest.from == from && latest.to == to) {
+    iconv(latest.converter.get(), nullptr, nullptr, nullptr, nullptr);
+  } else {
+    latest = {from, to, OpenIconv(from, to)};
+  }
+  return latest.converter;
+}
+
 std::optional<std::string> Convert(const std::string& text, const std::string& from,
                                    const std::string& to) {
-  const Iconv converter = OpenIconv(from, to);
+  const Iconv& converter = ConverterOf(from, to);
   if (!converter) return std::nullopt;
   std::string source = text;
   char* in = source.data();

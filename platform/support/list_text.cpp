@@ -1,5 +1,6 @@
 #include <json/reader.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "support/text.h"
@@ -12,7 +13,17 @@ bool IsScalar(const Value& value) {
   return value.isString() || value.isBool() || value.isNumeric();
 }
 
+bool IsText(const Value& value, bool orEmpty) {
+  const char* begin = nullptr;
+  const char* end = nullptr;
+  return value.isString() && value.getString(&begin, &end) && (orEmpty || begin != end);
+}
+
 Value TextsOf(const Value& array, bool keepEmpty) {
+  // Nearly always so, and one copy is cheaper than many.
+  const bool asIs = std::all_of(array.begin(), array.end(),
+                                [=](const Value& element) { return IsText(element, keepEmpty); });
+  if (asIs) return array;
   Value list(Json::arrayValue);
   for (const Value& element : array) {
     if (!IsScalar(element)) return Value(Json::arrayValue);

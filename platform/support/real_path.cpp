@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -84,21 +85,32 @@ bool IsRealPath(const std::string& path, unsigned kind) {
 }
 
 // The same for a folder. Requests name many entries of one: while its path leads to the
-// folder that was opened without links before, one look says it all.
+// folder that was opened without links before, one look says it all, and for so long no
+// look is needed: whoever swaps the folder then may have done so after the request.
+constexpr std::chrono::milliseconds kFolderHolds{5};
+
 bool IsRealFolder(const std::string& path) {
+  using Clock = std::chrono::steady_clock;
   struct Answer {
     std::string path;
     struct stat st {};
+    Clock::time_point seen;
   };
   thread_local Answer latest;
   struct stat st {};
+  const auto now = Clock::now();
+  if (path == latest.path && now - latest.seen < kFolderHolds) return true;
   if (path == latest.path && lstat(path.c_str(), &st) == 0 && st.st_dev == latest.st.st_dev &&
       st.st_ino == latest.st.st_ino && S_ISDIR(st.st_mode)) {
+    latest.seen = now;
     return true;
   }
   latest.path.clear();
   if (!IsRealPath(path, O_DIRECTORY)) return false;
-  if (lstat(path.c_str(), &latest.st) == 0) latest.path = path;
+  if (lstat(path.c_str(), &latest.st) == 0) {
+    latest.path = path;
+    latest.seen = now;
+  }
   return true;
 }
 

@@ -11,6 +11,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using std::string_literals::operator""s;
 
 class PathInfoTest : public Scratch {
  protected:
@@ -73,25 +74,13 @@ TEST_F(PathInfoTest, TheLastComponentNeedNotExistButItsParentMust) {
 }
 
 TEST_F(PathInfoTest, RefusesPathsThatAreNotWellFormed) {
-  const std::string rows[] = {"",
-                              "/",
-                              "//",
-                              "photos/2020",
-                              "/photos/..",
-                              "/photos/../photos2/private",
-                              "/photos/./2020",
-                              "/photos/2020/.",
-                              "/photos//2020",
-                              "/photos/2020//",
-                              "/../photos",
-                              std::string("/photos/a\0b", 11),
-                              std::string("/photos/2020\0/../..", 19),
-                              "/photos/\xE4.jpg",
-                              "/photos/\xC0\xAE\xC0\xAE/x",
-                              "/photos/\xED\xA0\x80",
-                              "sftp://",
-                              "sftp://x/../y"};
-  for (const std::string& path : rows) EXPECT_EQ(Resolve(path), "418") << path;
+  for (const std::string& path :
+       {""s, "/"s, "//"s, "photos/2020"s, "/photos/.."s, "/photos/../photos2/private"s,
+        "/photos/./2020"s, "/photos/2020/."s, "/photos//2020"s, "/photos/2020//"s, "/../photos"s,
+        "/photos/a\0b"s, "/photos/2020\0/../.."s, "/photos/\xE4.jpg"s,
+        "/photos/\xC0\xAE\xC0\xAE/x"s, "/photos/\xED\xA0\x80"s, "sftp://"s, "sftp://x/../y"s}) {
+    EXPECT_EQ(Resolve(path), "418") << path;
+  }
   EXPECT_EQ(Resolve("/photos/" + std::string(256, 'n')), "462");
   EXPECT_EQ(Resolve("/photos/" + std::string(255, 'n')), At("photos/" + std::string(255, 'n')));
   std::string longPath = "/photos";

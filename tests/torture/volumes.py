@@ -72,10 +72,6 @@ class Volume:
         self.mount()
         shutil.rmtree(folder / "lost+found", ignore_errors=True)
 
-    @property
-    def can_be_cut(self):
-        return self.kind in ("ext4", "xfs")
-
     def mount(self):
         run("mount", "-t", self.kind, "-o", "loop" + self.options, str(self.image),
             str(self.folder))

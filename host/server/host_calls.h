@@ -9,7 +9,7 @@
 namespace host {
 
 // True when `method` is such a call: shares, list, remotes, remote, tasks, task, notifications,
-// log.
+// log, texts.
 bool IsHostCall(const std::string& method);
 
 // Becomes the user and answers. The answer is an envelope's text.

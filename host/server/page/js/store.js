@@ -15,7 +15,7 @@ export const state = {
   active: "left",
   narrow: false,
   busy: "", // an action between its request and its answer
-  clipboard: null, // { move, sources, folder }
+  clipboard: null, // { move, sources }
   drop: null, // { folder, move } while something is dragged
   dialogs: [],
   tasks: [], // newest first

@@ -2,7 +2,7 @@
 //
 // The folders that wait are held in a stack of their own, not a thread's, and each
 // thread has at most one folder open: the depth of a tree is bounded only by the
-// length of its paths. With many folders a second thread takes its share of them.
+// length of its paths. With many folders other threads take their share of them.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,6 +27,7 @@
 #include "core/signal_mask.h"
 #include "core/unique_fd.h"
 #include "support/path_info.h"
+#include "vfs/vfs.h"
 #include "webapi/log.h"
 #include "webapi/module_calls.h"
 #include "webapi/module_state.h"
@@ -35,8 +36,11 @@ namespace Fennox {
 namespace {
 
 constexpr std::size_t kLongestPath = 4096;
-// Below this starting a thread costs more than it saves.
-constexpr std::size_t kFoldersForTwo = 8;
+// Below this starting a thread costs more than it saves,
+constexpr std::size_t kFoldersForHelp = 8;
+// but on a mount all time goes into waiting for answers.
+constexpr std::size_t kFoldersForHelpFar = 2;
+constexpr std::size_t kMostHelpersFar = 3;
 constexpr std::chrono::seconds kLongestWait{1};
 
 struct CloseDir {
@@ -66,6 +70,14 @@ struct Found {
   int failedAt = 0;  // the log number of why it cannot be entered
 };
 
+// How many threads may ask beside the calling one. An SFTP mount asks all over one connection;
+// another server may not like two questions at once.
+std::size_t MostHelpers(const char* path) {
+  vfs::MountInfo mount;
+  if (!vfs::FindByFullPath(path, &mount)) return 1;
+  return mount.protocol == "sftp" ? kMostHelpersFar : 0;
+}
+
 bool Stopped() { return _cancelRequested != 0; }
 
 // Opens a folder for reading: 0, or the number of why it cannot be entered. One that
@@ -93,8 +105,8 @@ class DirectoryScan {
  public:
   explicit DirectoryScan(const char* path)
       : toCloud_(WfmLibIsCloudVFSFullPath(_destPathInfo.realPath.c_str())),
-        // A server may not like two questions at once.
-        alone_(WfmLibIsVFSFullPath(path)),
+        far_(WfmLibIsVFSFullPath(path)),
+        mostHelpers_(MostHelpers(path)),
         waiting_{{path, false, nullptr}} {}
 
   long long Run();
@@ -108,7 +120,8 @@ class DirectoryScan {
   void Publish();
 
   const bool toCloud_;
-  const bool alone_;
+  const bool far_;
+  const std::size_t mostHelpers_;
 
   // Shared by the threads.
   std::mutex mutex_;
@@ -124,7 +137,7 @@ class DirectoryScan {
   std::uint64_t filesTold_ = 0;
   std::uint64_t foldersTold_ = 0;
   long long sumTold_ = 0;
-  std::thread helper_;
+  std::vector<std::thread> helpers_;
 };
 
 long long DirectoryScan::Run() {
@@ -133,22 +146,22 @@ long long DirectoryScan::Run() {
     Publish();
     MVCPUpdateProgress(0, 0);
   } while (Step(true));
-  if (helper_.joinable()) helper_.join();
+  for (std::thread& helper : helpers_) helper.join();
   Publish();
   if (failedAt_ != 0) VLIBCErrSetEx(core::kErrIllegalName, kModuleName, failedAt_);
   return sum_;
 }
 
 void DirectoryScan::StartHelper() {
-  if (alone_ || helper_.joinable()) return;
+  if (helpers_.size() == mostHelpers_) return;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (waiting_.size() < kFoldersForTwo) return;
+    if (waiting_.size() < (far_ ? kFoldersForHelpFar : kFoldersForHelp)) return;
   }
   // Signals are for the calling thread.
   const core::AllSignalsBlocked blocked;
   try {
-    helper_ = std::thread([this] {
+    helpers_.emplace_back([this] {
       while (Step(false)) {
       }
     });
@@ -226,7 +239,9 @@ void DirectoryScan::CountEntry(int folder, const dirent& entry,
   struct stat status {};
   mode_t type = DTTOIF(entry.d_type);
   if (entry.d_type != DT_DIR) {
-    if (fstatat(folder, entry.d_name, &status, 0) != 0) return;
+    // On a mount the look-up of the name brings the size: no second question to the server.
+    const int flags = far_ ? AT_STATX_DONT_SYNC : 0;
+    if (fstatat(folder, entry.d_name, &status, flags) != 0) return;
     type = status.st_mode & S_IFMT;
   }
   if (type == S_IFREG) {

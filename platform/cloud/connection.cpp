@@ -20,14 +20,6 @@ namespace {
 
 constexpr long kReplyTimeout = 30;  // seconds
 constexpr int kImplicitTlsPort = 990;
-// The library waits until an SFTP server has confirmed one buffer before it fills the next.
-constexpr long kSftpUploadBuffer = 2L << 20;
-
-// A listing tells all that is asked of it by beginning.
-std::size_t EndAtOnce(char* /*data*/, std::size_t /*one*/, std::size_t /*length*/, void* began) {
-  *static_cast<bool*>(began) = true;
-  return 0;
-}
 
 std::size_t OnData(char* data, std::size_t /*one*/, std::size_t length, void* flow) {
   return static_cast<Flow*>(flow)->Put(data, length) ? length : 0;
@@ -94,13 +86,8 @@ std::string TimeText(std::uint32_t seconds, const char* format) {
   return text.data();
 }
 
-// FTP paths begin at the login folder unless their first slash is encoded; on
-// SFTP "/~/" would be the home folder.
+// Paths begin at the login folder unless their first slash is encoded.
 std::string UrlOf(const core::RemoteConfig& remote, const std::string& path) {
-  if (remote.protocol == "sftp") {
-    const std::string start = path.compare(0, 3, "/~/") == 0 ? "/." : "";
-    return "sftp://" + HostAndPort(remote.host, remote.port) + start + PercentEncode(path);
-  }
   const bool implicit = remote.protocol == "ftps" && remote.port == kImplicitTlsPort;
   return (implicit ? "ftps://" : "ftp://") + HostAndPort(remote.host, remote.port) + "/%2F" +
          PercentEncode(path.substr(1));
@@ -116,32 +103,12 @@ bool Connection::PrepareLogin(std::string* err) {
     have_password_ = true;
   }
   if (!remote_.user.empty()) curl_.Set(CURLOPT_USERNAME, remote_.user.c_str());
-  if (IsSftp() && !remote_.key_file.empty()) {
-    curl_.Set(CURLOPT_SSH_AUTH_TYPES, static_cast<long>(CURLSSH_AUTH_PUBLICKEY));
-    if (key_.path().empty() && !key_.Open(remote_.key_file, err)) return false;
-    curl_.Set(CURLOPT_SSH_PRIVATE_KEYFILE, key_.path().c_str());
-    if (have_password_) curl_.Set(CURLOPT_KEYPASSWD, password_.c_str());
-    return true;
-  }
-  curl_.Set(CURLOPT_SSH_AUTH_TYPES,
-            static_cast<long>(CURLSSH_AUTH_PASSWORD | CURLSSH_AUTH_KEYBOARD));
   if (have_password_) curl_.Set(CURLOPT_PASSWORD, password_.c_str());
   return true;
 }
 
-bool Connection::PrepareSecurity(std::string* err) {
-  if (IsSftp()) {
-    // Without the file any host key would be taken.
-    if (access(remote_.known_hosts.c_str(), R_OK) != 0) {
-      *err = "known_hosts: " + (remote_.known_hosts.empty()
-                                    ? "is needed for sftp"
-                                    : remote_.known_hosts + ": " + std::strerror(errno));
-      return false;
-    }
-    curl_.Set(CURLOPT_SSH_KNOWNHOSTS, remote_.known_hosts.c_str());
-    return true;
-  }
-  if (remote_.protocol != "ftps") return true;
+void Connection::PrepareSecurity() {
+  if (remote_.protocol != "ftps") return;
   curl_.Set(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
   curl_.SetTls(remote_.ca_file);
   // Servers ask that a data connection resumes the session of the control
@@ -149,7 +116,6 @@ bool Connection::PrepareSecurity(std::string* err) {
   // come in tickets for one use.
   curl_.Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2) |
                                     static_cast<long>(CURL_SSLVERSION_MAX_TLSv1_2));
-  return true;
 }
 
 bool Connection::Prepare(const std::string& path, std::string* err) {
@@ -158,11 +124,12 @@ bool Connection::Prepare(const std::string& path, std::string* err) {
     return false;
   }
   curl_easy_reset(curl_.get());  // keeps the connection
-  curl_.SetCommon(UrlOf(remote_, path), IsSftp() ? "sftp" : "ftp,ftps", remote_.connect_timeout);
-  curl_.Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, kReplyTimeout);  // FTP only
+  curl_.SetCommon(UrlOf(remote_, path), "ftp,ftps", remote_.connect_timeout);
+  curl_.Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, kReplyTimeout);
   curl_.Set(CURLOPT_FTP_FILEMETHOD, static_cast<long>(CURLFTPMETHOD_NOCWD));
   curl_.Set(CURLOPT_FTP_SKIP_PASV_IP, 1L);
-  if (!PrepareSecurity(err) || !PrepareLogin(err)) return false;
+  PrepareSecurity();
+  if (!PrepareLogin(err)) return false;
   if (!curl_.AreOptionsTaken()) *err = "the transfer library lacks support for " + remote_.protocol;
   return curl_.AreOptionsTaken();
 }
@@ -198,12 +165,6 @@ Outcome Connection::RunPrepared(const std::vector<std::string>& commands) {
 Outcome Connection::Run(const std::vector<std::string>& commands) {
   std::string err;
   return Prepare("/", &err) ? RunPrepared(commands) : Unprepared(err);
-}
-
-Outcome Connection::RenameDated(const std::string& from, const std::string& to,
-                                std::uint32_t changed) {
-  return Run({"*mtime " + Quoted(TimeText(changed, "%Y%m%d %H:%M:%S GMT")) + " " + Quoted(from),
-              "rename " + Quoted(from) + " " + Quoted(to)});
 }
 
 Outcome Connection::RenameWhole(const std::string& from, const std::string& to,
@@ -242,7 +203,6 @@ Outcome Connection::Size(const std::string& path, std::uint64_t* size) {
   if (!outcome.ok()) return outcome;
   curl_off_t length = -1;
   (void)curl_easy_getinfo(curl_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-  if (length < 0 && IsSftp()) length = 0;  // how the library tells of an empty file there
   if (length < 0) {
     outcome.code = CURLE_BAD_DOWNLOAD_RESUME;
     outcome.words = "the server tells no size";
@@ -252,18 +212,7 @@ Outcome Connection::Size(const std::string& path, std::uint64_t* size) {
   return outcome;
 }
 
-Outcome Connection::Folder(const std::string& path) {
-  if (!IsSftp()) return Run({"CWD " + path});
-  std::string err;
-  if (!Prepare(path.back() == '/' ? path : path + "/", &err)) return Unprepared(err);
-  curl_.SetPrompt();
-  bool began = false;
-  curl_.Set(CURLOPT_WRITEFUNCTION, &EndAtOnce);
-  curl_.Set(CURLOPT_WRITEDATA, &began);
-  Outcome outcome = Perform();
-  if (began) outcome.code = CURLE_OK;
-  return outcome;
-}
+Outcome Connection::Folder(const std::string& path) { return Run({"CWD " + path}); }
 
 Outcome Connection::List(const std::string& folder, LeftoverPicker* picker) {
   std::string err;
@@ -271,7 +220,7 @@ Outcome Connection::List(const std::string& folder, LeftoverPicker* picker) {
   curl_.SetPrompt();
   curl_.Set(CURLOPT_DIRLISTONLY, 1L);
   // Without the option many servers leave names out that begin with a dot.
-  if (!IsSftp()) curl_.Set(CURLOPT_CUSTOMREQUEST, "NLST -a");
+  curl_.Set(CURLOPT_CUSTOMREQUEST, "NLST -a");
   curl_.Set(CURLOPT_WRITEFUNCTION, &OnNames);
   curl_.Set(CURLOPT_WRITEDATA, picker);
   return Perform();
@@ -285,7 +234,7 @@ Outcome Connection::Download(const std::string& path, std::uint64_t offset, Flow
   curl_.Set(CURLOPT_WRITEDATA, flow);
   curl_.Set(CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(offset));
   // Whoever wants all of a small file compares its size in the end, and need not ask for it first.
-  if (!IsSftp() && flow->size() <= Behind::kLargest) curl_.Set(CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
+  if (flow->size() <= Behind::kLargest) curl_.Set(CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
   return Perform();
 }
 
@@ -293,9 +242,6 @@ Outcome Connection::Upload(const std::string& path, std::uint64_t offset, Flow* 
   std::string err;
   if (!Prepare(path, &err)) return Unprepared(err);
   curl_.SetUpload(flow);
-  if (IsSftp()) curl_.Set(CURLOPT_UPLOAD_BUFFERSIZE, kSftpUploadBuffer);
-  // SFTP only. A broken transfer is taken up by writing to the file.
-  curl_.Set(CURLOPT_NEW_FILE_PERMS, static_cast<long>(flow->Permissions() | 0600U));
   curl_.Set(CURLOPT_LOW_SPEED_TIME, kReplyTimeout);
   curl_.Set(CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(offset));
   return Perform();

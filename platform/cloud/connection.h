@@ -1,4 +1,4 @@
-// Requests to one FTP, FTPS or SFTP server, over a connection that is kept.
+// Requests to one FTP or FTPS server, over a connection that is kept.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,6 @@
 #include "curl_handle.h"
 #include "flow.h"
 #include "leftovers.h"
-#include "secret_file.h"
 
 namespace TAVOCloud {
 
@@ -27,7 +26,6 @@ class Connection {
   explicit Connection(core::RemoteConfig remote);
 
   const core::RemoteConfig& remote() const { return remote_; }
-  bool IsSftp() const { return remote_.protocol == "sftp"; }
 
   // Requests end when `flow` is told to stop; null: they do not.
   void Watch(Flow* flow) { curl_.Watch(flow); }
@@ -47,16 +45,14 @@ class Connection {
   Outcome List(const std::string& folder, LeftoverPicker* picker);
   // Runs commands in order, up to the first that fails.
   Outcome Run(const std::vector<std::string>& commands);
-  // SFTP only: gives a file its time, if the server takes it, and its name.
-  Outcome RenameDated(const std::string& from, const std::string& to, std::uint32_t changed);
-  // FTP only: renames a file that has its size, in one go. A failure says nothing of the
+  // Renames a file that has its size, in one go. A failure says nothing of the
   // file; with *whole it had the size. CURLE_REMOTE_FILE_EXISTS: the name is taken.
   Outcome RenameWhole(const std::string& from, const std::string& to, const FileFacts& facts,
                       bool* whole);
 
  private:
   [[nodiscard]] bool Prepare(const std::string& path, std::string* err);
-  [[nodiscard]] bool PrepareSecurity(std::string* err);
+  void PrepareSecurity();
   [[nodiscard]] bool PrepareLogin(std::string* err);
   Outcome RunPrepared(const std::vector<std::string>& commands);
   Outcome Perform();
@@ -66,7 +62,6 @@ class Connection {
   std::string password_;
   bool have_password_ = false;
   bool takes_times_ = true;  // as far as the server has not said otherwise
-  SecretFile key_;
   CurlHandle curl_;
 };
 

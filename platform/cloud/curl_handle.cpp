@@ -1,11 +1,7 @@
 #include "curl_handle.h"
 
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <thread>
@@ -28,14 +24,6 @@ constexpr long kSlowTimeout = 3600;  // a large file copied on the server
 constexpr long kBufferSize = 512L << 10;
 constexpr int kTick = 200;  // milliseconds; how late a stop may be noticed
 constexpr int kMostIdleCalls = 3;
-
-// Closes a connection, having noted whether its server has done so.
-int CloseSocket(void* hung_up, curl_socket_t socket) {
-  char byte = 0;
-  const ssize_t got = recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-  *static_cast<bool*>(hung_up) = got == 0 || (got < 0 && errno != EAGAIN);
-  return close(socket);
-}
 
 // Notices that a server takes no more of a file that it has not got to its end. Time that
 // passes on this side, for a limit on bandwidth, does not count.
@@ -101,8 +89,6 @@ void CurlHandle::SetCommon(const std::string& url, const char* protocols, int co
   Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
   Set(CURLOPT_LOW_SPEED_TIME, quiet_limit_);
   Set(CURLOPT_TCP_KEEPALIVE, 1L);
-  Set(CURLOPT_CLOSESOCKETFUNCTION, &CloseSocket);
-  Set(CURLOPT_CLOSESOCKETDATA, &hung_up_);
   const long hurried = silent ? kHurriedSilentTimeout : kHurriedTimeout;
   Set(CURLOPT_TIMEOUT, hurry_ ? hurried : 0L);
   Set(CURLOPT_NOPROGRESS, watched_ == nullptr ? 1L : 0L);
@@ -142,7 +128,7 @@ CURLcode CurlHandle::Drive() {
   int idle = 0;
   int patience = 1;
   StallWatch watch(uploaded_);
-  // The library watches the time of a transfer only, not that of a question on a kept SFTP
+  // The library watches the time of a transfer only, not that of a question on a kept
   // connection. What passes in our own functions does not count.
   std::chrono::steady_clock::duration quiet{};
   while (curl_multi_perform(driver_.get(), &running) == CURLM_OK && running > 0) {
@@ -169,9 +155,7 @@ void CurlHandle::Perform(Outcome* outcome) {
   const NoBrokenPipeSignal guard;
   std::array<char, CURL_ERROR_SIZE> buffer{};
   Set(CURLOPT_ERRORBUFFER, buffer.data());
-  hung_up_ = false;
   outcome->code = Drive();
-  outcome->hung_up = hung_up_;
   // A hurried request says nothing: it asks for much in little time.
   const bool silent = outcome->code == CURLE_OPERATION_TIMEDOUT;
   if ((silent && !hurry_) || outcome->ok()) SilentServers::Note(server_, silent);

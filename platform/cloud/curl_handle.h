@@ -13,11 +13,10 @@ namespace TAVOCloud {
 // How one request ended.
 struct Outcome {
   CURLcode code = CURLE_OK;
-  long response = 0;     // the server's last reply: FTP's, or the status of HTTP
-  int os_error = 0;      // errno of a connection that could not be made
-  bool fresh = false;    // a connection was opened for it
-  bool hung_up = false;  // the server had closed the last connection that was given up
-  std::string words;     // for people; holds no secret
+  long response = 0;   // the server's last reply: FTP's, or the status of HTTP
+  int os_error = 0;    // errno of a connection that could not be made
+  bool fresh = false;  // a connection was opened for it
+  std::string words;   // for people; holds no secret
   bool ok() const { return code == CURLE_OK; }
 };
 
@@ -96,7 +95,6 @@ class CurlHandle {
   const Flow* uploaded_ = nullptr;
   std::string server_;  // of the last request
   Flow* watched_ = nullptr;
-  bool hung_up_ = false;
   // Holds the connections, so it outlives the handle that uses them.
   std::unique_ptr<CURLM, CleanUpDriver> driver_;
   std::unique_ptr<CURL, CleanUp> handle_;

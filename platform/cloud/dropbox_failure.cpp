@@ -90,7 +90,7 @@ const Meaning& Find(const DropboxAnswer& answer) {
 }  // namespace
 
 Failure ExplainDropbox(const DropboxAnswer& answer) {
-  if (!answer.ok()) return Explain(answer, false);
+  if (!answer.ok()) return Explain(answer);
   const Meaning& meaning = Find(answer);
   return {meaning.system, meaning.core, static_cast<int>(answer.response), meaning.passing};
 }

@@ -1,7 +1,6 @@
 #include "failure.h"
 
 #include <cerrno>
-#include <string_view>
 
 #include "core/error.h"
 
@@ -25,22 +24,13 @@ Failure Broken(int system, const Outcome& outcome) {
   return {system, core::kErrHostDown, outcome.code, true};
 }
 
-bool Mentions(const Outcome& outcome, std::string_view words) {
-  return outcome.words.find(words) != std::string::npos;
-}
-
-// A greeting that refuses, a data connection that is not to be had, or an SSH
-// server that hangs up before it has said who it is.
-bool LacksConnection(const Outcome& outcome, bool sftp) {
-  if (sftp) {
-    return outcome.fresh && (outcome.code == CURLE_FAILED_INIT || outcome.code == CURLE_SSH) &&
-           Mentions(outcome, "Failure establishing ssh session");
-  }
+// A greeting that refuses, or a data connection that is not to be had.
+bool LacksConnection(const Outcome& outcome) {
   return outcome.response == kNoDataConnection ||
          (outcome.response == kServiceClosing && outcome.fresh);
 }
 
-bool IsLost(const Outcome& outcome, bool sftp) {
+bool IsLost(const Outcome& outcome) {
   switch (outcome.code) {
     case CURLE_COULDNT_CONNECT:
     case CURLE_OPERATION_TIMEDOUT:
@@ -49,27 +39,19 @@ bool IsLost(const Outcome& outcome, bool sftp) {
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSH:
       return true;
-    case CURLE_LOGIN_DENIED:  // the library says so, too, when the connection ends in a login
-      return sftp && outcome.hung_up;
     case CURLE_QUOTE_ERROR:  // without an answer of the server
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_FTP_WEIRD_PASV_REPLY:
     case CURLE_UPLOAD_FAILED:
-      return !sftp && (outcome.response == 0 || outcome.response == kServiceClosing ||
-                       outcome.response == kTransferBroken);
+      return outcome.response == 0 || outcome.response == kServiceClosing ||
+             outcome.response == kTransferBroken;
     default:
       return false;
   }
 }
 
-Failure OfRefusal(const Outcome& outcome, bool sftp) {
-  if (sftp) {
-    if (Mentions(outcome, "No such file")) return Of(ENOENT, outcome);
-    if (Mentions(outcome, "ermission denied")) return Of(EACCES, outcome);
-    return Of(EIO, outcome);
-  }
+Failure OfRefusal(const Outcome& outcome) {
   if (outcome.response == kNoSpace) return Of(ENOSPC, outcome);
   if (outcome.response == kOverQuota) return Of(EDQUOT, outcome);
   return outcome.response >= 500 ? Of(EACCES, outcome) : Of(EIO, outcome);
@@ -77,11 +59,11 @@ Failure OfRefusal(const Outcome& outcome, bool sftp) {
 
 }  // namespace
 
-Failure Explain(const Outcome& outcome, bool sftp) {
-  if (LacksConnection(outcome, sftp)) {
+Failure Explain(const Outcome& outcome) {
+  if (LacksConnection(outcome)) {
     return {EBUSY, core::kErrHostDown, kNoMoreConnections, true};
   }
-  if (IsLost(outcome, sftp)) {
+  if (IsLost(outcome)) {
     return Broken(outcome.os_error != 0 ? outcome.os_error : ECONNRESET, outcome);
   }
   switch (outcome.code) {
@@ -104,7 +86,7 @@ Failure Explain(const Outcome& outcome, bool sftp) {
       return Of(EILSEQ, core::kErrIllegalName, outcome);
     case CURLE_QUOTE_ERROR:
     case CURLE_UPLOAD_FAILED:
-      return OfRefusal(outcome, sftp);
+      return OfRefusal(outcome);
     case CURLE_OUT_OF_MEMORY:
       return Of(ENOMEM, outcome);
     default:

@@ -16,6 +16,6 @@ struct Failure {
   bool broken;  // the connection was lost: the request may be sent again
 };
 
-Failure Explain(const Outcome& outcome, bool sftp);
+Failure Explain(const Outcome& outcome);
 
 }  // namespace TAVOCloud

@@ -4,7 +4,6 @@
 
 #include "core/error.h"
 #include "retry.h"
-#include "server_path.h"
 
 namespace TAVOCloud {
 
@@ -15,9 +14,7 @@ std::unique_ptr<ServerCloud> FtpFamily::Another() const {
   return std::make_unique<FtpFamily>(connection_.remote(), serverId_);
 }
 
-bool FtpFamily::Fail(const Outcome& outcome) {
-  return Fail(Explain(outcome, connection_.IsSftp()), outcome.words);
-}
+bool FtpFamily::Fail(const Outcome& outcome) { return Fail(Explain(outcome), outcome.words); }
 
 bool FtpFamily::Connect(std::string* err) {
   errorCode_ = 0;
@@ -34,7 +31,6 @@ bool FtpFamily::IsAcceptedSize(std::uint64_t /*bytes*/) { return true; }
 bool FtpFamily::Stat(const std::string& serverPath, std::uint64_t* size, bool* folder) {
   if (!CheckPath(serverPath)) return false;
   *size = 0;
-  // A folder has a size too on SFTP, so it must be ruled out first.
   *folder = connection_.Folder(serverPath).ok();
   if (*folder) return true;
   const Outcome outcome = connection_.Size(serverPath, size);
@@ -43,28 +39,21 @@ bool FtpFamily::Stat(const std::string& serverPath, std::uint64_t* size, bool* f
 
 bool FtpFamily::MakeFolder(const std::string& serverPath) {
   if (!CheckPath(serverPath)) return false;
-  const Outcome outcome =
-      connection_.Run({connection_.IsSftp() ? "mkdir " + Quoted(serverPath) : "MKD " + serverPath});
+  const Outcome outcome = connection_.Run({"MKD " + serverPath});
   return outcome.ok() || Fail(outcome);
 }
 
-Outcome FtpFamily::RemoveFile(const std::string& path) {
-  return connection_.Run({connection_.IsSftp() ? "rm " + Quoted(path) : "DELE " + path});
-}
+Outcome FtpFamily::RemoveFile(const std::string& path) { return connection_.Run({"DELE " + path}); }
 
 bool FtpFamily::Remove(const std::string& serverPath) {
   if (!CheckPath(serverPath)) return false;
   const Outcome outcome = RemoveFile(serverPath);
   if (outcome.ok()) return true;
-  const Outcome folder =
-      connection_.Run({connection_.IsSftp() ? "rmdir " + Quoted(serverPath) : "RMD " + serverPath});
+  const Outcome folder = connection_.Run({"RMD " + serverPath});
   return folder.ok() || Fail(outcome);
 }
 
 Outcome FtpFamily::RunRename(const std::string& from, const std::string& to) {
-  if (connection_.IsSftp()) {
-    return connection_.Run({"rename " + Quoted(from) + " " + Quoted(to)});
-  }
   return connection_.Run({"RNFR " + from, "RNTO " + to});
 }
 
@@ -92,8 +81,7 @@ FtpFamily::Next FtpFamily::Judge(const Outcome& outcome, Flow* flow, int attempt
   const bool kept = !outcome.fresh && outcome.code != CURLE_COULDNT_CONNECT &&
                     (outcome.code != CURLE_OPERATION_TIMEDOUT || closed);
   const bool begun = attempt > 1 || flow->moved() > 0 || kept || outcome.code == CURLE_PARTIAL_FILE;
-  if (!begun || IsHang(outcome, attempt) || attempt >= kMostAttempts ||
-      !Explain(outcome, connection_.IsSftp()).broken) {
+  if (!begun || IsHang(outcome, attempt) || attempt >= kMostAttempts || !Explain(outcome).broken) {
     Fail(outcome);
     return Next::kFailed;
   }

@@ -1,4 +1,4 @@
-// Servers of the FTP family: FTP, FTPS and SFTP.
+// Servers of FTP and FTPS.
 #pragma once
 
 #include <memory>
@@ -54,7 +54,7 @@ class FtpFamily final : public ServerCloud {
   bool Send(const std::string& temporary, Flow* flow);
   bool FindRestart(const std::string& temporary, Flow* flow, std::uint64_t* offset);
   bool Confirm(const std::string& path, const Flow& flow);
-  Outcome RunPublish(const std::string& temporary, const std::string& target, const Flow& flow);
+  Outcome RunPublish(const std::string& temporary, const std::string& target);
   bool Publish(const std::string& temporary, const std::string& target, Flow* flow);
   bool SettleRename(const Outcome& outcome, const std::string& temporary, const std::string& target,
                     const Flow& flow);

@@ -74,7 +74,7 @@ bool FtpFamily::Replace(const std::string& temporary, const std::string& target)
 bool FtpFamily::SettleRename(const Outcome& outcome, const std::string& temporary,
                              const std::string& target, const Flow& flow) {
   std::uint64_t size = 0;
-  if (Explain(outcome, connection_.IsSftp()).broken) {
+  if (Explain(outcome).broken) {
     // Perhaps only the answer was lost.
     if (connection_.Size(temporary, &size).code != CURLE_REMOTE_FILE_NOT_FOUND) {
       return Fail(outcome);
@@ -91,12 +91,8 @@ bool FtpFamily::SettleRename(const Outcome& outcome, const std::string& temporar
   return Replace(temporary, target);
 }
 
-Outcome FtpFamily::RunPublish(const std::string& temporary, const std::string& target,
-                              const Flow& flow) {
+Outcome FtpFamily::RunPublish(const std::string& temporary, const std::string& target) {
   if (!sends_new_files()) return RunRename(temporary, target);
-  if (connection_.IsSftp()) {
-    return connection_.RenameDated(temporary, target, flow.ChangeTime());
-  }
   std::uint64_t size = 0;
   if (!connection_.Size(target, &size).ok()) return RunRename(temporary, target);
   Outcome taken;
@@ -106,18 +102,15 @@ Outcome FtpFamily::RunPublish(const std::string& temporary, const std::string& t
 
 bool FtpFamily::Publish(const std::string& temporary, const std::string& target, Flow* flow) {
   bool whole = false;
-  Outcome outcome;
-  if (!connection_.IsSftp()) {
-    const FileFacts facts{flow->size(), sends_new_files() ? flow->ChangeTime() : 0,
-                          sends_new_files()};
-    outcome = connection_.RenameWhole(temporary, target, facts, &whole);
-  }
+  const FileFacts facts{flow->size(), sends_new_files() ? flow->ChangeTime() : 0,
+                        sends_new_files()};
+  Outcome outcome = connection_.RenameWhole(temporary, target, facts, &whole);
   if (!whole) {
     connection_.Watch(flow);
     whole = Confirm(temporary, *flow);
     connection_.Watch(nullptr);
     if (!whole) return false;
-    outcome = RunPublish(temporary, target, *flow);
+    outcome = RunPublish(temporary, target);
   }
   return outcome.ok() || SettleRename(outcome, temporary, target, *flow);
 }

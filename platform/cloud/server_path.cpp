@@ -36,15 +36,6 @@ std::string HostAndPort(const std::string& host, int port) {
   return (bare_ipv6 ? "[" + host + "]" : host) + (port == 0 ? "" : ":" + std::to_string(port));
 }
 
-std::string Quoted(const std::string& path) {
-  std::string text = "\"";
-  for (const char c : path) {
-    if (c == '"' || c == '\\') text += '\\';
-    text += c;
-  }
-  return text + '"';
-}
-
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 }  // namespace TAVOCloud

@@ -15,9 +15,6 @@ std::string PercentEncode(const std::string& path);
 // The authority of a URL; port 0 is the protocol's own.
 std::string HostAndPort(const std::string& host, int port);
 
-// The path in double quotes, as commands over SFTP take it.
-std::string Quoted(const std::string& path);
-
 // The folder of a path, with its last slash.
 std::string FolderOf(const std::string& path);
 

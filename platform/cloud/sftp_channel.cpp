@@ -19,6 +19,7 @@ constexpr std::chrono::seconds kHurriedTimeout{5};
 constexpr std::chrono::seconds kHurriedSilentTimeout{2};
 constexpr std::chrono::milliseconds kTick{200};  // how late a stop may be noticed
 constexpr std::size_t kMostEarly = 1000;
+constexpr std::size_t kMostSent = 1U << 18U;      // that is kept beside what has not been sent
 constexpr std::uint32_t kMostData = 255U << 10U;  // in one request
 constexpr const char* kLimits = "limits@openssh.com";
 constexpr const char* kReplacingRename = "posix-rename@openssh.com";
@@ -116,8 +117,8 @@ SshOutcome SftpChannel::LearnLimits() {
 }
 
 PacketWriter SftpChannel::Begin(SftpType type, Number* number) {
-  if (sent_ == requests_.size()) {
-    requests_.clear();
+  if (sent_ == requests_.size() || sent_ >= kMostSent) {
+    requests_.erase(0, sent_);
     sent_ = 0;
   }
   *number = next_++;

@@ -62,8 +62,9 @@ class Send {
     channel_->WaitFor(kPartTimeout);
     SshOutcome outcome;
     while (outcome.ok() && flow_->moved() < flow_->size()) {
-      const bool full =
-          parts_.size() >= kMostParts || flow_->moved() - upload_->taken >= kMostBytes;
+      const bool full = parts_.size() >= kMostParts ||
+                        flow_->moved() - upload_->taken >= kMostBytes ||
+                        (!parts_.empty() && channel_->backlog() >= channel_->limits().write);
       outcome = full ? TakeFirst() : WriteNext();
     }
     return outcome;

@@ -48,7 +48,7 @@ const Meaning* Find(long status) {
 
 Failure ExplainWebDav(const WebDavAnswer& answer) {
   if (answer.changed) return {EIO, core::kErrInputOutput, answer.code, false};
-  if (!answer.ok()) return Explain(answer, false);
+  if (!answer.ok()) return Explain(answer);
   const int status = static_cast<int>(answer.response);
   const Meaning* meaning = Find(answer.response);
   if (meaning == nullptr) return {EIO, core::kErrInputOutput, status, false};

@@ -48,7 +48,9 @@ bool IsFolder(int parent, const char* name, unsigned char type) {
 void AheadFile::OpenRemote() {
   const bool looks = place_.how == AheadPlace::How::kLook;
   if (looks || place_.past_mount != nullptr) {
-    const bool known = ::fstatat(place_.from, name_.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+    // The look-up of the name brings all that is asked for: no second question.
+    constexpr int kFlags = AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC;
+    const bool known = ::fstatat(place_.from, name_.c_str(), &st, kFlags) == 0;
     refused = !known && vfs::MayMeanServerLost(errno);
     looked = looks && known;
     if (looks || !known || ReadPastMount()) return;

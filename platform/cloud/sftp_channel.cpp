@@ -18,7 +18,9 @@ constexpr std::chrono::seconds kSilentTimeout{5};
 constexpr std::chrono::seconds kHurriedTimeout{5};
 constexpr std::chrono::seconds kHurriedSilentTimeout{2};
 constexpr std::chrono::milliseconds kTick{200};  // how late a stop may be noticed
+// Of answers that nobody waits for yet: more than is ever asked for at a time.
 constexpr std::size_t kMostEarly = 1000;
+constexpr std::size_t kMostEarlyBytes = 16U << 20U;
 constexpr std::size_t kMostSent = 1U << 18U;      // that is kept beside what has not been sent
 constexpr std::uint32_t kMostData = 255U << 10U;  // in one request
 constexpr const char* kLimits = "limits@openssh.com";
@@ -58,6 +60,7 @@ SshOutcome SftpChannel::Open() {
   quiet_limit_ = kPromptTimeout;
   oldest_ = next_;
   early_.clear();
+  early_bytes_ = 0;
   if (session_ != nullptr) {
     (void)session_->Pump(std::chrono::milliseconds(0));
     if (session_->Stands()) return {};
@@ -153,6 +156,7 @@ SshOutcome SftpChannel::Await(Number number, Reply* reply) {
   if (session_ == nullptr) return {End::kLost, 0, 0, fresh_, "the connection is lost"};
   if (const auto early = early_.find(number); early != early_.end()) {
     held_ = std::move(early->second);
+    early_bytes_ -= held_.size();
     early_.erase(early);
     *reply = {static_cast<SftpType>(held_[0]), std::string_view(held_).substr(5)};
     return {};
@@ -169,9 +173,9 @@ SshOutcome SftpChannel::Await(Number number, Reply* reply) {
         *reply = {static_cast<SftpType>(packet[0]), packet.substr(5)};
         return {};
       }
-      if (of >= oldest_) early_.emplace(of, packet);
+      if (of >= oldest_ && early_.emplace(of, packet).second) early_bytes_ += packet.size();
     }
-    if (taken < 0 || early_.size() > kMostEarly) {
+    if (taken < 0 || early_.size() > kMostEarly || early_bytes_ > kMostEarlyBytes) {
       return Drop(End::kNonsense, "the server does not answer in SFTP");
     }
     SshOutcome outcome = Step(&quiet);

@@ -99,6 +99,7 @@ class SftpChannel {
   Number next_ = 1;
   Number oldest_ = 1;                    // whose answer is of interest
   std::map<Number, std::string> early_;  // answers that came before they were waited for
+  std::size_t early_bytes_ = 0;          // in them
   std::string held_;                     // the one of them that was last asked for
 };
 

@@ -26,7 +26,13 @@ class Send {
   SshOutcome Run() {
     SshOutcome outcome = OpenFile();
     if (outcome.ok()) outcome = WriteAll();
-    return outcome.ok() ? Finish() : outcome;
+    if (outcome.ok()) return Finish();
+    // What is open keeps its room on a full disk, even when its name is gone.
+    if (!handle_.empty()) {
+      (void)PostOf(SftpType::kClose);
+      channel_->Flush();
+    }
+    return outcome;
   }
 
  private:

@@ -40,7 +40,7 @@ def run(arguments):
     others = [name for name in (CP, peers.FLOOR) if peers.installed(name)]
     plain = {f"{title}, {name}": [] for name in others for title in titles.values()}
     peaks = {title: [] for title in titles.values()}
-    with volumes.Workshop(arguments.backing) as workshop:
+    with volumes.held_back_writes(), volumes.Workshop(arguments.backing) as workshop:
         templates = {files: workshop.template(f"source-{files}", arguments.fs,
                                               tree_size(files), fill(files)) for files in titles}
         with places(workshop, templates[many], None) as (source, dest):  # counts for nobody

@@ -54,6 +54,24 @@ def touch_free_memory(size):
               flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | mmap.MAP_POPULATE).close()
 
 
+@contextlib.contextmanager
+def held_back_writes():
+    """What is written stays in memory meanwhile. Else the system writes data that takes longer than
+    some seconds, or more than a tenth of the memory, out at the same time and on the same processors:
+    a long run would be measured with that, and a short one without."""
+    limits = {"dirty_background_ratio": "70", "dirty_ratio": "80",
+              "dirty_expire_centisecs": "360000"}
+    files = {pathlib.Path("/proc/sys/vm", name): value for name, value in limits.items()}
+    before = {file: file.read_text() for file in files}
+    try:
+        for file, value in files.items():
+            file.write_text(value)
+        yield
+    finally:
+        for file, value in before.items():
+            file.write_text(value)
+
+
 def drop_caches():
     os.sync()
     pathlib.Path("/proc/sys/vm/drop_caches").write_text("3\n", encoding="ascii")

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import re
+import select
 import signal
 import subprocess
 import tempfile
@@ -18,6 +19,7 @@ API = "/webapi/TAVO.Fennox.CopyMove?version=3&method="
 
 
 RUNS = b'"finished":false'
+WORKER = re.compile(rb'"pid":(\d+)')
 
 
 class Refused(RuntimeError):
@@ -29,6 +31,30 @@ def data_of(body):
     if not answer["success"]:
         raise Refused(str(answer["error"]))
     return answer.get("data")
+
+
+class WorkerEnd:
+    """Pauses that the end of a task's worker cuts short, so that few questions see it in time."""
+
+    def __init__(self):
+        self.descriptor = None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        if self.descriptor is not None:
+            os.close(self.descriptor)
+
+    def wait(self, body, seconds):
+        """`body` is an answer of the running task, which names the worker once it works."""
+        if self.descriptor is None and (worker := WORKER.search(body)):
+            with contextlib.suppress(ProcessLookupError):
+                self.descriptor = os.pidfd_open(int(worker[1]))
+        if self.descriptor is None:
+            time.sleep(seconds)
+        else:
+            select.select([self.descriptor], [], [], seconds)
 
 
 class Client:
@@ -66,18 +92,16 @@ class Client:
         return self.call("start", path=sources, dest_folder_path=[dest], **params)["taskid"]
 
     def wait(self, task, watch=None):
-        """Polls until the answer that says finished; raises unless the task did everything."""
+        """Asks until the answer that says finished; raises unless the task did everything."""
         begin = time.monotonic()
         request = self.post("status", taskid=task)
-        while True:
-            body = self.ask(request)
-            if RUNS not in body:
-                break
-            if watch:
-                watch()
-            # The questions of a long task must not take the processor from it, and its end is
-            # seen late by half of this on average.
-            time.sleep(min(max((time.monotonic() - begin) / 40, 0.0005), 0.02))
+        with WorkerEnd() as end:
+            while RUNS in (body := self.ask(request)):
+                if watch:
+                    watch()
+                # Each question takes processor time from the task that is measured.
+                pause = min(max((time.monotonic() - begin) / 10, 0.0005), 0.02 if watch else 0.1)
+                end.wait(body, pause)
         status = data_of(body)
         if status["progress"] != 1 or status.get("errors"):
             raise Refused(f"the task failed: {str(status)[:500]}")

@@ -64,6 +64,8 @@ int Finisher::Take(Job& job, PendingFile& file) {
   // The folder's owner must be known, so that nobody has to find it out while
   // two threads use it; links are made to finished files only.
   if (!job.to.unseen || !job.to.owner_known || job.st.st_nlink > 1) return 0;
+  // Who wrote the file has it at hand; help is for when there is nothing to open ahead.
+  if (helper_->HasWork()) return 0;
   const auto task = std::make_shared<Task>(state_, job, file);
   state_->unfinished.fetch_add(1, std::memory_order_relaxed);
   if (helper_->Post(task)) {

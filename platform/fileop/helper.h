@@ -44,6 +44,9 @@ class Helper {
   // for. Waking costs more than a small piece of work, so it is done once for several.
   void Wake();
 
+  // Whether posted work waits to be begun.
+  bool HasWork() const { return queued_ > 0; }
+
   // Does one piece of posted work. False when there is none.
   bool LendHand();
 
@@ -54,8 +57,13 @@ class Helper {
   void Widen(std::size_t most) { wide_ = most; }
 
   // Whether the latest read had to wait for the device. Any thread may tell.
-  void TellSlow(bool slow) { slow_.store(slow, std::memory_order_relaxed); }
+  void TellSlow(bool slow) {
+    slow_.store(slow, std::memory_order_relaxed);
+    if (slow) waited_.store(true, std::memory_order_relaxed);
+  }
   bool slow() const { return slow_.load(std::memory_order_relaxed); }
+  // Whether any read had to.
+  bool waited() const { return waited_.load(std::memory_order_relaxed); }
 
  private:
   bool Start(std::size_t threads);
@@ -77,6 +85,7 @@ class Helper {
   bool failed_ = false;
   std::size_t wide_ = 0;  // for the calling thread
   std::atomic<bool> slow_{false};
+  std::atomic<bool> waited_{false};
   std::vector<std::thread> threads_;
 };
 

@@ -103,8 +103,9 @@ void AheadFile::Run() {
   fd.reset(OpenQuietly(place_.from, name_.c_str()));
   if (fd.valid() && ::fstat(fd.get(), &st) != 0) fd.reset();
   if (fd.valid() && S_ISREG(st.st_mode) && st.st_size > 0) {
-    if (st.st_size <= Lookahead::kLargestRead) {
-      ReadWhole();
+    if (Small() && helper()->waited()) {
+      data_ = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(st.st_size) + 1);
+      if (!ReadWhole(fd.get(), data_.get())) data_.reset();
     } else if (helper()->slow()) {
       (void)::readahead(fd.get(), 0, kLargestHint);
     }
@@ -112,16 +113,33 @@ void AheadFile::Run() {
   }
 }
 
-void AheadFile::ReadWhole() {
-  const bool holes = static_cast<off_t>(st.st_blocks) * 512 < st.st_size;
-  if (holes) return;
-  // One byte more than there should be: a short answer proves the end.
+// Whether it is read as a whole: it has no holes, and is worth no better way.
+bool AheadFile::Small() const {
+  return st.st_size > 0 && st.st_size <= Lookahead::kLargestRead &&
+         static_cast<off_t>(st.st_blocks) * 512 >= st.st_size;
+}
+
+// What is in memory is best read by the thread that writes it, at once: it is in that
+// processor's cache then, and what opens files ahead has enough to do.
+std::string_view AheadFile::Content(int src) {
+  if (content_) return *content_;
+  content_.emplace();
+  const bool local = place_.how == AheadPlace::How::kOpen;
+  if (!local || !S_ISREG(st.st_mode) || !Small()) return {};
+  thread_local std::vector<char> buffer(static_cast<std::size_t>(Lookahead::kLargestRead) + 1);
+  const char* data = data_.get();
+  if (data == nullptr && ReadWhole(src, buffer.data())) data = buffer.data();
+  if (data != nullptr) content_.emplace(data, static_cast<std::size_t>(st.st_size));
+  return *content_;
+}
+
+// One byte more than there should be is asked for: a short answer proves the end.
+bool AheadFile::ReadWhole(int src, char* data) {
   const std::size_t size = static_cast<std::size_t>(st.st_size) + 1;
-  data_ = std::make_unique_for_overwrite<char[]>(size);
-  const ssize_t at_once = ReadAtOnce(fd.get(), data_.get(), size);
-  whole = at_once == st.st_size && EndsThere(fd.get(), st.st_size);
+  const ssize_t at_once = ReadAtOnce(src, data, size);
   if (at_once >= 0 || errno == EAGAIN) helper()->TellSlow(at_once < st.st_size);
-  if (!whole) whole = ::pread(fd.get(), data_.get(), size, 0) == st.st_size;
+  if (at_once == st.st_size && EndsThere(src, st.st_size)) return true;
+  return ::pread(src, data, size, 0) == st.st_size;
 }
 
 void AheadFile::MakeTarget() {

@@ -5,6 +5,7 @@
 
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,11 +39,12 @@ class AheadFile : public OnceWork {
   // the content only, and the file on its mount is closed.
   core::UniqueFd fd;
   struct stat st {};
-  bool whole = false;   // was read to its end
   bool looked = false;  // `st` is known, though the file was not opened
   // The server may have had no connection left for it.
   bool refused = false;
-  std::string_view content() const { return {data_.get(), static_cast<std::size_t>(st.st_size)}; }
+  // All of a small file, read from `src` now unless it was before; for the calling thread, until
+  // it asks for another one's. Empty: it is to be read in the ordinary way.
+  std::string_view Content(int src);
   // The copy, still empty, when it goes into a folder that nobody sees; it is
   // removed unless it is taken.
   PendingFile target;
@@ -52,12 +54,14 @@ class AheadFile : public OnceWork {
   void OpenRemote();
   void ReadThroughMount();
   bool ReadPastMount();
-  void ReadWhole();
+  bool ReadWhole(int src, char* data);
+  bool Small() const;
   void MakeTarget();
 
   AheadPlace place_;
   std::string name_;
-  std::unique_ptr<char[]> data_;
+  std::unique_ptr<char[]> data_;             // when it was read ahead
+  std::optional<std::string_view> content_;  // once it was asked for
 };
 
 // Reads a folder's listing ahead of the walk, a stretch at a time; folders are left
@@ -102,7 +106,7 @@ class Lookahead {
   void Fill(const AheadPlace& place, DirStream* stream, bool* folders);
 
   static constexpr std::size_t kStretch = 1024;
-  static constexpr std::size_t kEntries = 64;
+  static constexpr std::size_t kEntries = 24;
   static constexpr std::size_t kReadEntries = 16;  // each is read from a server
   // Half of them are asked for in one go: a mount may answer them all from one listing.
   static std::size_t MostEntries(const AheadPlace& place) {

@@ -107,12 +107,14 @@ int MoveData(Job& job, const DataWay& way, PendingFile& file) {
   data.expected = job.st.st_size;
   data.src_st = &job.st;
   data.dst_is_new = true;
-  data.ahead = AheadData(job);
   if (way.share_blocks) {
     const int shared = ShareAllData(&data, &pacer);
     if (shared != 0) return shared < 0 ? -1 : 0;
   }
-  if (way.hooks == nullptr || way.hooks->read_write == nullptr) return MoveAllData(&data, &pacer);
+  if (way.hooks == nullptr || way.hooks->read_write == nullptr) {
+    data.ahead = AheadData(job);
+    return MoveAllData(&data, &pacer);
+  }
   if (MoveByHook(job, *way.hooks, file) < 0) return -1;
   return job.end_proven || job.behind != 0 ? 0 : CheckSize(job, file);
 }
@@ -206,8 +208,8 @@ int StreamRegular(Job& job, const _TAVOCOPYARGSEX& hooks) {
 }  // namespace
 
 std::string_view AheadData(const Job& job) {
-  if (job.ahead == nullptr || !job.ahead->whole) return {};
-  return job.ahead->content();
+  if (job.ahead == nullptr) return {};
+  return job.ahead->Content(job.src.valid() ? job.src.get() : job.lent_src);
 }
 
 int OpenQuietly(int folder, const char* name) {

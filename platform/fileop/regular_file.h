@@ -15,7 +15,7 @@ namespace fileop {
 // file that is not regular any more is an error.
 [[nodiscard]] int OpenRegular(Job& job);
 
-// The source's whole content, when it was read before its turn; else empty.
+// The whole content of a small source that was opened before its turn; else empty.
 std::string_view AheadData(const Job& job);
 
 // How the data gets across.

@@ -6,8 +6,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <limits>
+#include <system_error>
 #include <thread>
+
+#include "write_behind.h"
 
 namespace TAVOCloud {
 namespace {
@@ -15,6 +19,8 @@ namespace {
 // Asked for at once, so that pacing costs little and a stop still comes through.
 constexpr std::uint64_t kLargestRequest = 1U << 20U;
 constexpr int kPauseStep = 50;
+constexpr std::uint64_t kLargeFile = 4U << 20U;  // a thread costs less than it gives
+constexpr std::chrono::milliseconds kWriterStep{100};
 
 // 0 when it does not fit.
 std::uint32_t InSeconds(const timespec& time) {
@@ -31,6 +37,45 @@ Flow::Flow(int fd, std::uint64_t size, ProgressFn progress, CancelFn cancel, Rea
       cancel_(cancel),
       read_size_(readSize),
       start_(lseek(fd, 0, SEEK_CUR)) {}
+
+Flow::~Flow() = default;
+
+// What ends early, a pipe for one, is written as before: its other end may have gone.
+void Flow::WriteApart() {
+  struct stat st {};
+  if (size_ < kLargeFile || fstat(fd_, &st) != 0 || !S_ISREG(st.st_mode)) return;
+  try {
+    writer_ = std::make_unique<WriteBehind>(fd_);
+  } catch (const std::system_error&) {
+    writer_ = nullptr;  // the user may have no more threads
+  }
+}
+
+bool Flow::Flush() {
+  if (writer_ == nullptr) return true;
+  while (!writer_->AwaitWritten(kWriterStep)) {
+    if (IsCancelled()) return false;
+  }
+  return writer_->error() == 0 || Fail(writer_->error());
+}
+
+ssize_t Flow::Write(const char* data, std::size_t length) {
+  if (writer_ == nullptr) {
+    const ssize_t put = write(fd_, data, length);
+    if (put < 0 && errno == EINTR) return 0;
+    if (put <= 0) Fail(put < 0 ? errno : EIO);
+    return put > 0 ? put : -1;
+  }
+  const std::span<char> room = writer_->Room(kWriterStep);
+  if (writer_->error() != 0) {
+    Fail(writer_->error());
+    return -1;
+  }
+  const std::size_t taken = std::min(length, room.size());
+  if (taken > 0) std::memcpy(room.data(), data, taken);
+  writer_->Filled(taken);
+  return static_cast<ssize_t>(taken);
+}
 
 mode_t Flow::Permissions() const {
   constexpr mode_t kAnyFile = 0644;
@@ -101,9 +146,8 @@ bool Flow::Put(const char* data, std::size_t length) {
   while (length > 0) {
     const std::uint64_t left = size_ > moved_ ? size_ - moved_ : 0;
     if (IsCancelled() || !WaitForGrant(std::max<std::uint64_t>(left, length))) return false;
-    const ssize_t put = write(fd_, data, std::min<std::uint64_t>(length, granted_));
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return Fail(put < 0 ? errno : EIO);
+    const ssize_t put = Write(data, std::min<std::uint64_t>(length, granted_));
+    if (put < 0) return false;
     data += put;
     length -= static_cast<std::size_t>(put);
     Moved(static_cast<std::size_t>(put));
@@ -130,6 +174,7 @@ ssize_t Flow::Get(char* buffer, std::size_t room) {
 
 bool Flow::SeekTo(std::uint64_t offset) {
   if (offset != moved_) {
+    if (!Flush()) return false;
     if (start_ < 0 || lseek(fd_, start_ + static_cast<off_t>(offset), SEEK_SET) < 0) return false;
     moved_ = offset;
   }

@@ -5,10 +5,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "cloud/cloud.h"
 
 namespace TAVOCloud {
+
+class WriteBehind;
 
 // Moves the data in order, counts it, paces it and notices a stop. What goes
 // over the wire a second time, after a broken connection, is counted once.
@@ -16,6 +19,13 @@ namespace TAVOCloud {
 class Flow {
  public:
   Flow(int fd, std::uint64_t size, ProgressFn progress, CancelFn cancel, ReadSizeFn readSize);
+  ~Flow();
+
+  // From now on the data of a large file is written on a thread of its own, as far as there can
+  // be one: call Flush before the file is said to be there.
+  void WriteApart();
+  // Waits for that thread. False when not all could be written, or when stopped.
+  [[nodiscard]] bool Flush();
 
   // Takes bytes that came from the server. False when the transfer must end.
   [[nodiscard]] bool Put(const char* data, std::size_t length);
@@ -50,6 +60,8 @@ class Flow {
   bool Fail(int error);
   [[nodiscard]] bool WaitForGrant(std::uint64_t want);
   void Moved(std::size_t bytes);
+  // Bytes taken by the file or by the thread that writes it; negative: the transfer must end.
+  [[nodiscard]] ssize_t Write(const char* data, std::size_t length);
 
   int fd_;
   std::uint64_t size_;
@@ -61,6 +73,7 @@ class Flow {
   std::uint64_t counted_ = 0;
   std::uint64_t granted_ = 0;
   int error_ = 0;
+  std::unique_ptr<WriteBehind> writer_;
 };
 
 }  // namespace TAVOCloud

@@ -94,6 +94,7 @@ bool FtpFamily::Download(const std::string& serverPath, int fd, std::uint64_t si
                          ProgressFn progress, CancelFn cancel, ReadSizeFn readSize) {
   if (!CheckPath(serverPath)) return false;
   Flow flow(fd, size, progress, cancel, readSize);
+  flow.WriteApart();
   connection_.Watch(&flow);
   const bool received = Receive(serverPath, &flow);
   connection_.Watch(nullptr);
@@ -110,6 +111,7 @@ bool FtpFamily::Receive(const std::string& serverPath, Flow* flow) {
     if (outcome.ok() && (size == 0 || flow->moved() < size)) {
       outcome = connection_.Download(serverPath, flow->moved(), flow);
     }
+    if (!flow->Flush()) return FailLocally(*flow);
     const Next next = Judge(outcome, flow, attempt);
     if (next == Next::kFailed) return false;
     if (next == Next::kDone) break;

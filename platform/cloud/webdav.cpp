@@ -168,6 +168,7 @@ bool WebDav::Download(const std::string& serverPath, int fd, std::uint64_t size,
                       ProgressFn progress, CancelFn cancel, ReadSizeFn readSize) {
   if (!CheckPath(serverPath)) return false;
   Flow flow(fd, size, progress, cancel, readSize);
+  flow.WriteApart();
   session_.curl().Watch(&flow);
   const bool received = Receive(serverPath, &flow);
   session_.curl().Watch(nullptr);
@@ -190,7 +191,7 @@ bool WebDav::Receive(const std::string& path, Flow* flow) {
     if (last.changed) last.words = receiver.words();
     return last;
   });
-  if (flow->error() != 0) return FailLocally(*flow);
+  if (!flow->Flush() || flow->error() != 0) return FailLocally(*flow);
   if (!answer.Succeeded()) return Fail(answer);
   // Its size has changed since the caller looked.
   return flow->moved() == flow->size() || Fail(EIO, core::kErrInputOutput);

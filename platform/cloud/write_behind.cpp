@@ -62,8 +62,8 @@ bool WriteBehind::AwaitWritten(std::chrono::milliseconds patience) {
   std::unique_lock<std::mutex> lock(mutex_);
   flushing_ = true;
   filled_.notify_one();
-  const bool done = written_more_.wait_for(
-      lock, patience, [this] { return error_ != 0 || put_ == written_; });
+  const bool done =
+      written_more_.wait_for(lock, patience, [this] { return error_ != 0 || put_ == written_; });
   flushing_ = false;
   return done;
 }
@@ -85,8 +85,8 @@ void WriteBehind::Serve() {
     filled_.wait(lock, [this] { return HasWork() || ended_; });
     if (!HasWork()) return;
     const std::size_t at = written_ % ring_.size();
-    const std::size_t length = std::min<std::uint64_t>(
-        {put_ - written_, kPiece - at % kPiece, ring_.size() - at});
+    const std::size_t length =
+        std::min<std::uint64_t>({put_ - written_, kPiece - at % kPiece, ring_.size() - at});
     lock.unlock();
     const ssize_t put = write(fd_, ring_.data() + at, length);
     const int problem = put < 0 ? errno : EIO;

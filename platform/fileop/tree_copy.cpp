@@ -109,9 +109,10 @@ AheadPlace::How TreeCopy::HowAhead(Level& level) {
   if (!level.from.remote) return How::kOpen;
   vfs::MountInfo mount;
   if (!vfs::FindByFullPath(level.from.path, &mount)) return How::kNot;
-  constexpr int kMost = 3;
+  constexpr int kMost = 3;     // threads that ask ahead
+  constexpr int kReserve = 2;  // connections for the walk and for what it fetches
   const int most = mount.max_connections;
-  const int threads = most == 0 ? kMost : std::clamp(most - kMost, 0, kMost);
+  const int threads = most == 0 ? kMost : std::clamp(most - kReserve, 0, kMost);
   const bool hooked = request_.args != nullptr && request_.args->behind;
   if (threads == 0 || !hooked || !asks_ahead_) return How::kNot;
   helper_.Widen(static_cast<std::size_t>(threads));

@@ -5,7 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
+
+#include "core/signal_mask.h"
 
 namespace TAVOCloud {
 namespace {
@@ -15,19 +16,10 @@ constexpr std::size_t kPiece = 256U << 10U;  // divides the ring
 
 }  // namespace
 
-// Signals are for the calling thread, whose waits they have to interrupt.
 WriteBehind::WriteBehind(int fd) : fd_(fd), ring_(kRing) {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  (void)pthread_sigmask(SIG_SETMASK, &all, &before);
-  try {
-    thread_ = std::thread([this] { Serve(); });
-  } catch (...) {
-    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    throw;
-  }
-  (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  // Signals are for the calling thread, whose waits they have to interrupt.
+  const core::AllSignalsBlocked blocked;
+  thread_ = std::thread([this] { Serve(); });
 }
 
 WriteBehind::~WriteBehind() {

@@ -56,13 +56,15 @@ class Helper {
   // As many threads as `most` from now on, whatever the device: reads wait for a server.
   void Widen(std::size_t most) { wide_ = most; }
 
-  // Whether the latest read had to wait for the device. Any thread may tell.
+  // Whether the latest reads had to wait for the device. Any thread may tell. A single one
+  // says nothing: a few pages of a source that is in memory may have been given away.
   void TellSlow(bool slow) {
-    slow_.store(slow, std::memory_order_relaxed);
-    if (slow) waited_.store(true, std::memory_order_relaxed);
+    const unsigned reads = slow ? waits_.load(std::memory_order_relaxed) + 1 : 0;
+    waits_.store(reads, std::memory_order_relaxed);
+    if (reads >= kSlowReads) waited_.store(true, std::memory_order_relaxed);
   }
-  bool slow() const { return slow_.load(std::memory_order_relaxed); }
-  // Whether any read had to.
+  bool slow() const { return waits_.load(std::memory_order_relaxed) >= kSlowReads; }
+  // Whether they ever had to.
   bool waited() const { return waited_.load(std::memory_order_relaxed); }
 
  private:
@@ -73,6 +75,7 @@ class Helper {
   static constexpr std::size_t kMostQueued = 128;
   // As many reads as a device is given at once.
   static constexpr std::size_t kMostThreads = 8;
+  static constexpr unsigned kSlowReads = 3;  // in a row
 
   std::mutex mutex_;
   std::condition_variable posted_;
@@ -83,8 +86,8 @@ class Helper {
   std::size_t sleeping_ = 0;
   bool stop_ = false;
   bool failed_ = false;
-  std::size_t wide_ = 0;  // for the calling thread
-  std::atomic<bool> slow_{false};
+  std::size_t wide_ = 0;            // for the calling thread
+  std::atomic<unsigned> waits_{0};  // reads in a row that had to wait
   std::atomic<bool> waited_{false};
   std::vector<std::thread> threads_;
 };

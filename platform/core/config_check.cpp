@@ -47,12 +47,14 @@ Words CheckOptionalAbsolute(const std::string& path) {
 }
 
 Words CheckCodePage(const std::string& name) {
-  const iconv_t converter = iconv_open("UTF-8", name.c_str());
   // An empty name means the locale's set, which is no fact about the folder.
-  if (name.empty() || HasControl(name) || reinterpret_cast<std::intptr_t>(converter) == -1) {
-    return Quoted(name) + " is not a known character set";
+  bool known = !name.empty() && !HasControl(name);
+  if (known) {
+    const iconv_t converter = iconv_open("UTF-8", name.c_str());
+    known = reinterpret_cast<std::intptr_t>(converter) != -1;
+    if (known) iconv_close(converter);
   }
-  iconv_close(converter);
+  if (!known) return Quoted(name) + " is not a known character set";
   return std::nullopt;
 }
 

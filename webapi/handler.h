@@ -19,7 +19,7 @@ namespace Fennox {
 // inherits it.
 struct StartContext;
 
-class FennoxMVCPHandler : public FileWebAPI {
+class FennoxMVCPHandler final : public FileWebAPI {
  public:
   FennoxMVCPHandler(TAVO::APIRequest* request, TAVO::APIResponse* response);
   ~FennoxMVCPHandler();

@@ -31,7 +31,8 @@ TEST(Progress, MovesSmoothlyBetweenTwoWrites) {
   const ProgressModel model = After(Running(100, 1000, 20), 50);
   double before = 0.1;
   EXPECT_DOUBLE_EQ(EstimateAt(model, 50).fraction, 0.1);
-  for (double now = 50.1; now < 55; now += 0.1) {
+  for (int tenths = 501; tenths < 550; ++tenths) {
+    const double now = tenths / 10.0;
     const double fraction = EstimateAt(model, now).fraction;
     EXPECT_GT(fraction, before);
     EXPECT_LE(fraction, 0.1 + 0.02 * (now - 50) + 1e-9);
@@ -64,7 +65,7 @@ TEST(Progress, IsAWholeOnlyWhenTheWorkerSaysSo) {
 TEST(Progress, RepeatedAnswersDoNotRestartTheInterval) {
   const TaskStatus status = Running(100, 1000, 20);
   ProgressModel model = After(status, 50);
-  for (double now = 50; now < 54; now += 0.5) model = Observe(model, status, now);
+  for (int halves = 100; halves < 108; ++halves) model = Observe(model, status, halves / 2.0);
   EXPECT_NEAR(EstimateAt(model, 53).fraction, 0.16, 1e-9);
 }
 

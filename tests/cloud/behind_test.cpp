@@ -113,6 +113,7 @@ TEST_P(BehindTest, ATakenNameIsLeftAlone) {
 
 TEST_P(BehindTest, AStopAndTheObjectsEndLeaveWholeFilesOnly) {
   std::vector<std::uint64_t> numbers;
+  numbers.reserve(8);
   for (int i = 0; i < 8; ++i) numbers.push_back(Leave(std::to_string(i), RandomText(1 << 20)));
   stop = 1;
   for (int i = 0; i < 4; ++i) (void)!Behind::Await(cloud_.get(), numbers[i]);

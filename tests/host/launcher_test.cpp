@@ -132,6 +132,7 @@ TEST_F(LauncherTest, AProcessThatOnlyReadsServesItsUserAgainAndNobodyElse) {
 
 TEST_F(LauncherTest, ABurstOfRequestsIsServedWhenNoIdleProcessIsLeft) {
   std::vector<std::thread> threads;
+  threads.reserve(30);
   for (int i = 0; i < 30; ++i) {
     threads.emplace_back(
         [this, i] { EXPECT_EQ(Answer("echo", With("value", i))["data"]["value"].asInt(), i); });

@@ -218,4 +218,4 @@ def test_a_full_disk_at_the_server_is_told_and_leaves_nothing(stage, client, nee
         assert content(place) == {"small": b"fits"}
         assert content(stage.folder("local") / f"full-{dest}") == {"big": BIG_FILE}
     finally:
-        assert run("umount", place)
+        wait_for(lambda: run("umount", place), "the server has left the full volume", 30)

@@ -67,12 +67,14 @@ ssize_t Flow::Write(const char* data, std::size_t length) {
     return put > 0 ? put : -1;
   }
   const std::span<char> room = writer_->Room(kWriterStep);
-  if (writer_->error() != 0) {
-    Fail(writer_->error());
+  if (room.empty()) {
+    const int error = writer_->error();
+    if (error == 0) return 0;
+    Fail(error);
     return -1;
   }
   const std::size_t taken = std::min(length, room.size());
-  if (taken > 0) std::memcpy(room.data(), data, taken);
+  std::memcpy(room.data(), data, taken);
   writer_->Filled(taken);
   return static_cast<ssize_t>(taken);
 }

@@ -124,8 +124,7 @@ bool AheadFile::Small() const {
 std::string_view AheadFile::Content(int src) {
   if (content_) return *content_;
   content_.emplace();
-  const bool local = place_.how == AheadPlace::How::kOpen;
-  if (!local || !S_ISREG(st.st_mode) || !Small()) return {};
+  if (place_.how != AheadPlace::How::kOpen || !Small()) return {};
   thread_local std::vector<char> buffer(static_cast<std::size_t>(Lookahead::kLargestRead) + 1);
   const char* data = data_.get();
   if (data == nullptr && ReadWhole(src, buffer.data())) data = buffer.data();

@@ -1,5 +1,6 @@
 #include "ladder.h"
 
+#include <linux/magic.h>
 #include <sys/statfs.h>
 #include <unistd.h>
 
@@ -64,10 +65,12 @@ int Prepare(const DataJob& job, const struct stat& src, const struct stat* dst,
   return 0;
 }
 
-Rung ClimbFromTheTop(Transfer& transfer, bool share) {
+// `empty`: the destination has no data yet.
+Rung ClimbFromTheTop(Transfer& transfer, bool empty) {
   PairMemory& memory = MemoryOfPair(transfer.src, transfer.dst);
+  transfer.reserves = memory.reserves && empty;
   Rung rung = Rung::kNotHere;
-  if (share && !memory.shares_no_blocks) {
+  if (empty && !memory.shares_no_blocks) {
     rung = ShareBlocks(transfer);
     if (rung == Rung::kNeverHere) memory.shares_no_blocks = true;
   }
@@ -78,8 +81,8 @@ Rung ClimbFromTheTop(Transfer& transfer, bool share) {
   return rung;
 }
 
-Rung Climb(Transfer& transfer, bool small, bool share) {
-  Rung rung = small ? Rung::kNotHere : ClimbFromTheTop(transfer, share);
+Rung Climb(Transfer& transfer, bool small, bool empty) {
+  Rung rung = small ? Rung::kNotHere : ClimbFromTheTop(transfer, empty);
   const auto refused = [&rung] { return rung == Rung::kNotHere || rung == Rung::kNeverHere; };
   if (refused()) rung = ExtentCopy(transfer);
   if (refused()) rung = PlainCopy(transfer);
@@ -108,7 +111,10 @@ PairMemory& MemoryOfPair(int src, int dst) {
   for (Pair& pair : pairs) {
     if (pair.src == from && pair.dst == to) return pair.memory;
   }
-  pairs.push_back({from, to, {}});
+  PairMemory fresh;
+  // ext4 keeps books for each block of a write into a file that has none yet.
+  fresh.reserves = to.type == EXT4_SUPER_MAGIC;
+  pairs.push_back({from, to, fresh});
   return pairs.back().memory;
 }
 

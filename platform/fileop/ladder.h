@@ -14,6 +14,7 @@ namespace fileop {
 struct PairMemory {
   bool shares_no_blocks = false;
   bool no_kernel_copy = false;
+  bool reserves = false;  // blocks of a large file are cheaper asked for ahead of its data
 };
 
 // The calling thread's memory of the pair of file systems behind two descriptors;

@@ -21,6 +21,7 @@ struct Transfer {
   off_t expected = 0;     // where the source was said to end
   bool seekable = false;  // both sides are regular files
   bool holes = false;     // the source has holes, and the destination can keep them
+  bool reserves = false;  // blocks of the destination are cheaper asked for ahead
   bool end_seen = false;  // a read proved that the source ends at `position`
   Pacer* pacer = nullptr;
 };

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <sched.h>
 #include <sys/utsname.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -130,6 +131,21 @@ void OpenLog(const char* ident, bool to_stderr) {
 
 bool LogToStderr() { return log_settings.to_stderr; }
 
+namespace {
+
+// A new process waits for the processor of its parent, even beside an idle one, and would
+// begin only when the parent has ended. Moved once, it may go wherever it likes again.
+void MoveToAnotherProcessor(pid_t child) {
+  cpu_set_t all;
+  const int here = sched_getcpu();
+  if (here < 0 || sched_getaffinity(0, sizeof all, &all) != 0) return;
+  cpu_set_t others = all;
+  CPU_CLR(static_cast<std::size_t>(here), &others);
+  if (CPU_COUNT(&others) == 0 || sched_setaffinity(child, sizeof others, &others) != 0) return;
+  sched_setaffinity(child, sizeof all, &all);
+}
+
+}  // namespace
 }  // namespace core
 
 pid_t VLIBCProcFork() {
@@ -150,6 +166,7 @@ pid_t VLIBCProcFork() {
   const pid_t pid = fork();
   if (pid != 0) {
     const int saved = errno;
+    if (pid > 0) core::MoveToAnotherProcessor(pid);
     sigprocmask(SIG_SETMASK, &before, nullptr);
     errno = saved;
     return pid;

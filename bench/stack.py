@@ -19,7 +19,6 @@ API = "/webapi/TAVO.Fennox.CopyMove?version=3&method="
 
 
 RUNS = b'"finished":false'
-WORKER = re.compile(rb'"pid":(\d+)')
 
 
 class Refused(RuntimeError):
@@ -36,8 +35,14 @@ def data_of(body):
 class WorkerEnd:
     """Pauses that the end of a task's worker cuts short, so that few questions see it in time."""
 
-    def __init__(self):
+    def __init__(self, pid):
+        """`pid` is 0 where the record does not name its worker yet."""
         self.descriptor = None
+        if pid:
+            with contextlib.suppress(ProcessLookupError):
+                self.descriptor = os.pidfd_open(pid)
+        # Whoever will be woken need not look often.
+        self.shortest = 0.01 if self.descriptor is not None else 0.0005
 
     def __enter__(self):
         return self
@@ -46,15 +51,12 @@ class WorkerEnd:
         if self.descriptor is not None:
             os.close(self.descriptor)
 
-    def wait(self, body, seconds):
-        """`body` is an answer of the running task, which names the worker once it works."""
-        if self.descriptor is None and (worker := WORKER.search(body)):
-            with contextlib.suppress(ProcessLookupError):
-                self.descriptor = os.pidfd_open(int(worker[1]))
+    def wait(self, seconds):
+        seconds = max(seconds, self.shortest)
         if self.descriptor is None:
             time.sleep(seconds)
-        else:
-            select.select([self.descriptor], [], [], seconds)
+            return
+        select.select([self.descriptor], [], [], seconds)
 
 
 class Client:
@@ -95,13 +97,14 @@ class Client:
         """Asks until the answer that says finished; raises unless the task did everything."""
         begin = time.monotonic()
         request = self.post("status", taskid=task)
-        with WorkerEnd() as end:
+        worker = self.host("task", id=task)["data"].get("pid", 0)
+        with WorkerEnd(worker) as end:
+            # Each question takes processor time from the task that is measured.
+            end.wait(0)
             while RUNS in (body := self.ask(request)):
                 if watch:
                     watch()
-                # Each question takes processor time from the task that is measured.
-                pause = min(max((time.monotonic() - begin) / 10, 0.0005), 0.02 if watch else 0.1)
-                end.wait(body, pause)
+                end.wait(min((time.monotonic() - begin) / 10, 0.02 if watch else 0.1))
         status = data_of(body)
         if status["progress"] != 1 or status.get("errors"):
             raise Refused(f"the task failed: {str(status)[:500]}")

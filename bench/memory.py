@@ -12,25 +12,22 @@ from copying import OURS, places, prepare
 class Peak:
     """The highest resident size of a process, asked for while it lives."""
 
-    def __init__(self, pid):
-        self.file = pathlib.Path(f"/proc/{pid}/status")
+    def __init__(self):
         self.kib = 0
-        self.look()
 
-    def look(self):
+    def look(self, pid):
         try:
-            for line in self.file.read_text(encoding="ascii").splitlines():
+            for line in pathlib.Path(f"/proc/{pid}/status").read_text("ascii").splitlines():
                 if line.startswith("VmHWM:"):
-                    self.kib = int(line.split()[1])
+                    self.kib = max(self.kib, int(line.split()[1]))
         except (FileNotFoundError, ProcessLookupError):
             pass  # the worker has ended
 
 
 def copy(source, dest):
+    peak = Peak()
     with stack.server({"in": source, "out": dest}) as client:
-        task = client.start(["/in/tree"], "/out")
-        peak = Peak(client.host("task", id=task)["data"]["pid"])
-        client.wait(task, watch=peak.look)
+        client.run(["/in/tree"], "/out", watch=peak.look)
     return peak.kib
 
 

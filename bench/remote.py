@@ -138,7 +138,7 @@ class Bench:
     def __init__(self, folder, far, arguments):
         self.far, self.arguments = far, arguments
         self.near, self.distant = folder / "near", folder / "distant"
-        self.peak_kib = 0
+        self.peak = Peak()
         for side in (self.near, self.distant):
             data.make_tree(side / "in" / "tree", arguments.files)
             data.make_large(side / "in" / "large", arguments.size)
@@ -156,15 +156,7 @@ class Bench:
 
             # The mount is made when it is first needed, and stays: not what a task costs.
             client.host("list", path=f"{protocol}://bench/in")
-            peaks = []
-
-            def started(task):
-                peaks.append(Peak(client.host("task", id=task)["data"]["pid"]))
-
-            seconds = client.run([path(source)], path(dest), started=started,
-                                 watch=lambda: peaks[0].look())
-        self.peak_kib = max(self.peak_kib, peaks[0].kib)
-        return seconds
+            return client.run([path(source)], path(dest), watch=self.peak.look)
 
     def copy(self, program, name, direction):
         here, there = (self.near, self.distant) if direction == UP else (self.distant, self.near)
@@ -200,7 +192,7 @@ def measure(protocol, arguments):
                     if name == "tree" and len(seconds.get(program, [])) >= most(program, arguments):
                         continue
                     seconds.setdefault(program, []).append(bench.copy(program, name, direction))
-    return groups, bench.peak_kib
+    return groups, bench.peak.kib
 
 
 def works(arguments):

@@ -13,16 +13,11 @@ FEW, MANY = 30000, 300000
 
 def copy(source, dest, memory=0):
     """(seconds, peak memory of the worker in KiB) of a copy that takes so many bytes of memory."""
+    peak = Peak()
     with stack.server({"in": source, "out": dest}) as client:
         volumes.touch_free_memory(memory)
-        peak = {}
-
-        def started(task):
-            peak["of"] = Peak(client.host("task", id=task)["data"]["pid"])
-
-        seconds = client.run(["/in/tree"], "/out", started=started,
-                             watch=lambda: peak["of"].look())
-    return seconds, peak["of"].kib
+        seconds = client.run(["/in/tree"], "/out", watch=peak.look)
+    return seconds, peak.kib
 
 
 def fill(files):

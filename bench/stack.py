@@ -36,13 +36,9 @@ class WorkerEnd:
     """Pauses that the end of a task's worker cuts short, so that few questions see it in time."""
 
     def __init__(self, pid):
-        """`pid` is 0 where the record does not name its worker yet."""
         self.descriptor = None
-        if pid:
-            with contextlib.suppress(ProcessLookupError):
-                self.descriptor = os.pidfd_open(pid)
-        # Whoever will be woken need not look often.
-        self.shortest = 0.01 if self.descriptor is not None else 0.0005
+        with contextlib.suppress(ProcessLookupError):
+            self.descriptor = os.pidfd_open(pid)
 
     def __enter__(self):
         return self
@@ -52,11 +48,11 @@ class WorkerEnd:
             os.close(self.descriptor)
 
     def wait(self, seconds):
-        seconds = max(seconds, self.shortest)
         if self.descriptor is None:
-            time.sleep(seconds)
-            return
-        select.select([self.descriptor], [], [], seconds)
+            time.sleep(0.0005)  # only the record's last words are awaited
+        else:
+            # Each question takes processor time from the task that is measured.
+            select.select([self.descriptor], [], [], max(seconds, 0.01))
 
 
 class Client:
@@ -94,32 +90,30 @@ class Client:
         return self.call("start", path=sources, dest_folder_path=[dest], **params)["taskid"]
 
     def wait(self, task, watch=None):
-        """Asks until the answer that says finished; raises unless the task did everything."""
+        """Asks until the answer that says finished; raises unless the task did everything.
+
+        `watch` is called with the worker's process id, first at once, then between questions.
+        """
         begin = time.monotonic()
         request = self.post("status", taskid=task)
-        worker = self.host("task", id=task)["data"].get("pid", 0)
+        worker = self.host("task", id=task)["data"]["pid"]
         with WorkerEnd(worker) as end:
-            # Each question takes processor time from the task that is measured.
+            if watch:
+                watch(worker)
             end.wait(0)
             while RUNS in (body := self.ask(request)):
                 if watch:
-                    watch()
+                    watch(worker)
                 end.wait(min((time.monotonic() - begin) / 10, 0.02 if watch else 0.1))
         status = data_of(body)
         if status["progress"] != 1 or status.get("errors"):
             raise Refused(f"the task failed: {str(status)[:500]}")
         return status
 
-    def run(self, sources, dest, started=None, watch=None, **params):
-        """Seconds from the start request to the answer that says finished.
-
-        `started` is called with the task's id, `watch` between the questions.
-        """
+    def run(self, sources, dest, watch=None, **params):
+        """Seconds from the start request to the answer that says finished; see `wait`."""
         begin = time.perf_counter()
-        task = self.start(sources, dest, **params)
-        if started:
-            started(task)
-        self.wait(task, watch)
+        self.wait(self.start(sources, dest, **params), watch)
         return time.perf_counter() - begin
 
 

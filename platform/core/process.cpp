@@ -133,8 +133,8 @@ bool LogToStderr() { return log_settings.to_stderr; }
 
 namespace {
 
-// A new process waits for the processor of its parent, even beside an idle one, and would
-// begin only when the parent has ended. Moved once, it may go wherever it likes again.
+// On some machines a new process waits for the processor of its parent, even beside an idle
+// one, and would begin only when the parent has ended.
 void MoveToAnotherProcessor(pid_t child) {
   cpu_set_t all;
   const int here = sched_getcpu();

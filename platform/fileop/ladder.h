@@ -10,7 +10,7 @@
 
 namespace fileop {
 
-// What an earlier file taught about a pair of file systems.
+// What is known of a pair of file systems, most of it taught by an earlier file.
 struct PairMemory {
   bool shares_no_blocks = false;
   bool no_kernel_copy = false;

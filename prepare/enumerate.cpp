@@ -2,7 +2,11 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <memory>
+#include <optional>
+#include <utility>
 
+#include "prepare/source_look.h"
 #include "support/path_info.h"
 #include "webapi/handler.h"
 #include "webapi/json_read.h"
@@ -55,13 +59,60 @@ class ConflictRules {
   int combined_ = CONFLICT_OVERWRITE;
 };
 
+bool IsAcceptable(const PathInfo& source) {
+  return WfmCheckPath(source.realPath.c_str(), false, kPathChecks, nullptr, false,
+                      WfmLibIsVFSSharePath(source.sharePath.c_str()), nullptr) == 0;
+}
+
+bool Look(const PathInfo& source, SourceLook* look) {
+  struct stat status {};
+  if (lstat(source.realPath.c_str(), &status) != 0) return false;
+  *look = {status.st_mode, status.st_size};
+  return true;
+}
+
+// The look at source `i`; false with the entry's error when there can be none.
+bool LookInTurn(FileWebAPI& api, std::size_t i, const PathInfo& source, SourceLook* look,
+                int* error) {
+  const auto early = _sourceLooks ? _sourceLooks->Take(i) : std::nullopt;
+  if (early) {
+    *look = *early;
+    return true;
+  }
+  if (!IsAcceptable(source)) {
+    *error = WfmLibGetErr();
+    LogError(806, "Invalid path:%s, reason=[%X]", source.realPath.c_str(),
+             static_cast<unsigned int>(WfmLibGetErr()));
+    return false;
+  }
+  if (Look(source, look)) return true;
+  *error = api.ParseErrnoToError(errno, nullptr, nullptr);
+  return false;
+}
+
+// Requests mostly name their sources in order, so the end is a good guess.
+template <class Map, class Value>
+void Add(Map& map, const std::string& path, Value&& value) {
+  map.emplace_hint(map.end(), path, std::forward<Value>(value));
+}
+
 // Sizes make the total only under accurate progress.
 void AddSize(const std::string& path, unsigned long long size) {
-  _dirSizeCache.emplace(path, size);
+  Add(_dirSizeCache, path, size);
   _totalAmount += size;
 }
 
 }  // namespace
+
+void LookAtSourcesEarly() {
+  const auto look = [](std::size_t i) -> std::optional<SourceLook> {
+    const PathInfo& source = _srcPathInfos[i];
+    SourceLook found{};
+    if (!IsAcceptable(source) || !Look(source, &found)) return std::nullopt;
+    return found;
+  };
+  _sourceLooks = std::make_unique<FromBehind<SourceLook>>(_srcPathInfos.size(), look);
+}
 
 void FennoxMVCPHandler::WebFMParseInputFiles(const std::vector<PathInfo>& srcPathInfos,
                                              EntryMap& fileMap, EntryMap& dirMap,
@@ -75,29 +126,23 @@ void FennoxMVCPHandler::WebFMParseInputFiles(const std::vector<PathInfo>& srcPat
     ENTRY_STAT entry{source.sharePath,   source.codePage,
                      WEBFM_OK,           rules.ModeOf(static_cast<Json::ArrayIndex>(i)),
                      MOVE_NOT_PROCESSED, false};
-    struct stat status {};
-    if (WfmCheckPath(path.c_str(), false, kPathChecks, nullptr, false,
-                     WfmLibIsVFSSharePath(source.sharePath.c_str()), nullptr) != 0) {
-      entry.error = WfmLibGetErr();
-      dirMap.emplace(path, entry);
-      LogError(806, "Invalid path:%s, reason=[%X]", path.c_str(),
-               static_cast<unsigned int>(WfmLibGetErr()));
-    } else if (lstat(path.c_str(), &status) != 0) {
-      entry.error = ParseErrnoToError(errno, nullptr, nullptr);
-      dirMap.emplace(path, entry);
-    } else if (S_ISREG(status.st_mode)) {
-      fileMap.emplace(path, entry);
-      if (_accurateProgress) AddSize(path, static_cast<unsigned long long>(status.st_size));
-    } else if (S_ISDIR(status.st_mode)) {
+    SourceLook look{};
+    if (!LookInTurn(*this, i, source, &look, &entry.error)) {
+      Add(dirMap, path, std::move(entry));
+    } else if (S_ISREG(look.mode)) {
+      Add(fileMap, path, std::move(entry));
+      if (_accurateProgress) AddSize(path, static_cast<unsigned long long>(look.size));
+    } else if (S_ISDIR(look.mode)) {
       if (_accurateProgress) {
         AddSize(path, static_cast<unsigned long long>(MVCPScanDirectory(path.c_str())));
       }
-      dirMap.emplace(path, entry);
+      Add(dirMap, path, std::move(entry));
     } else {
       entry.error = WEBFM_FAILED;
-      dirMap.emplace(path, entry);
+      Add(dirMap, path, std::move(entry));
     }
   }
+  _sourceLooks.reset();
   if (!_accurateProgress) _totalAmount = srcPathInfos.size();
   if (!overwriteList.empty()) overwriteMode = rules.Combined();
 }

@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "core/error.h"
-#include "core/signal_mask.h"
+#include "core/helper_thread.h"
 #include "core/unique_fd.h"
 #include "support/path_info.h"
 #include "vfs/vfs.h"
@@ -158,13 +158,11 @@ void DirectoryScan::StartHelper() {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (waiting_.size() < (far_ ? kFoldersForHelpFar : kFoldersForHelp)) return;
   }
-  // Signals are for the calling thread.
-  const core::AllSignalsBlocked blocked;
   try {
-    helpers_.emplace_back([this] {
+    helpers_.push_back(core::StartHelper([this] {
       while (Step(false)) {
       }
-    });
+    }));
   } catch (const std::system_error&) {
     // One thread does it, too.
   }

@@ -5,11 +5,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <set>
 #include <utility>
 
 #include "core/file.h"
 #include "core/user.h"
+#include "prepare/from_behind.h"
 #include "support/identity.h"
 #include "support/path_info.h"
 #include "support/privilege.h"
@@ -22,6 +24,12 @@
 
 namespace Fennox {
 namespace {
+
+// What was found out about a source before its turn.
+struct EarlyLook {
+  PathInfo info;
+  bool nameIsFree = false;  // in the destination
+};
 
 constexpr int kPathChecks = 32;
 constexpr int kWriteAccess = 2;
@@ -66,7 +74,9 @@ class Validation {
 
   bool CheckUser();
   bool CheckDestination();
-  bool CheckSource(const std::string& source, PathInfo& info);
+  // What is asked before the turn of a source whose checks must not fail here.
+  std::optional<EarlyLook> LookEarly(const std::string& source) const;
+  bool CheckSource(const std::string& source, std::optional<EarlyLook> early, PathInfo& info);
 
  private:
   uid_t UserId() const { return TavoCgiUIDGet(session_.c_str(), user_.c_str()); }
@@ -89,6 +99,7 @@ class Validation {
   bool CheckSharePrivileges(const PathInfo& info);
   bool MayTakeFrom(const Privileges& privileges) const;
   bool CheckDestinationWritable(const PathInfo& info);
+  bool NameIsFree(const PathInfo& info) const;
   bool CheckConflict(const PathInfo& info);
 
   FennoxMVCPHandler& handler_;
@@ -158,12 +169,25 @@ bool Validation::CheckDestinationPath() {
   return false;
 }
 
-bool Validation::CheckSource(const std::string& source, PathInfo& info) {
+std::optional<EarlyLook> Validation::LookEarly(const std::string& source) const {
+  EarlyLook look;
+  const bool local = source.starts_with('/');
+  if (!local || !PathInfoFactory::create(user_.c_str(), source, look.info)) return std::nullopt;
+  look.nameIsFree = out_.overwriteMode == CONFLICT_ERROR && NameIsFree(look.info);
+  return look;
+}
+
+bool Validation::CheckSource(const std::string& source, std::optional<EarlyLook> early,
+                             PathInfo& info) {
   if (!OpenSourceMount(source)) return false;
-  if (!PathInfoFactory::create(user_.c_str(), source, info)) {
+  if (early) {
+    info = std::move(early->info);
+  } else if (!PathInfoFactory::create(user_.c_str(), source, info)) {
     return RefusePath(failed_, source, WfmLibGetErr());
   }
-  return CheckSharePrivileges(info) && CheckDestinationWritable(info) && CheckConflict(info);
+  const bool nameIsFree = early && early->nameIsFree;
+  return CheckSharePrivileges(info) && CheckDestinationWritable(info) &&
+         (nameIsFree || CheckConflict(info));
 }
 
 // Only the first remote path of a request opens the mounts.
@@ -212,12 +236,15 @@ bool Validation::CheckDestinationWritable(const PathInfo& info) {
   return true;
 }
 
-bool Validation::CheckConflict(const PathInfo& info) {
-  if (out_.overwriteMode != CONFLICT_ERROR) return true;
+bool Validation::NameIsFree(const PathInfo& info) const {
   std::array<char, kLongestPath + 1> candidate{};
   (void)std::snprintf(candidate.data(), candidate.size(), "%s/%s", out_.destFolder.c_str(),
                       LastComponent(info.realPath).c_str());
-  if (access(candidate.data(), F_OK) != 0) return true;
+  return access(candidate.data(), F_OK) != 0;
+}
+
+bool Validation::CheckConflict(const PathInfo& info) {
+  if (out_.overwriteMode != CONFLICT_ERROR || NameIsFree(info)) return true;
   LogError(253, "Invalid path:%s, reason=[%d], %s", info.realPath.c_str(), WEBFM_CONFLICT,
            std::strerror(errno));
   return RefusePath(failed_, info.sharePath, WEBFM_CONFLICT);
@@ -241,10 +268,15 @@ bool FennoxMVCPHandler::PreProcessAndCheck(Json::Value& sourcePaths, std::string
     return false;
   }
   if (!validation.CheckUser() || !validation.CheckDestination()) return false;
-  srcPathInfos.reserve(sourcePaths.size());
-  for (const Json::Value& source : sourcePaths) {
+  const Json::Value& sources = sourcePaths;
+  FromBehind<EarlyLook> early(destIsVfs ? 0 : sources.size(), [&](std::size_t i) {
+    return validation.LookEarly(TextOf(sources[static_cast<Json::ArrayIndex>(i)]));
+  });
+  srcPathInfos.reserve(sources.size());
+  for (const Json::Value& source : sources) {
     PathInfo info;
-    if (!validation.CheckSource(TextOf(source), info)) return false;
+    if (!validation.CheckSource(TextOf(source), early.Take(srcPathInfos.size()), info))
+      return false;
     srcPathInfos.push_back(std::move(info));
   }
   return true;

@@ -7,6 +7,7 @@
 
 #include "cloud/cloud.h"
 #include "core/user.h"
+#include "prepare/source_look.h"
 #include "support/bandwidth.h"
 #include "task/completion_message.h"
 #include "task/start_context.h"
@@ -59,6 +60,8 @@ class WorkerRun {
 void WorkerRun::Run() {
   (void)std::signal(SIGTERM, MVCPSignalHandler);
   (void)std::atexit(MVCPRemoveTask);
+  // A remote mount is asked no more than it must be.
+  if (!start_.TouchesRemoteMount()) LookAtSourcesEarly();
   (void)WaitForTaskDataReady(_task, "data", kRecordWaitSeconds);
   _taskDataSnapshot = _task->loadedProperty("data");
   if (Stopped()) return;

@@ -15,6 +15,7 @@
 #include "cloud/read_ahead.h"
 #include "fileop/copy.h"
 #include "prepare/entry_records.h"
+#include "prepare/source_look.h"
 #include "tasks/task.h"
 #include "webapi/export.h"
 
@@ -33,6 +34,10 @@ extern Json::Value _taskDataSnapshot;
 
 extern std::vector<PathInfo> _srcPathInfos;
 extern PathInfo _destPathInfo;
+
+// What the worker's entry maps need to know of the sources, asked for while the worker waits
+// for its record. Null where everything is looked at in its turn.
+extern std::unique_ptr<FromBehind<SourceLook>> _sourceLooks;
 
 // Bytes of each top-level source, by real path; filled under accurate progress.
 extern std::map<std::string, unsigned long long> _dirSizeCache;

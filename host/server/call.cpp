@@ -2,11 +2,15 @@
 
 #include <json/reader.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include "envelope.h"
+#include "webapi_runtime/api_request.h"
 
 namespace host {
 namespace {
@@ -14,7 +18,10 @@ namespace {
 // A little deeper than what the front accepts as parameters.
 constexpr int kMaxDepth = 1100;
 
-bool Parse(const std::string& text, Json::Value* out, std::string* err) {
+// The rest of a call is one line.
+constexpr char kBodyFollows = '\n';
+
+bool Parse(std::string_view text, Json::Value* out, std::string* err) {
   Json::CharReaderBuilder builder;
   builder["stackLimit"] = kMaxDepth;
   const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
@@ -42,12 +49,13 @@ std::string EncodeCall(const Call& call) {
   value["session"] = call.session;
   value["language"] = call.language;
   value["params"] = call.params;
-  return RawJsonText(value);
+  return RawJsonText(value) + kBodyFollows + call.body;
 }
 
 bool DecodeCall(const std::string& text, Call* out, std::string* err) {
   Json::Value value;
-  if (!Parse(text, &value, err)) return false;
+  const std::size_t end = std::min(text.find(kBodyFollows), text.size());
+  if (!Parse(std::string_view(text).substr(0, end), &value, err)) return false;
   if (!value.isObject() || !value["version"].isInt() || !value["params"].isObject()) {
     *err = "not a call";
     return false;
@@ -66,6 +74,14 @@ bool DecodeCall(const std::string& text, Call* out, std::string* err) {
   }
   out->version = value["version"].asInt();
   out->params = std::move(value["params"]);
+  out->body = text.substr(std::min(end + 1, text.size()));
+  return true;
+}
+
+bool AddMembers(const std::string& body, Json::Value* params, std::string* err) {
+  Json::Value object;
+  if (!webapi::ObjectFromBody(body, &object, err)) return false;
+  for (const std::string& name : object.getMemberNames()) (*params)[name].swap(object[name]);
   return true;
 }
 

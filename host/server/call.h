@@ -15,6 +15,15 @@ struct Call {
   std::string session;   // a name for the session, not its secret
   std::string language;  // three-letter code
   Json::Value params = Json::Value(Json::objectValue);
+  // What came as the request's body, when that is to be a JSON object. Only a request process
+  // reads it: there a hostile one harms nobody, and a long one is read once.
+  std::string body;
+};
+
+// The last byte of what a request process sends back, behind the envelope's text.
+enum class AnswerKind : char {
+  kAnswer = 'A',
+  kUnreadable = 'U',  // the call, or its body, could not be read
 };
 
 // True for a call that only reads its user's records. It leaves nothing in its process, which
@@ -23,7 +32,11 @@ struct Call {
 
 std::string EncodeCall(const Call& call);
 
-// False, with words in *err, when `text` is no call.
+// False, with words in *err, when `text` is no call. The body is left as it came.
 [[nodiscard]] bool DecodeCall(const std::string& text, Call* out, std::string* err);
+
+// Moves the members of the JSON object `body` to *params, where they win over those of the
+// same name. False, with words in *err, when it is none.
+[[nodiscard]] bool AddMembers(const std::string& body, Json::Value* params, std::string* err);
 
 }  // namespace host

@@ -301,11 +301,8 @@ void Front::ServeApi(const httplib::Request& request, httplib::Response& respons
   call.user = caller.user;
   call.session = caller.session;
   call.language = webapi::LanguageFromHeader(request.get_header_value("Accept-Language"));
-  std::string err;
-  if (!Parameters(body, QueryFields(request), &call.params, &err)) {
-    Reply(response, 400, FailureWords(WEBFM_BAD_PARAMETER, err));
-    return;
-  }
+  call.params = FieldParameters(body, QueryFields(request));
+  if (body.is_json) call.body = body.text;
   Run(call, response);
 }
 
@@ -348,6 +345,9 @@ void Front::Run(const Call& call, httplib::Response& response) {
   switch (launcher_.Execute(call, &answer)) {
     case Outcome::kAnswered:
       Reply(response, 200, answer);
+      return;
+    case Outcome::kUnreadable:
+      Reply(response, 400, answer);
       return;
     case Outcome::kDied:
       Refuse(response, 500, WEBFM_FAILED, "the request process ended without an answer");

@@ -56,13 +56,20 @@ bool ReadReport(int fd, Json::Value* rows, std::string* err) {
   return true;
 }
 
+Outcome TakeKind(std::string* answer) {
+  if (answer->empty()) return Outcome::kDied;
+  const auto kind = static_cast<AnswerKind>(answer->back());
+  answer->pop_back();
+  return kind == AnswerKind::kAnswer ? Outcome::kAnswered : Outcome::kUnreadable;
+}
+
 // Sends a call to a request process and waits for its answer.
 Outcome Ask(int connection, const std::string& call, std::string* answer) {
   // A process that dies early is noticed below, whatever the sending says.
   static_cast<void>(SendFrame(connection, call, kTransferMs));
   switch (ReceiveFrame(connection, kMaxAnswerFrame, kAnswerMs, answer)) {
     case FrameStatus::kOk:
-      return Outcome::kAnswered;
+      return TakeKind(answer);
     case FrameStatus::kTimeout:
       return Outcome::kTimeout;
     default:

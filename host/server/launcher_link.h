@@ -18,9 +18,10 @@ namespace host {
 
 enum class Outcome {
   kAnswered,
-  kDied,       // the request process ended without an answer
-  kTimeout,    // no answer within kAnswerMs
-  kNoProcess,  // the launcher did not take the request
+  kUnreadable,  // the body of the call is no JSON object; the answer has words for that
+  kDied,        // the request process ended without an answer
+  kTimeout,     // no answer within kAnswerMs
+  kNoProcess,   // the launcher did not take the request
 };
 
 class LauncherLink {

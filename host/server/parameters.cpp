@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "bounds.h"
+#include "call.h"
 #include "webapi_runtime/api_request.h"
 
 namespace host {
@@ -84,15 +85,6 @@ void AddFields(const Fields& fields, Json::Value* out) {
   }
 }
 
-// The members of a JSON body win over fields of the same name.
-bool AddMembers(const Body& body, Json::Value* out, std::string* err) {
-  if (!body.is_json) return true;
-  Json::Value object;
-  if (!webapi::ObjectFromBody(body.text, &object, err)) return false;
-  for (const std::string& name : object.getMemberNames()) (*out)[name].swap(object[name]);
-  return true;
-}
-
 }  // namespace
 
 void DropBody(const httplib::Request& request, const httplib::ContentReader& reader) {
@@ -130,11 +122,11 @@ Fields QueryFields(const httplib::Request& request) {
   return {request.params.begin(), request.params.end()};
 }
 
-bool Parameters(const Body& body, const Fields& query, Json::Value* out, std::string* err) {
-  *out = Json::Value(Json::objectValue);
-  AddFields(query, out);
-  AddFields(body.fields, out);
-  return AddMembers(body, out, err);
+Json::Value FieldParameters(const Body& body, const Fields& query) {
+  Json::Value params(Json::objectValue);
+  AddFields(query, &params);
+  AddFields(body.fields, &params);
+  return params;
 }
 
 bool HostParameters(const Body& body, const Fields& query, Json::Value* out, std::string* err) {
@@ -142,7 +134,7 @@ bool HostParameters(const Body& body, const Fields& query, Json::Value* out, std
   for (const Fields* fields : {&query, &body.fields}) {
     for (const auto& [name, text] : *fields) (*out)[name] = text;
   }
-  return AddMembers(body, out, err);
+  return !body.is_json || AddMembers(body.text, out, err);
 }
 
 }  // namespace host

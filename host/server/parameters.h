@@ -37,14 +37,13 @@ void DropBody(const httplib::Request& request, const httplib::ContentReader& rea
 std::string Field(const Fields& fields, const std::string& name);
 Fields QueryFields(const httplib::Request& request);
 
-// The parameters: the members of the JSON object, or the fields but for those that name
-// the method ("api", "version", "method"). A field that comes twice is a list. False,
-// with words in *err, when the body is no JSON object.
-[[nodiscard]] bool Parameters(const Body& body, const Fields& query, Json::Value* out,
-                              std::string* err);
+// The fields as parameters of a plug-in's method, but for those that name the method ("api",
+// "version", "method"). A field that comes twice is a list.
+Json::Value FieldParameters(const Body& body, const Fields& query);
 
-// The same for the host's own calls, whose fields are plain texts: a name such as "5" or
-// "true" stays a name.
+// The parameters of one of the host's own calls: the fields, which are plain texts (a name
+// such as "5" or "true" stays a name), and the members of the JSON object. False, with
+// words in *err, when the body is no JSON object.
 [[nodiscard]] bool HostParameters(const Body& body, const Fields& query, Json::Value* out,
                                   std::string* err);
 

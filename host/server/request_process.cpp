@@ -72,11 +72,12 @@ std::string ServeCall(int connection, const std::string& text, const Plugin& plu
   Call call;
   std::string err;
   bool unsound = true;
-  const bool readable = DecodeCall(text, &call, &err);
-  if (owner != nullptr && (!readable || call.user != *owner || !OnlyReadsRecords(call))) ::_exit(1);
-  const std::string answer = readable
-                                 ? AnswerTo(call, plugin, &unsound)
-                                 : FailureWords(WEBFM_BAD_PARAMETER, "unreadable request: " + err);
+  const bool decoded = DecodeCall(text, &call, &err);
+  if (owner != nullptr && (!decoded || call.user != *owner || !OnlyReadsRecords(call))) ::_exit(1);
+  const bool readable = decoded && (call.body.empty() || AddMembers(call.body, &call.params, &err));
+  std::string answer =
+      readable ? AnswerTo(call, plugin, &unsound) : FailureWords(WEBFM_BAD_PARAMETER, err);
+  answer += static_cast<char>(readable ? AnswerKind::kAnswer : AnswerKind::kUnreadable);
   // A worker that came back from the handler owns none of these descriptors.
   if (::getpid() != self) ::_exit(1);
   if (SendFrame(connection, answer, kTransferMs) != FrameStatus::kOk) ::_exit(1);

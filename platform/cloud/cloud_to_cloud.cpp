@@ -9,6 +9,7 @@
 
 #include "cloud/cloud.h"
 #include "core/error.h"
+#include "core/helper_thread.h"
 #include "core/unique_fd.h"
 #include "signal_guard.h"
 
@@ -51,7 +52,7 @@ int PassOnce(const Passage& file, ProgressFn progress, CancelFn cancel, ReadSize
   // The callbacks that count and pace belong to the calling thread, so only the
   // download has them; both sides ask whether to stop.
   FirstFailure failure;
-  std::thread uploader([&] {
+  std::thread uploader = core::StartHelper([&] {
     if (!Cloud::UploadFile(file.dest, file.dest_path, out.get(), file.size, nullptr, cancel,
                            nullptr)) {
       failure.Report();

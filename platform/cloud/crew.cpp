@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "core/error.h"
-#include "core/signal_mask.h"
+#include "core/helper_thread.h"
 #include "failure.h"
 #include "vfs/mounts.h"
 
@@ -85,17 +85,16 @@ bool Crew::Await(std::uint64_t number) {
   return true;
 }
 
-// Signals are for the calling thread, whose waits they have to interrupt. The object is made here
-// and not by the new thread, which may begin when the owner of `make_` is about to end.
+// The object is made here and not by the new thread, which may begin when the owner of `make_`
+// is about to end.
 void Crew::StartThread() {
-  std::unique_ptr<Cloud> cloud = make_();
+  const std::shared_ptr<Cloud> cloud = make_();
   if (cloud == nullptr) {
     most_ = threads_.size();
     return;
   }
-  const core::AllSignalsBlocked blocked;
   try {
-    threads_.emplace_back([this, own = std::move(cloud)] { Serve(*own); });
+    threads_.push_back(core::StartHelper([this, cloud] { Serve(*cloud); }));
   } catch (const std::system_error&) {
     most_ = threads_.size();
   }

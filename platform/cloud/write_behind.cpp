@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "core/signal_mask.h"
+#include "core/helper_thread.h"
 
 namespace TAVOCloud {
 namespace {
@@ -17,9 +17,7 @@ constexpr std::size_t kPiece = 256U << 10U;  // divides the ring
 }  // namespace
 
 WriteBehind::WriteBehind(int fd) : fd_(fd), ring_(kRing) {
-  // Signals are for the calling thread, whose waits they have to interrupt.
-  const core::AllSignalsBlocked blocked;
-  thread_ = std::thread([this] { Serve(); });
+  thread_ = core::StartHelper([this] { Serve(); });
 }
 
 WriteBehind::~WriteBehind() {

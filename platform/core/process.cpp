@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <linux/close_range.h>
-#include <sched.h>
 #include <sys/utsname.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -16,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/helper_thread.h"
 #include "core/unique_fd.h"
 
 namespace core {
@@ -131,21 +131,6 @@ void OpenLog(const char* ident, bool to_stderr) {
 
 bool LogToStderr() { return log_settings.to_stderr; }
 
-namespace {
-
-// On some machines a new process waits for the processor of its parent, even beside an idle
-// one, and would begin only when the parent has ended.
-void MoveToAnotherProcessor(pid_t child) {
-  cpu_set_t all;
-  const int here = sched_getcpu();
-  if (here < 0 || sched_getaffinity(0, sizeof all, &all) != 0) return;
-  cpu_set_t others = all;
-  CPU_CLR(static_cast<std::size_t>(here), &others);
-  if (CPU_COUNT(&others) == 0 || sched_setaffinity(child, sizeof others, &others) != 0) return;
-  sched_setaffinity(child, sizeof all, &all);
-}
-
-}  // namespace
 }  // namespace core
 
 pid_t VLIBCProcFork() {

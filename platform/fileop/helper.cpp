@@ -5,7 +5,7 @@
 #include <system_error>
 #include <utility>
 
-#include "core/signal_mask.h"
+#include "core/helper_thread.h"
 
 namespace fileop {
 
@@ -21,11 +21,9 @@ Helper::~Helper() {
 // False when there is no thread at all.
 bool Helper::Start(std::size_t threads) {
   if (threads_.size() >= threads || failed_) return !threads_.empty();
-  // Signals are for the calling thread, whose waits they have to interrupt.
-  const core::AllSignalsBlocked blocked;
   try {
     while (threads_.size() < threads) {
-      threads_.emplace_back([this, first = threads_.empty()] { Loop(first); });
+      threads_.push_back(core::StartHelper([this, first = threads_.empty()] { Loop(first); }));
     }
   } catch (const std::system_error&) {
     failed_ = true;

@@ -137,6 +137,7 @@ std::optional<MountInfo> FindByLocalPath(const MountTable& table, const std::str
 }
 
 bool FindBySharePath(const std::string& path, MountInfo* out) {
+  if (path.starts_with('/')) return false;  // no base URI does
   const auto mount = FindByUri(KnownMounts(), path);
   if (mount) *out = *mount;
   return mount.has_value();

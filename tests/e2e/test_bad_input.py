@@ -1,6 +1,9 @@
 """Nonsense gets a clear code and loses nothing."""
 import os
 
+START = "/webapi/TAVO.Fennox.CopyMove?version=3&method=start"
+STATUS = "/webapi/TAVO.Fennox.CopyMove?version=3&method=status"
+JSON = {"Content-Type": "application/json"}
 REFUSED = [
     ({}, 400),
     ({"path": [["/src/x"]], "dest_folder_path": "/dst"}, 400),
@@ -36,10 +39,19 @@ def test_status_and_stop_answer_for_unknown_tasks(server):
         assert server.client.call("stop", taskid=task).get("success") is True, task
 
 
+def test_a_body_that_is_no_object_is_refused(server):
+    good = server.client.request("POST", STATUS, b'{"taskid": "x"}', JSON)
+    assert (good.status, good.code) == (200, 599)
+    for body in (b"[1]", b"{", b"5", b"{} {}", b'{"a":}'):
+        for path in (START, STATUS):
+            answer = server.client.request("POST", path, body, JSON)
+            assert answer.status == 400 and answer.detail["message"], body
+    assert server.client.request("POST", STATUS, b" ", JSON).status == 200
+
+
 def test_invalid_utf8_in_a_request_is_answered(server, place):
     body = b'{"path":["/src/\xff\xfe"],"dest_folder_path":"/dst"}'
-    answer = server.client.request("POST", "/webapi/TAVO.Fennox.CopyMove?version=3&method=start",
-                                   body, {"Content-Type": "application/json"})
+    answer = server.client.request("POST", START, body, JSON)
     assert answer.status in (200, 400)
     assert answer.get("success") is not True
 

@@ -37,13 +37,14 @@ host::Body ReadBody(std::string_view text, const char* type, std::size_t piece) 
   return body;
 }
 
-void CrossToRequestProcess(const Json::Value& params) {
+void CrossToRequestProcess(const Json::Value& params, const std::string& body) {
   host::Call call;
   call.params = params;
+  call.body = body;
   host::Call other;
   std::string err;
   Require(host::DecodeCall(host::EncodeCall(call), &other, &err), "a call crosses over");
-  Require(other.params == params, "a call crosses over unchanged");
+  Require(other.params == params && other.body == body, "a call crosses over unchanged");
   Require(core::IsUtf8(host::JsonText(params)), "answers are UTF-8");
 }
 
@@ -71,9 +72,12 @@ void Fuzz(std::string_view input) {
       ReadBody(input, kTypes.at(choice % kTypes.size()), 1 + (choice >> 4U) * std::size_t{7});
   Json::Value params;
   std::string err;
-  if (host::HostParameters(body, {}, &params, &err)) CrossToRequestProcess(params);
-  if (!host::Parameters(body, {}, &params, &err)) return Require(!err.empty(), "words");
-  CrossToRequestProcess(params);
+  if (host::HostParameters(body, {}, &params, &err)) CrossToRequestProcess(params, "");
+  params = host::FieldParameters(body, {});
+  CrossToRequestProcess(params, body.text);
+  if (body.is_json && !host::AddMembers(body.text, &params, &err)) {
+    return Require(!err.empty(), "words");
+  }
   for (const int version : {1, 2, 3}) Start(params, version);
 }
 

@@ -111,7 +111,7 @@ TEST_F(LauncherTest, AProcessThatOnlyReadsServesItsUserAgainAndNobodyElse) {
   ASSERT_EQ(::kill(reader, SIGKILL), 0);
   EXPECT_NE(pid("status"), reader) << "a dead one is replaced unnoticed";
 
-  Call call{"Test", "status", 1, user_, "", "enu"};
+  Call call{"Test", "status", 1, user_, "", "enu", Json::objectValue, "{}"};
   for (const auto& [user, method] :
        {std::pair("nobody", "status"), std::pair("", "status"), std::pair(user_.c_str(), "echo")}) {
     core::UniqueFd ours;

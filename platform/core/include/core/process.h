@@ -10,7 +10,7 @@
 // streams to /dev/null (standard error stays when logs are copied to it, see
 // core::OpenLog), every other inherited descriptor closed, signal mask
 // emptied and SIGTERM, SIGPIPE, SIGCHLD, SIGINT, SIGHUP back to their defaults.
-// The child is moved to another processor once, where there is one; later it runs on any.
+// The child begins on another processor than the caller's (core::MoveToAnotherProcessor).
 // Returns the child's pid in the parent, 0 in the child, negative on failure
 // (errno set). Call from a process with a single thread.
 pid_t VLIBCProcFork();

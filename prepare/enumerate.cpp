@@ -6,13 +6,13 @@
 #include <optional>
 #include <utility>
 
-#include "prepare/source_look.h"
 #include "support/path_info.h"
 #include "webapi/handler.h"
 #include "webapi/json_read.h"
 #include "webapi/log.h"
 #include "webapi/module_calls.h"
 #include "webapi/module_state.h"
+#include "webapi/source_look.h"
 
 namespace Fennox {
 namespace {
@@ -111,7 +111,7 @@ void LookAtSourcesEarly() {
     if (!IsAcceptable(source) || !Look(source, &found)) return std::nullopt;
     return found;
   };
-  _sourceLooks = std::make_unique<FromBehind<SourceLook>>(_srcPathInfos.size(), look);
+  _sourceLooks = std::make_unique<core::FromBehind<SourceLook>>(_srcPathInfos.size(), look);
 }
 
 void FennoxMVCPHandler::WebFMParseInputFiles(const std::vector<PathInfo>& srcPathInfos,

@@ -10,8 +10,8 @@
 #include <utility>
 
 #include "core/file.h"
+#include "core/from_behind.h"
 #include "core/user.h"
-#include "prepare/from_behind.h"
 #include "support/identity.h"
 #include "support/path_info.h"
 #include "support/privilege.h"
@@ -269,7 +269,7 @@ bool FennoxMVCPHandler::PreProcessAndCheck(Json::Value& sourcePaths, std::string
   }
   if (!validation.CheckUser() || !validation.CheckDestination()) return false;
   const Json::Value& sources = sourcePaths;
-  FromBehind<EarlyLook> early(destIsVfs ? 0 : sources.size(), [&](std::size_t i) {
+  core::FromBehind<EarlyLook> early(destIsVfs ? 0 : sources.size(), [&](std::size_t i) {
     return validation.LookEarly(TextOf(sources[static_cast<Json::ArrayIndex>(i)]));
   });
   srcPathInfos.reserve(sources.size());

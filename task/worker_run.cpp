@@ -7,7 +7,6 @@
 
 #include "cloud/cloud.h"
 #include "core/user.h"
-#include "prepare/source_look.h"
 #include "support/bandwidth.h"
 #include "task/completion_message.h"
 #include "task/start_context.h"
@@ -18,6 +17,7 @@
 #include "webapi/module_calls.h"
 #include "webapi/module_state.h"
 #include "webapi/paths.h"
+#include "webapi/source_look.h"
 
 namespace Fennox {
 namespace {

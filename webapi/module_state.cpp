@@ -12,7 +12,7 @@ Json::Value _taskDataSnapshot;
 
 std::vector<PathInfo> _srcPathInfos;
 PathInfo _destPathInfo;
-std::unique_ptr<FromBehind<SourceLook>> _sourceLooks;
+std::unique_ptr<core::FromBehind<SourceLook>> _sourceLooks;
 std::map<std::string, unsigned long long> _dirSizeCache;
 
 std::string _processingPath;

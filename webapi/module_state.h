@@ -13,11 +13,12 @@
 
 #include "cloud/cloud.h"
 #include "cloud/read_ahead.h"
+#include "core/from_behind.h"
 #include "fileop/copy.h"
 #include "prepare/entry_records.h"
-#include "prepare/source_look.h"
 #include "tasks/task.h"
 #include "webapi/export.h"
+#include "webapi/source_look.h"
 
 // Exported under these names. C linkage keeps their types out of the symbols.
 extern "C" {
@@ -37,7 +38,7 @@ extern PathInfo _destPathInfo;
 
 // What the worker's entry maps need to know of the sources, asked for while the worker waits
 // for its record. Null where everything is looked at in its turn.
-extern std::unique_ptr<FromBehind<SourceLook>> _sourceLooks;
+extern std::unique_ptr<core::FromBehind<SourceLook>> _sourceLooks;
 
 // Bytes of each top-level source, by real path; filled under accurate progress.
 extern std::map<std::string, unsigned long long> _dirSizeCache;

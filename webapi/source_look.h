@@ -3,8 +3,6 @@
 
 #include <sys/types.h>
 
-#include "prepare/from_behind.h"
-
 namespace Fennox {
 
 struct SourceLook {

@@ -14,7 +14,7 @@
 
 #include "core/helper_thread.h"
 
-namespace Fennox {
+namespace core {
 
 // Works results out from the list's last item backwards, on a thread of its own, while the
 // owner goes through the list from the first item on and takes what is ready. Whatever
@@ -31,7 +31,7 @@ class FromBehind {
     if (count < kLong) return;
     results_.resize(count);
     try {
-      thread_ = core::StartHelper([this] { Run(); });
+      thread_ = StartHelper([this] { Run(); });
     } catch (const std::system_error&) {
       // The owner does everything.
     }
@@ -74,4 +74,4 @@ class FromBehind {
   std::thread thread_;
 };
 
-}  // namespace Fennox
+}  // namespace core

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,22 +32,7 @@ Rung AfterRefusal(int err) {
   }
 }
 
-// Less is not worth a system call of its own; more at once would keep a cancel waiting.
-constexpr off_t kLeastReserved = 1 << 20;
-constexpr off_t kMostReserved = 1 << 30;
-
-// Has the destination's blocks up to the source's `end` laid out before the data comes. The
-// size stays as it is, and what is refused here, the writes will tell.
-off_t Reserve(const Transfer& transfer, off_t end) {
-  const off_t count = std::min(end - transfer.position, kMostReserved);
-  if (count >= kLeastReserved) {
-    ::fallocate(transfer.dst, FALLOC_FL_KEEP_SIZE, transfer.position + transfer.shift, count);
-  }
-  return transfer.position + count;
-}
-
 Rung KernelRange(Transfer& transfer, off_t end) {
-  off_t reserved = transfer.reserves ? transfer.position : kToTheEnd;
   while (transfer.position < end) {
     // What lies behind the expected end, if anything, a read has to tell.
     const off_t left = (end == kToTheEnd ? transfer.expected : end) - transfer.position;
@@ -56,7 +40,7 @@ Rung KernelRange(Transfer& transfer, off_t end) {
     const long long granted =
         transfer.pacer->Grant(std::min<long long>(left, transfer.pacer->piece()));
     if (granted < 0) return Rung::kFailed;
-    if (transfer.position >= reserved) reserved = Reserve(transfer, transfer.position + left);
+    ReserveAhead(transfer, transfer.position + left);
     const ssize_t moved = ::copy_file_range(transfer.src, nullptr, transfer.dst, nullptr,
                                             static_cast<std::size_t>(granted), 0);
     if (moved < 0) {

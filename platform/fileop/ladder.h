@@ -13,8 +13,8 @@ namespace fileop {
 // What is known of a pair of file systems, most of it taught by an earlier file.
 struct PairMemory {
   bool shares_no_blocks = false;
-  bool no_kernel_copy = false;
-  bool reserves = false;  // blocks of a large file are cheaper asked for ahead of its data
+  bool no_kernel_copy = false;  // copy_file_range is refused, or the slower way
+  bool reserves = false;        // blocks of a large file are cheaper asked for ahead of its data
 };
 
 // The calling thread's memory of the pair of file systems behind two descriptors;

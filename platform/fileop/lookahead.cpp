@@ -104,8 +104,8 @@ void AheadFile::Run() {
   if (fd.valid() && ::fstat(fd.get(), &st) != 0) fd.reset();
   if (fd.valid() && S_ISREG(st.st_mode) && st.st_size > 0) {
     if (Small() && helper()->waited()) {
-      data_ = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(st.st_size) + 1);
-      if (!ReadWhole(fd.get(), data_.get())) data_.reset();
+      data_ = core::AlignedBuffer(static_cast<std::size_t>(st.st_size) + 1);
+      if (!ReadWhole(fd.get(), data_.data())) data_.reset();
     } else if (helper()->slow()) {
       (void)::readahead(fd.get(), 0, kLargestHint);
     }
@@ -125,8 +125,9 @@ std::string_view AheadFile::Content(int src) {
   if (content_) return *content_;
   content_.emplace();
   if (place_.how != AheadPlace::How::kOpen || !Small()) return {};
-  thread_local std::vector<char> buffer(static_cast<std::size_t>(Lookahead::kLargestRead) + 1);
-  const char* data = data_.get();
+  thread_local const core::AlignedBuffer buffer(static_cast<std::size_t>(Lookahead::kLargestRead) +
+                                                1);
+  const char* data = data_.data();
   if (data == nullptr && ReadWhole(src, buffer.data())) data = buffer.data();
   if (data != nullptr) content_.emplace(data, static_cast<std::size_t>(st.st_size));
   return *content_;

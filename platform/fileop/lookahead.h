@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/aligned_buffer.h"
 #include "core/unique_fd.h"
 #include "dir_stream.h"
 #include "fileop/behind.h"
@@ -60,7 +61,7 @@ class AheadFile : public OnceWork {
 
   AheadPlace place_;
   std::string name_;
-  std::unique_ptr<char[]> data_;             // when it was read ahead
+  core::AlignedBuffer data_;                 // when it was read ahead
   std::optional<std::string_view> content_;  // once it was asked for
 };
 

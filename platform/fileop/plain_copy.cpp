@@ -1,18 +1,25 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <vector>
 
+#include "core/aligned_buffer.h"
 #include "failure.h"
 #include "transfer.h"
 
 namespace fileop {
 namespace {
 
-constexpr std::size_t kBufferSize = 128 * 1024;
+constexpr std::size_t kSmallBuffer = 128 * 1024;
+// For large files: file systems take larger writes more cheaply, up to about here, where the
+// processor's own cache ends.
+constexpr std::size_t kLargeBuffer = 512 * 1024;
 
-std::vector<char>& Buffer() {
-  thread_local std::vector<char> buffer(kBufferSize);
+// The calling thread's buffer, one that fits the `size` of a file; lives as long as the thread.
+const core::AlignedBuffer& BufferFor(long long size) {
+  thread_local core::AlignedBuffer buffer;
+  const std::size_t wanted =
+      size > static_cast<long long>(kSmallBuffer) ? kLargeBuffer : kSmallBuffer;
+  if (buffer.size() < wanted) buffer = core::AlignedBuffer(wanted);
   return buffer;
 }
 
@@ -34,7 +41,7 @@ enum class End { kNotSeen, kSeen, kFailed };
 // Moves `size` bytes, fewer only at the end of the source. With `probe` it asks
 // for one byte more in the same call, which proves the end without another one.
 End MovePiece(Transfer& transfer, long long size, bool probe, long long* moved) {
-  std::vector<char>& buffer = Buffer();
+  const core::AlignedBuffer& buffer = BufferFor(transfer.expected);
   *moved = 0;
   while (*moved < size) {
     const auto left = static_cast<std::size_t>(size - *moved + (probe ? 1 : 0));
@@ -66,12 +73,13 @@ Rung BufferRange(Transfer& transfer, off_t end) {
   while (transfer.position < end) {
     const off_t until = end == kToTheEnd ? transfer.expected : end;
     const off_t left = until - transfer.position;
-    long long granted = static_cast<long long>(kBufferSize);
+    long long granted = static_cast<long long>(kSmallBuffer);
     // Behind the expected end there should be nothing to ask a budget for: the
     // read proves the end, or finds that the source has grown.
     if (left > 0)
       granted = transfer.pacer->Grant(std::min<long long>(left, transfer.pacer->piece()));
     if (granted < 0) return Rung::kFailed;
+    if (left > 0) ReserveAhead(transfer, until);
     long long moved = 0;
     const bool probe = end == kToTheEnd && granted == left;
     const End seen = MovePiece(transfer, granted, probe, &moved);

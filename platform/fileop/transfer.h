@@ -22,6 +22,7 @@ struct Transfer {
   bool seekable = false;  // both sides are regular files
   bool holes = false;     // the source has holes, and the destination can keep them
   bool reserves = false;  // blocks of the destination are cheaper asked for ahead
+  off_t reserved = 0;     // source offset up to which they were
   bool end_seen = false;  // a read proved that the source ends at `position`
   Pacer* pacer = nullptr;
 };
@@ -49,6 +50,10 @@ Rung WriteAhead(Transfer& transfer, std::string_view content);
 // carries the holes between them over.
 using RangeMover = Rung (*)(Transfer& transfer, off_t end);
 Rung WalkExtents(Transfer& transfer, RangeMover move);
+
+// Has the destination's blocks laid out before the data of a stretch up to the source's `end`
+// comes, where that pays. The size stays as it is, and what is refused here, the writes tell.
+void ReserveAhead(Transfer& transfer, off_t end);
 
 // Moves bytes through a buffer until `end` or the end of the source.
 Rung BufferRange(Transfer& transfer, off_t end);

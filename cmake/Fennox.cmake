@@ -67,6 +67,9 @@ function(fennox_test NAME)
   target_include_directories(${NAME} PRIVATE ${CMAKE_SOURCE_DIR})
   target_link_libraries(${NAME} PRIVATE ${ARG_LINK} GTest::gtest GTest::gmock GTest::gtest_main
     fennox_flags)
+  # The product under test keeps the preset's optimisation; tests themselves compile in half the
+  # time without, sanitizers included.
+  target_compile_options(${NAME} PRIVATE $<$<CONFIG:Debug>:-O0>)
   include(GoogleTest)
   gtest_discover_tests(${NAME} TEST_PREFIX ${NAME}. DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}" PROCESSORS ${SLOTS_OF_COMPUTING})

@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "prepare/path_rules.h"
 #include "support/path_info.h"
 #include "webapi/handler.h"
 #include "webapi/json_read.h"
@@ -16,8 +17,6 @@
 
 namespace Fennox {
 namespace {
-
-constexpr int kPathChecks = 32;
 
 // What the request says about conflicts, for all sources and for each.
 class ConflictRules {

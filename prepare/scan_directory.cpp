@@ -26,6 +26,7 @@
 #include "core/error.h"
 #include "core/helper_thread.h"
 #include "core/unique_fd.h"
+#include "prepare/path_rules.h"
 #include "support/path_info.h"
 #include "vfs/vfs.h"
 #include "webapi/log.h"
@@ -35,7 +36,6 @@
 namespace Fennox {
 namespace {
 
-constexpr std::size_t kLongestPath = 4096;
 // Below this starting a thread costs more than it saves,
 constexpr std::size_t kFoldersForHelp = 8;
 // but on a mount all time goes into waiting for answers.

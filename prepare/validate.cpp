@@ -12,6 +12,7 @@
 #include "core/file.h"
 #include "core/from_behind.h"
 #include "core/user.h"
+#include "prepare/path_rules.h"
 #include "support/identity.h"
 #include "support/path_info.h"
 #include "support/privilege.h"
@@ -31,9 +32,7 @@ struct EarlyLook {
   bool nameIsFree = false;  // in the destination
 };
 
-constexpr int kPathChecks = 32;
 constexpr int kWriteAccess = 2;
-constexpr std::size_t kLongestPath = 4096;
 
 // Values of a share's privileges.
 constexpr int kPrivilegeNone = 0;

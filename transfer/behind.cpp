@@ -4,6 +4,7 @@
 #include "cloud/read_ahead.h"
 #include "support/path_info.h"
 #include "transfer/cache_mark.h"
+#include "transfer/cloud_objects.h"
 #include "transfer/remote_params.h"
 #include "transfer/streams.h"
 #include "vfs/vfs.h"
@@ -13,8 +14,6 @@
 
 namespace Fennox {
 namespace {
-
-constexpr int kConfigMode = 1;
 
 TAVOCloud::Cloud* CloudAt(int fetch) { return fetch != 0 ? _srcCloud : _destCloud; }
 

@@ -7,8 +7,6 @@
 namespace Fennox {
 namespace {
 
-constexpr int kConfigMode = 1;
-
 bool Have(TAVOCloud::Cloud*& cloud, const std::string& remotePath) {
   if (cloud == nullptr) {
     cloud = TAVOCloud::Utils::CreateCloudByURI(TAVOVFS::GetActorUID(), remotePath, kConfigMode);

@@ -6,6 +6,9 @@
 
 namespace Fennox {
 
+// The configuration that connections are made by.
+inline constexpr int kConfigMode = 1;
+
 // Make the connection when there is none. False when it cannot be made.
 [[nodiscard]] bool HaveSourceCloud(const TransferJob& job);
 [[nodiscard]] bool HaveDestCloud(const TransferJob& job);

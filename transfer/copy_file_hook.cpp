@@ -9,6 +9,7 @@
 #include "core/error.h"
 #include "core/fs_type.h"
 #include "support/path_info.h"
+#include "transfer/cloud_objects.h"
 #include "transfer/kept_error.h"
 #include "vfs/vfs.h"
 #include "webapi/log.h"
@@ -18,7 +19,6 @@
 namespace Fennox {
 namespace {
 
-constexpr int kConfigMode = 1;
 constexpr int kCoreNoBaseUri = 0x8100;
 constexpr int kCoreSingleConnection = 0xD900;
 
